@@ -1,0 +1,26 @@
+# Language, warnings and hardening, the same for every target.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+# Position-independent executables need the linker's flag too, not only the compiler's.
+include(CheckPIESupported)
+check_pie_supported()
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2 -Wnon-virtual-dtor -Wold-style-cast
+                    -fstack-protector-strong)
+add_compile_definitions(_GNU_SOURCE _GLIBCXX_ASSERTIONS)
+add_link_options(-Wl,-z,relro,-z,now)
+
+# _FORTIFY_SOURCE needs optimisation, and hides some calls from the sanitizers.
+add_compile_options("$<$<CONFIG:Release>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
+
+# FILE_MIGRATE_SANITIZE: what -fsanitize= takes ("address,undefined", "thread"); set by the presets.
+set(FILE_MIGRATE_SANITIZE "" CACHE STRING "Sanitizers to build with")
+if(FILE_MIGRATE_SANITIZE)
+    add_compile_options(-fsanitize=${FILE_MIGRATE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${FILE_MIGRATE_SANITIZE})
+endif()
