@@ -1,0 +1,65 @@
+#include "bounded_copy.h"
+
+#include <cerrno>
+#include <cstring>
+#include <functional>
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+bool Overlap(const char* dest, const char* src, std::size_t bytes) {
+    // Pointers into different objects have no order but std::less's.
+    const std::less<> before;
+    return before(dest, src + bytes) && before(src, dest + bytes);
+}
+
+int CheckedCopy(char* dest, std::size_t destSize, const char* src, std::size_t count) {
+    if (src == nullptr) {
+        return EINVAL;
+    }
+    if (count > RSIZE_LIMIT) {
+        return ERANGE;
+    }
+    // A text that is too long is not read further than it takes to know that.
+    const std::size_t length = strnlen(src, count < destSize ? count : destSize);
+    if (length == destSize) {
+        return ERANGE;
+    }
+    if (Overlap(dest, src, length + 1)) {
+        return EINVAL;
+    }
+    std::memcpy(dest, src, length);
+    dest[length] = '\0';
+    return 0;
+}
+
+}  // namespace
+
+int strncpy_s(char* dest, std::size_t destSize, const char* src, std::size_t count) {
+    if (dest == nullptr || destSize == 0) {
+        return EINVAL;
+    }
+    if (destSize > RSIZE_LIMIT) {
+        return ERANGE;
+    }
+    const int result = CheckedCopy(dest, destSize, src, count);
+    if (result != 0) {
+        dest[0] = '\0';
+    }
+    return result;
+}
+
+int memset_s(void* dest, std::size_t destSize, int value, std::size_t count) {
+    if (dest == nullptr) {
+        return EINVAL;
+    }
+    if (destSize > RSIZE_LIMIT) {
+        return ERANGE;
+    }
+    std::memset(dest, value, count < destSize ? count : destSize);
+    // The compiler must take the bytes for read, or it drops the fill of an object that is about to go.
+    __asm__ volatile("" : : "r"(dest) : "memory");
+    return count > destSize ? ERANGE : 0;
+}
+
+}  // namespace TAVO::FileMigrateOrvane

@@ -1,0 +1,150 @@
+// The platform log. KelvoPrint writes one line to the journal when standard error is the journal's, else one
+// line to standard error. It may be called from any thread, keeps errno and never throws: a line that does not
+// fit into memory is cut.
+//
+// Formats are checked while compiling: a conversion that does not suit its argument, one argument too many or
+// too few do not build. The "%{public}" marker is the log's own syntax and is taken out on the way.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <type_traits>
+
+namespace TAVO::FileMigrateOrvane {
+
+enum class LogLevel : int { Debug = 3, Info = 4, Warn = 5, Error = 6 };
+
+/// Where a line comes from and where it goes; the journal keeps these as fields of their own.
+struct LogSite {
+    int type;
+    LogLevel level;
+    unsigned int domain;
+    const char* tag;
+    const char* function;
+    int line;
+};
+
+namespace Detail {
+
+/// Formats and writes one line; `format` is plain printf syntax, already checked against its arguments.
+void WriteLogLine(const LogSite& site, const char* format, ...);
+
+/// Declared and never defined: reaching it while compiling is the error message.
+void LogFormatDoesNotSuitItsArguments();
+
+/// What an argument may be printed as: 's', 'd', 'u' (also as octal), 'D' (%ld) or 'U' (%lu).
+template <class Arg>
+consteval char ConversionOf() {
+    using T = std::decay_t<Arg>;
+    if constexpr (std::is_same_v<T, std::string> || std::is_same_v<T, const char*> || std::is_same_v<T, char*>) {
+        return 's';
+    } else if constexpr (std::is_same_v<T, int>) {
+        return 'd';
+    } else if constexpr (std::is_same_v<T, unsigned int>) {
+        return 'u';
+    } else if constexpr (std::is_same_v<T, long>) {
+        return 'D';
+    } else if constexpr (std::is_same_v<T, unsigned long>) {
+        return 'U';
+    } else {
+        return '?';
+    }
+}
+
+inline const char* PrintfArgument(const std::string& text) {
+    return text.c_str();
+}
+template <class Number>
+Number PrintfArgument(const Number& value) {
+    return value;
+}
+
+}  // namespace Detail
+
+/// A format and the place it stands in, made only while compiling.
+///
+/// Every line begins "[%{public}s:%{public}d] ", filled with the function's name and the source line; the prefix
+/// is added here and not repeated in each text. The function's name is the caller's own unless another is given:
+/// LogError({"lstat %{public}s failed", "GetUidGid"}, path).
+template <class... Args>
+class KelvoFormat {
+public:
+    // NOLINTNEXTLINE(google-explicit-constructor): a literal is to be written where a format is wanted.
+    consteval KelvoFormat(const char* text, const char* caller = __builtin_FUNCTION(), int at = __builtin_LINE())
+        : function(caller), line(at) {
+        Append("[%s:%d] ");
+        std::size_t argument = 0;
+        while (*text != '\0') {
+            if (*text != '%') {
+                Append(*text++);
+                continue;
+            }
+            text = SkipMarker(text + 1);
+            Append('%');
+            const bool isLong = *text == 'l';
+            if (isLong) {
+                Append(*text++);
+            }
+            CheckConversion(argument++, *text, isLong);
+            Append(*text++);
+        }
+        if (argument != sizeof...(Args)) {
+            Detail::LogFormatDoesNotSuitItsArguments();
+        }
+    }
+
+    const char* Text() const { return buffer; }
+
+    const char* const function;
+    const int line;
+
+private:
+    consteval void Append(char c) {
+        if (length + 1 >= sizeof(buffer)) {
+            Detail::LogFormatDoesNotSuitItsArguments();
+        }
+        buffer[length++] = c;
+    }
+
+    consteval void Append(const char* text) {
+        while (*text != '\0') {
+            Append(*text++);
+        }
+    }
+
+    static consteval const char* SkipMarker(const char* text) {
+        for (const char* marker = "{public}"; *marker != '\0'; ++marker, ++text) {
+            if (*text != *marker) {
+                Detail::LogFormatDoesNotSuitItsArguments();
+            }
+        }
+        return text;
+    }
+
+    static consteval void CheckConversion(std::size_t argument, char conversion, bool isLong) {
+        constexpr char conversions[] = {Detail::ConversionOf<Args>()..., '\0'};
+        if (argument >= sizeof...(Args)) {
+            Detail::LogFormatDoesNotSuitItsArguments();
+        }
+        const char wanted = conversions[argument];
+        const char plain = conversion == 'o' ? 'u' : conversion;
+        const char given = !isLong ? plain : (plain == 'd' ? 'D' : 'U');
+        if (wanted != given) {
+            Detail::LogFormatDoesNotSuitItsArguments();
+        }
+    }
+
+    char buffer[224] = {};
+    std::size_t length = 0;
+};
+
+/// Writes one line to the platform log.
+/// @param type, domain, tag  the log's own classification of the writer
+template <class... Args>
+void KelvoPrint(int type, LogLevel level, unsigned int domain, const char* tag,
+                const KelvoFormat<std::type_identity_t<Args>...>& format, const Args&... args) {
+    Detail::WriteLogLine(LogSite{type, level, domain, tag, format.function, format.line}, format.Text(),
+                         format.function, format.line, Detail::PrintfArgument(args)...);
+}
+
+}  // namespace TAVO::FileMigrateOrvane

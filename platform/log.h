@@ -1,0 +1,33 @@
+// The daemon's own log lines: KelvoPrint with this system's type, domain and tag, one function per level.
+// May be called from any thread; keeps errno.
+#pragma once
+
+#include "kelvo_print.h"
+
+namespace TAVO::FileMigrateOrvane {
+
+inline constexpr int LOG_TYPE = 3;
+inline constexpr unsigned int LOG_DOMAIN = 0xD002E01;
+inline constexpr const char* LOG_TAG = "FileMigrateOrvane";
+
+template <class... Args>
+void LogDebug(const KelvoFormat<std::type_identity_t<Args>...>& format, const Args&... args) {
+    KelvoPrint<Args...>(LOG_TYPE, LogLevel::Debug, LOG_DOMAIN, LOG_TAG, format, args...);
+}
+
+template <class... Args>
+void LogInfo(const KelvoFormat<std::type_identity_t<Args>...>& format, const Args&... args) {
+    KelvoPrint<Args...>(LOG_TYPE, LogLevel::Info, LOG_DOMAIN, LOG_TAG, format, args...);
+}
+
+template <class... Args>
+void LogWarn(const KelvoFormat<std::type_identity_t<Args>...>& format, const Args&... args) {
+    KelvoPrint<Args...>(LOG_TYPE, LogLevel::Warn, LOG_DOMAIN, LOG_TAG, format, args...);
+}
+
+template <class... Args>
+void LogError(const KelvoFormat<std::type_identity_t<Args>...>& format, const Args&... args) {
+    KelvoPrint<Args...>(LOG_TYPE, LogLevel::Error, LOG_DOMAIN, LOG_TAG, format, args...);
+}
+
+}  // namespace TAVO::FileMigrateOrvane

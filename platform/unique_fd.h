@@ -1,0 +1,48 @@
+// Owners of what the operating system hands out. Each is used by one thread at a time; their destructors keep
+// errno, so that a failure can be returned past them.
+#pragma once
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+namespace TAVO::FileMigrateOrvane {
+
+/// Gives errno back its value at the end of a scope.
+class ErrnoKeeper {
+public:
+    ErrnoKeeper() : saved(errno) {}
+    ~ErrnoKeeper() { errno = saved; }
+    ErrnoKeeper(const ErrnoKeeper&) = delete;
+    ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
+
+private:
+    const int saved;
+};
+
+/// Owns a file descriptor; a negative number is none.
+class UniqueFd {
+public:
+    explicit UniqueFd(int descriptor = -1) : fd(descriptor) {}
+    UniqueFd(UniqueFd&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
+    UniqueFd& operator=(UniqueFd&& other) noexcept {
+        std::swap(fd, other.fd);
+        return *this;
+    }
+    ~UniqueFd() {
+        if (fd >= 0) {
+            const ErrnoKeeper keeper;
+            close(fd);
+        }
+    }
+
+    int Get() const { return fd; }
+    int Release() { return std::exchange(fd, -1); }
+    explicit operator bool() const { return fd >= 0; }
+
+private:
+    int fd;
+};
+
+}  // namespace TAVO::FileMigrateOrvane
