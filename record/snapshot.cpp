@@ -1,0 +1,156 @@
+#include "snapshot.h"
+
+#include <fcntl.h>
+#include <linux/capability.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <bitset>
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string_view>
+
+#include "log.h"
+#include "record_file.h"
+#include "unique_fd.h"
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+struct FreeDeleter {
+    void operator()(char* buffer) const { free(buffer); }
+};
+using MallocBuffer = std::unique_ptr<char, FreeDeleter>;
+
+MallocBuffer Allocate(std::size_t size) {
+    return MallocBuffer(static_cast<char*>(malloc(size)));
+}
+
+std::string XattrFailure(const std::string& path) {
+    return "llistxattr " + path + ":errno=" + std::to_string(errno) + ";";
+}
+
+/// The attribute's value, written as raw bytes up to its first NUL. `entry` stays as it was where the value
+/// cannot be read. False if there was no memory for it.
+bool ReadValue(const char* key, std::size_t size, const std::string& path, std::string& entry) {
+    const MallocBuffer value = Allocate(size + 1);
+    if (value == nullptr) {
+        LogInfo({"failed to allocate memory", "XattrVal"});
+        return false;
+    }
+    const ssize_t length = getxattr(path.c_str(), key, value.get(), size);
+    if (length < 1) {
+        LogError({"%{public}s get val failed, errno=%{public}d", "XattrVal"}, path, errno);
+        return true;
+    }
+    value.get()[length] = '\0';
+    entry = "llistxattr " + path + ":key=" + key + ",val=" + value.get() + ";";
+    return true;
+}
+
+/// Both halves of a capability set in hexadecimal, the upper one first.
+std::string CapabilitySet(std::uint32_t upper, std::uint32_t lower) {
+    return "(0x" + DecToHex(static_cast<int>(upper)) + DecToHex(static_cast<int>(lower)) + ")";
+}
+
+}  // namespace
+
+std::string GetStat(const std::string& path) {
+    struct stat st {};
+    if (lstat(path.c_str(), &st) != 0) {
+        LogError("lstat %{public}s failed, errno=%{public}d", path, errno);
+        return "lstat " + path + ":errno=" + std::to_string(errno) + ";";
+    }
+    return "lstat " + path + ":st_dev:" + std::to_string(st.st_dev) + ",st_ino:" + std::to_string(st.st_ino) +
+           ",st_mode:" + std::to_string(st.st_mode) + ",st_nlink:" + std::to_string(st.st_nlink) +
+           ",st_uid:" + std::to_string(st.st_uid) + ",st_gid:" + std::to_string(st.st_gid) +
+           ",st_rdev:" + std::to_string(st.st_rdev) + ",st_size:" + std::to_string(st.st_size) +
+           ",st_blksize:" + std::to_string(st.st_blksize) + ",st_blocks:" + std::to_string(st.st_blocks) + ";";
+}
+
+std::string GetXattr(const std::string& path) {
+    const ssize_t length = llistxattr(path.c_str(), nullptr, 0);
+    if (length < 1) {
+        LogError("%{public}s determine buflen failed, buflen=%{public}ld, errno=%{public}d", path, length, errno);
+        return XattrFailure(path);
+    }
+    const MallocBuffer keys = Allocate(static_cast<std::size_t>(length));
+    if (keys == nullptr) {
+        LogError("failed to allocate memory");
+        return XattrFailure(path);
+    }
+    const ssize_t listed = llistxattr(path.c_str(), keys.get(), static_cast<std::size_t>(length));
+    if (listed == -1) {
+        LogError("%{public}s copy key to buffer failed, errno=%{public}d", path, errno);
+        return XattrFailure(path);
+    }
+    return XattrVal(keys.get(), listed, path);
+}
+
+std::string XattrVal(char* keys, long length, const std::string& path) {
+    std::string result;
+    std::string entry;
+    const char* key = keys;
+    for (long remaining = length; remaining > 0;) {
+        const ssize_t size = getxattr(path.c_str(), key, nullptr, 0);
+        if (size > 0) {
+            if (!ReadValue(key, static_cast<std::size_t>(size), path, entry)) {
+                return XattrFailure(path);
+            }
+        } else if (size == 0) {
+            LogInfo("getxattr %{public}s no value", path);
+            entry = "llistxattr " + path + ":key=" + key + ",no value;";
+        }
+        // A key without a readable value repeats the entry before it; readers of the records know this.
+        result += entry;
+        const auto step = static_cast<long>(strlen(key)) + 1;
+        remaining -= step;
+        key += step;
+    }
+    return result;
+}
+
+std::string GetInodeFlag(const std::string& path) {
+    char resolved[PATH_MAX];
+    if (realpath(path.c_str(), resolved) == nullptr) {
+        LogError("%{public}s is not exist or invalid, errno=%{public}d.", path, errno);
+        return path + " realpath errno=" + std::to_string(errno) + ";";
+    }
+    // O_NONBLOCK: a pipe without a writer must not hold the worker.
+    const UniqueFd fd(open(resolved, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!fd) {
+        LogError("Failed to open file:%{public}s, errno=%{public}d.", resolved, errno);
+        return std::string(resolved) + " open errno=" + std::to_string(errno) + ";";
+    }
+    std::uint32_t flags = 0;
+    if (ioctl(fd.Get(), FS_IOC_GETFLAGS, &flags) < 0) {
+        LogError("Failed to get flag, errno=%{public}d.", errno);
+        return std::string(resolved) + " ioctl errno=" + std::to_string(errno) + ";";
+    }
+    return std::string(resolved) + " inode flags:" + std::bitset<32>(flags).to_string() + ";";
+}
+
+std::string GetProcStat() {
+    const uid_t euid = geteuid();
+    const gid_t egid = getegid();
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, getpid()};
+    __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3] = {};
+    if (syscall(SYS_capget, &header, data) != 0) {
+        LogError("capget failed, errno=%{public}d.", errno);
+        return "capget errno=" + std::to_string(errno) + ";";
+    }
+    return "file_migrate_orvane proc stat:euid(" + std::to_string(euid) + "),egid(" + std::to_string(egid) + "),eff" +
+           CapabilitySet(data[1].effective, data[0].effective) + ",perm" +
+           CapabilitySet(data[1].permitted, data[0].permitted) + ",inh" +
+           CapabilitySet(data[1].inheritable, data[0].inheritable) + ";";
+}
+
+}  // namespace TAVO::FileMigrateOrvane
