@@ -1,0 +1,77 @@
+// Walking directories by descriptor. Below the path that a request names nothing is followed: an entry is acted
+// on relative to the open directory that lists it, and the path's text serves messages, records and labels only.
+// A walk holds one stream, so one descriptor, per level. Each object belongs to one thread.
+#pragma once
+
+#include <dirent.h>
+#include <fcntl.h>
+
+#include <memory>
+#include <string>
+
+namespace TAVO::FileMigrateOrvane {
+
+/// An object to act on: `name` relative to the directory `dirFd`. It refers to its parts and owns none of them.
+struct Entry {
+    int dirFd;           ///< AT_FDCWD for the path of a request
+    const char* name;    ///< one name, or the whole path with AT_FDCWD
+    unsigned char type;  ///< as readdir() gives it: DT_DIR, DT_REG, ...; DT_UNKNOWN where nobody has looked yet
+    std::string& path;   ///< the object's path for messages; grown and shrunk by ChildPath
+};
+
+/// Whether a walk is to open the entry: it is a directory, or it is not known what it is (the open then fails and
+/// tells why). The file system is asked only where the entry's type is not known.
+[[nodiscard]] bool TakeForDirectory(const Entry& entry, int& err);
+
+/// The entry for a path named in a request.
+/// @param text  a copy of the path, for messages; it grows and moves, so the entry's name is the path itself
+inline Entry TopEntry(const std::string& path, std::string& text) {
+    return {AT_FDCWD, path.c_str(), DT_UNKNOWN, text};
+}
+
+/// Owns an open directory.
+class DirectoryStream {
+public:
+    /// Opens a directory; on failure the stream is empty and errno set. A last component that is a link is not
+    /// followed (ENOTDIR).
+    static DirectoryStream Open(const Entry& entry);
+    /// The same for a path of a request whose last component may be a link, which is followed.
+    static DirectoryStream OpenFollowing(const std::string& path);
+
+    explicit operator bool() const { return stream != nullptr; }
+    int Fd() const { return dirfd(stream.get()); }
+    void Close() { stream.reset(); }
+
+    /// The next entry but "." and "..", or null at the end. An error while reading counts as the end. The
+    /// result is good until the next call.
+    const dirent* Next();
+
+    /// What Next() gave, as an entry. @param path its text, already that of the child (see ChildPath)
+    Entry Child(const dirent& child, std::string& path) const { return {Fd(), child.d_name, child.d_type, path}; }
+
+private:
+    struct Closer {
+        void operator()(DIR* directory) const;
+    };
+    explicit DirectoryStream(int fd);
+
+    std::unique_ptr<DIR, Closer> stream;
+};
+
+/// Makes a path's text that of a child, parent + "/" + name, for the length of a scope.
+class ChildPath {
+public:
+    ChildPath(std::string& parentPath, const char* name) : path(parentPath), parentLength(parentPath.length()) {
+        path += '/';
+        path += name;
+    }
+    ~ChildPath() { path.resize(parentLength); }
+    ChildPath(const ChildPath&) = delete;
+    ChildPath& operator=(const ChildPath&) = delete;
+
+private:
+    std::string& path;
+    const std::size_t parentLength;
+};
+
+}  // namespace TAVO::FileMigrateOrvane

@@ -1,0 +1,14 @@
+// Owner texts to numeric ids. No state; may run on any thread.
+#pragma once
+
+namespace TAVO::FileMigrateOrvane {
+
+/// The user id for a text: all digits (or nothing) is a number, anything else a name. Of a number the low 32
+/// bits count, and 0 is only written "0".
+/// @return the id, or -1; the text 4294967295, and one too large for any number, also decode to -1, without an error
+[[nodiscard]] int DecodeUid(const char* name, int& err, int recordKind);
+
+/// The same for a group.
+[[nodiscard]] int DecodeGid(const char* name, int& err, int recordKind);
+
+}  // namespace TAVO::FileMigrateOrvane

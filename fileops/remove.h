@@ -1,0 +1,22 @@
+// Removing. Links are removed, never followed. For `err` and `recordKind` see path_helpers.h.
+#pragma once
+
+#include <string>
+
+namespace TAVO::FileMigrateOrvane {
+
+[[nodiscard]] int DoUnlink(const std::string& path, int& err, int recordKind);
+
+/// DoUnlink for `name` in the open directory `dirFd`. @param path its text for messages
+[[nodiscard]] int DoUnlinkAt(int dirFd, const char* name, const std::string& path, int& err, int recordKind);
+
+[[nodiscard]] int DoRmDir(const std::string& path, int& err, int recordKind);
+
+/// Removes a path and all below it, stopping at the first failure. A path that does not exist succeeds.
+[[nodiscard]] int Remove(const std::string& path, int& err, int recordKind);
+
+/// Removes a path and all below it, depth first, going on past what cannot be removed. 0, or -1 if anything
+/// failed, also for a path that does not exist.
+[[nodiscard]] int TryRemove(const std::string& path, int& err, int recordKind);
+
+}  // namespace TAVO::FileMigrateOrvane

@@ -1,0 +1,17 @@
+// Space, measured in allocated blocks. For `err` and `recordKind` see path_helpers.h.
+#pragma once
+
+#include <string>
+
+namespace TAVO::FileMigrateOrvane {
+
+/// KB that a tree occupies: the top object, every directory and every other object, once per name, links not
+/// followed. Never negative and never a failure: what could not be counted is missing and told by `err` alone.
+/// The sum of 512-byte blocks wraps at 32 bits.
+[[nodiscard]] int GetUsedSpaceInKB(const std::string& path, int& err, int recordKind);
+
+/// KB of the largest object in a tree that is not a directory (32 bits of its blocks), or -1 if any part of
+/// the walk failed.
+[[nodiscard]] int GetMaxSizeInKB(const std::string& path, int& err, int recordKind);
+
+}  // namespace TAVO::FileMigrateOrvane
