@@ -1,0 +1,45 @@
+#include <cerrno>
+
+#include "commands.h"
+#include "error_record.h"
+#include "identity.h"
+#include "log.h"
+#include "owner_mode.h"
+#include "path_para.h"
+#include "record_file.h"
+#include "request_text.h"
+#include "restorecon.h"
+
+namespace TAVO::FileMigrateOrvane {
+
+std::int32_t ProcessRestoreconCmd(const FileMigrateRcvMsg* msg, extraInfo& info) {
+    if (IsCommand(msg, Command::Restorecon)) {
+        return RestoreCon(msg->src, msg->recurseOpt, info.errCode, RECORD_KIND_AB);
+    }
+    return RestoreConFromParent(msg->src, info.errCode, RECORD_KIND_AB);
+}
+
+std::int32_t ProcessChOwnCmd(const FileMigrateRcvMsg* msg, extraInfo& info) {
+    const int uid = DecodeUid(msg->user, info.errCode, RECORD_KIND_AB);
+    const int gid = DecodeGid(msg->group, info.errCode, RECORD_KIND_AB);
+    if (uid == -1 || gid == -1) {
+        LogError("transform uid gid %{public}s %{public}s failed", msg->user, msg->group);
+        return -1;
+    }
+    const PathPara para{msg->src, static_cast<std::uint32_t>(uid), static_cast<std::uint32_t>(gid), NOT_GIVEN,
+                        msg->recurseOpt};
+    return ChOwn(para, info.errCode, RECORD_KIND_AB);
+}
+
+std::int32_t ProcessChModCmd(const FileMigrateRcvMsg* msg, extraInfo& info) {
+    const std::uint32_t mode = ModeOf(msg->perm);
+    if (mode == 0) {
+        info.errCode = errno;  // as the last failing call left it: a mode that reads as 0 is no error to strtoul
+        LogError("transform mode %{public}s failed, errno=%{public}d", msg->perm, info.errCode);
+        RecordModErr("TRANSFORM_MODE", msg->perm, info.errCode, RECORD_KIND_AB);
+        return -1;
+    }
+    return ChMod({msg->src, NOT_GIVEN, NOT_GIVEN, mode, msg->recurseOpt}, info.errCode, RECORD_KIND_AB);
+}
+
+}  // namespace TAVO::FileMigrateOrvane

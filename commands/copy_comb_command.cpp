@@ -1,0 +1,43 @@
+#include <cerrno>
+
+#include "commands.h"
+#include "copy_comb.h"
+#include "error_record.h"
+#include "identity.h"
+#include "log.h"
+#include "path_helpers.h"
+#include "path_para.h"
+#include "record_file.h"
+#include "request_text.h"
+
+namespace TAVO::FileMigrateOrvane {
+
+std::int32_t ProcessCopyCombCmd(const FileMigrateRcvMsg* msg, extraInfo& info) {
+    if (IsPathExist(msg->src, info.errCode, RECORD_KIND_AB) == 0) {
+        LogError("src %{public}s not exist", msg->src);
+        return SOURCE_ABSENT;
+    }
+    if (LacksOwnerOrMode(msg)) {
+        LogError("owner or dac para not provided");
+        info.errCode = EINVAL;
+        RecordEmptyErr("PARA_EMPTY", msg, EINVAL, RECORD_KIND_AB);
+        return -1;
+    }
+    const int uid = DecodeUid(msg->user, info.errCode, RECORD_KIND_AB);
+    const int gid = DecodeGid(msg->group, info.errCode, RECORD_KIND_AB);
+    const std::uint32_t mode = ModeOf(msg->perm);
+    if (uid == -1 || gid == -1) {
+        LogError("decode uid gid failed: %{public}s %{public}s", msg->user, msg->group);
+        return -1;
+    }
+    if (mode == 0) {
+        info.errCode = errno;  // as the last failing call left it: a mode that reads as 0 is no error to strtoul
+        RecordModErr("TRANSFORM_MODE", msg->perm, info.errCode, RECORD_KIND_AB);
+        LogError("transform mode %{public}s failed, errno=%{public}d", msg->perm, info.errCode);
+        return -1;
+    }
+    const PermPara perm{static_cast<std::uint32_t>(uid), static_cast<std::uint32_t>(gid), mode};
+    return CopyCombRecurse(msg->src, msg->dst, perm, info.errCode, RECORD_KIND_AB) == 0 ? 0 : -1;
+}
+
+}  // namespace TAVO::FileMigrateOrvane

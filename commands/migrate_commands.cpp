@@ -1,0 +1,50 @@
+#include <cerrno>
+#include <string>
+
+#include "commands.h"
+#include "copy.h"
+#include "directory_stream.h"
+#include "error_record.h"
+#include "log.h"
+#include "move.h"
+#include "path_helpers.h"
+#include "record_file.h"
+#include "request_text.h"
+
+namespace TAVO::FileMigrateOrvane {
+
+std::int32_t ProcessMigrateSubCmd(const FileMigrateRcvMsg* msg, extraInfo& info) {
+    std::string src = msg->src;
+    std::string dst = msg->dst;
+    DirectoryStream stream = DirectoryStream::OpenFollowing(src);
+    if (!stream) {
+        info.errCode = errno;
+        const bool isAbsent = info.errCode == ENOENT;
+        if (!isAbsent) {
+            RecordNormalErr("OPEN_MIGRATESUB", src, info.errCode, RECORD_KIND_AB);
+        }
+        LogError("failed to open dir %{public}s, errno=%{public}d", src, info.errCode);
+        return isAbsent ? SOURCE_ABSENT : -1;
+    }
+    const auto carry = IsCommand(msg, Command::CopySub) ? Copy : Move;
+    std::int32_t result = 0;
+    while (const dirent* child = stream.Next()) {
+        const ChildPath joinedSrc(src, child->d_name);
+        const ChildPath joinedDst(dst, child->d_name);
+        if (carry(src, dst, info.errCode, RECORD_KIND_AB) != 0) {
+            result = -1;
+        }
+    }
+    return result;
+}
+
+std::int32_t ProcessMigrateAllCmd(const FileMigrateRcvMsg* msg, extraInfo& info) {
+    if (IsPathExist(msg->src, info.errCode, RECORD_KIND_NONE) == 0) {
+        LogError("src %{public}s not exist", msg->src);
+        return SOURCE_ABSENT;
+    }
+    const auto carry = IsCommand(msg, Command::CopyAll) ? Copy : Move;
+    return carry(msg->src, msg->dst, info.errCode, RECORD_KIND_AB) == 0 ? 0 : -1;
+}
+
+}  // namespace TAVO::FileMigrateOrvane
