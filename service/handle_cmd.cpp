@@ -1,0 +1,112 @@
+#include "handle_cmd.h"
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+#include "command.h"
+#include "commands.h"
+#include "error_record.h"
+#include "file_migrate_orvane.h"
+#include "log.h"
+#include "record_file.h"
+#include "reply.h"
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+/// Indexed by the command number, which is part of the wire protocol: entries never move.
+constexpr std::array<CommandHandler, COMMAND_COUNT> COMMAND_TABLE = {
+    ProcessIsExistCmd,      // 0 IsExist
+    ProcessIsDirCmd,        // 1 IsDir
+    ProcessListDirCmd,      // 2 ListDir
+    ProcessPrepareDirCmd,   // 3 PrepareDir
+    ProcessMigrateSubCmd,   // 4 MoveSub
+    ProcessMigrateAllCmd,   // 5 MoveAll
+    ProcessMigrateSubCmd,   // 6 CopySub
+    ProcessMigrateAllCmd,   // 7 CopyAll
+    ProcessRemoveCmd,       // 8 Remove
+    ProcessRestoreconCmd,   // 9 Restorecon
+    ProcessRestoreconCmd,   // 10 RestoreconFromParent
+    ProcessRemoveCmd,       // 11 TryRemove
+    ProcessMkDirCmd,        // 12 MkDir
+    ProcessChOwnCmd,        // 13 ChOwn
+    ProcessChModCmd,        // 14 ChMod
+    ProcessExistedPathCmd,  // 15 ExistedPath
+    ProcessUsedSpaceCmd,    // 16 UsedSpace
+    ProcessMaxSizeCmd,      // 17 MaxSize
+    ProcessCopyCombCmd,     // 18 CopyComb
+};
+
+constexpr std::int32_t MAX_RECURSE_OPT = 2;
+
+void Refuse(const std::string& type, const std::string& field, const std::string& value) {
+    RecordHandleCmdErr(type, field, value, RECORD_KIND_AB);
+}
+
+/// Terminated within its width and free of "../".
+bool IsTextValid(const char* text, std::size_t width) {
+    return strnlen(text, width) < width && std::strstr(text, "../") == nullptr;
+}
+
+bool IsRecvMsgValid(const FileMigrateRcvMsg& msg) {
+    const struct {
+        const char* name;
+        const char* text;
+        std::size_t width;
+    } fields[] = {
+        {"src", msg.src, sizeof(msg.src)},
+        {"dts", msg.dst, sizeof(msg.dst)},  // the name that readers of the records know, though the field is dst
+        {"user", msg.user, sizeof(msg.user)},
+        {"group", msg.group, sizeof(msg.group)},
+        {"perm", msg.perm, sizeof(msg.perm)},
+    };
+    for (const auto& field : fields) {
+        if (!IsTextValid(field.text, field.width)) {
+            LogError("Invalid String: %{public}s", field.name);
+            Refuse("INVALID_STR", field.name, "");
+            return false;
+        }
+    }
+    if (static_cast<std::uint32_t>(msg.cmd) >= COMMAND_COUNT) {
+        LogError("Invalid cmd: %{public}d", msg.cmd);
+        Refuse("INVALID_CMD", "cmd", std::to_string(msg.cmd));
+        return false;
+    }
+    if (std::strchr(msg.perm, '-') != nullptr) {
+        LogError("Invalid perm: %{public}s", msg.perm);
+        Refuse("INVALID_MODE", "perm", msg.perm);
+        return false;
+    }
+    if (static_cast<std::uint32_t>(msg.recurseOpt) > MAX_RECURSE_OPT) {
+        LogError("Invalid recurseOpt: %{public}d", msg.recurseOpt);
+        Refuse("INVALID_RECURSEOPT", "recurseOpt", std::to_string(msg.recurseOpt));
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+void HandleCmd(const int& fd, const char* recvBuf, const int& recvBufSize) {
+    if (recvBuf == nullptr || recvBufSize != static_cast<int>(sizeof(FileMigrateRcvMsg))) {
+        LogError("recvBufSize error: %{public}d, expect: %{public}lu", recvBufSize, sizeof(FileMigrateRcvMsg));
+        Refuse("RECVBUFSIZE", "recvbufsize", std::to_string(recvBufSize));
+        return;
+    }
+    const auto* msg = reinterpret_cast<const FileMigrateRcvMsg*>(recvBuf);
+    if (!IsRecvMsgValid(*msg)) {
+        LogError("Invalid RecvMsg!");
+        return;
+    }
+    LogError(
+        "cmd: %{public}d, src: %{public}s, dst: %{public}s, user: %{public}s, group: %{public}s, "
+        "recurseOpt: %{public}d, perm: %{public}s, fd: %{public}d",
+        msg->cmd, msg->src, msg->dst, msg->user, msg->group, msg->recurseOpt, msg->perm, fd);
+    extraInfo info{};
+    const std::int32_t result = COMMAND_TABLE[static_cast<std::size_t>(msg->cmd)](msg, info);
+    SendResMsg(fd, result, info);
+}
+
+}  // namespace TAVO::FileMigrateOrvane

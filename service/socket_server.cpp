@@ -1,0 +1,249 @@
+#include "socket_server.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <ctime>
+#include <new>
+#include <string>
+
+#include "bounded_copy.h"
+#include "control_socket.h"
+#include "log.h"
+#include "unique_fd.h"
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+constexpr const char* SOCKET_NAME = "file_migrate_orvane";
+const std::string kSocketPath = "/dev/unix/socket/file_migrate_orvane";
+constexpr int LISTEN_BACKLOG = 100;
+constexpr int WAIT_MS = 100;
+constexpr std::uint64_t IDLE_LIMIT_MS = 600000;
+constexpr std::uint32_t ACCEPT_PAUSE_MS = 100;
+/// How long one send to a client that does not read may hold a worker.
+constexpr timeval SEND_LIMIT = {.tv_sec = 3, .tv_usec = 0};
+
+/// Milliseconds of the monotonic clock, cut to 32 bits; 0 when the clock fails.
+std::uint32_t MonotonicMs() {
+    timespec now{};
+    if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) {
+        return 0;
+    }
+    return static_cast<std::uint32_t>(now.tv_sec * 1000 + now.tv_nsec / 1000000);
+}
+
+/// The listening socket where init gave none. -1 on failure; a failed copy of the path gives its error number,
+/// which the caller, who only looks for a result below 1, takes for a descriptor.
+int CreateServerSocket() {
+    // Not closed after a failure: the process is about to end.
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 1) {
+        LogError("Failed to create socket");
+        return -1;
+    }
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const int copied =
+        strncpy_s(address.sun_path, sizeof(address.sun_path) - 1, kSocketPath.c_str(), kSocketPath.length());
+    if (copied != 0) {
+        LogError("Failed to set socket path");
+        return copied;
+    }
+    if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0) {
+        LogError("Failed to bind socket");
+        return -1;
+    }
+    if (listen(fd, LISTEN_BACKLOG) < 0) {
+        LogError("Failed to listen socket");
+        return -1;
+    }
+    return fd;
+}
+
+void Watch(int epfd, int fd, std::uint32_t flags) {
+    epoll_event event{};
+    event.events = flags;
+    event.data.fd = fd;
+    epoll_ctl(epfd, EPOLL_CTL_ADD, fd, &event);
+}
+
+void Unwatch(int epfd, int fd) {
+    epoll_ctl(epfd, EPOLL_CTL_DEL, fd, nullptr);
+}
+
+/// Whether a failed accept leaves the client waiting and the listening socket readable.
+bool IsShortage(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
+}
+
+}  // namespace
+
+FileMigrateSocketServer::FileMigrateSocketServer()
+    : events{}, taskMutex{}, taskCond{}, taskTail(nullptr), exitFlag(false), acceptPaused(false), acceptPausedAt(0) {
+    memset_s(events, sizeof(events), 0, sizeof(events));
+}
+
+FileMigrateSocketServer::~FileMigrateSocketServer() {
+    const std::lock_guard lock(fdMapMutex);
+    for (const auto& [fd, refcnt] : fdMap) {
+        LogError("closefd: %{public}d, refcnt: %{public}d", fd, refcnt);
+        close(fd);
+    }
+}
+
+void FileMigrateSocketServer::CreateServer() {
+    int listenFd = GetControlSocket(SOCKET_NAME);
+    LogInfo("Get socket from env %{public}s socketId %{public}d", kSocketPath, listenFd);
+    if (listenFd < 1) {
+        listenFd = CreateServerSocket();
+        if (listenFd < 1) {
+            LogError("Failed to create socket %{public}s", kSocketPath);
+            return;
+        }
+    }
+    pthread_mutex_init(&taskMutex, nullptr);
+    pthread_cond_init(&taskCond, nullptr);
+    if (ThreadPoolInit() == 0) {
+        const int epfd = epoll_create1(EPOLL_CLOEXEC);
+        Watch(epfd, listenFd, EPOLLIN);
+        EpollHandler(epfd, listenFd);
+        LogError("closefd: %{public}d", epfd);
+        close(epfd);
+        ReleaseThreadTask(WORKER_COUNT);
+    }
+    pthread_cond_destroy(&taskCond);
+    pthread_mutex_destroy(&taskMutex);
+}
+
+void FileMigrateSocketServer::EpollHandler(int epfd, int listenFd) {
+    std::uint32_t lastActivity = MonotonicMs();
+    while (true) {
+        const int count = epoll_wait(epfd, events, MAX_EVENTS, WAIT_MS);
+        if (acceptPaused) {
+            ResumeAccepting(epfd, listenFd);
+        }
+        if (count > 0) {
+            HandleEvents(epfd, listenFd, count);
+            lastActivity = MonotonicMs();
+            continue;
+        }
+        // Widened before the subtraction: a count that wrapped, or a clock that failed, ends an idle loop at once.
+        const std::uint64_t idle = std::uint64_t{MonotonicMs()} - std::uint64_t{lastActivity};
+        if (idle >= IDLE_LIMIT_MS) {
+            break;
+        }
+    }
+    LogInfo("Maser thread EpollHandler end.");
+}
+
+void FileMigrateSocketServer::HandleEvents(int epfd, int listenFd, int count) {
+    for (int i = 0; i < count; ++i) {
+        try {
+            HandlerEpollin(epfd, listenFd, events[i]);
+        } catch (const std::bad_alloc&) {
+            const int fd = events[i].data.fd;
+            LogError("out of memory, connection dropped, fd: %{public}d", fd);
+            if (fd != listenFd) {
+                DropConnection(epfd, fd);
+            }
+        }
+    }
+}
+
+void FileMigrateSocketServer::HandlerEpollin(int epfd, int listenFd, const epoll_event& event) {
+    const int fd = event.data.fd;
+    if (fd == listenFd) {
+        EpollAccept(epfd, listenFd);
+    } else if ((event.events & EPOLLHUP) != 0) {
+        LogError("EPOLLHUP fd: %{public}d", fd);
+        DropConnection(epfd, fd);
+    } else if ((event.events & EPOLLIN) != 0 && fd >= 0) {
+        AddThreadTask(fd);
+    }
+}
+
+void FileMigrateSocketServer::EpollAccept(int epfd, int listenFd) {
+    UniqueFd accepted(accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC));
+    if (!accepted) {
+        const int error = errno;
+        LogError("Failed to accept client connect request");
+        if (IsShortage(error)) {
+            PauseAccepting(epfd, listenFd);
+        }
+        return;
+    }
+    const int fd = accepted.Get();
+    LogError("acceptfd: %{public}d", fd);
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &SEND_LIMIT, sizeof(SEND_LIMIT));
+    Watch(epfd, fd, EPOLLIN | EPOLLET);
+    const std::lock_guard lock(fdMapMutex);
+    const bool isNew = fdMap.emplace(fd, 1).second;
+    accepted.Release();  // the entry in fdMap owns it now
+    if (!isNew) {
+        LogError("%{public}d already in fdMap", fd);
+        return;
+    }
+    LogDebug("insert %{public}d to fdMap", fd);
+}
+
+/// Drops the accept's reference. A peer that shuts down and then closes raises its hang-up twice, so the
+/// descriptor leaves the epoll set first: a second drop would take a worker's reference.
+void FileMigrateSocketServer::DropConnection(int epfd, int fd) {
+    Unwatch(epfd, fd);
+    SubFdRef(fd);
+}
+
+/// A client that cannot be accepted for want of descriptors or memory leaves the listening socket readable; left
+/// in the epoll set it would make the loop spin.
+void FileMigrateSocketServer::PauseAccepting(int epfd, int listenFd) {
+    Unwatch(epfd, listenFd);
+    acceptPaused = true;
+    acceptPausedAt = MonotonicMs();
+}
+
+void FileMigrateSocketServer::ResumeAccepting(int epfd, int listenFd) {
+    if (MonotonicMs() - acceptPausedAt >= ACCEPT_PAUSE_MS) {
+        acceptPaused = false;
+        Watch(epfd, listenFd, EPOLLIN);
+    }
+}
+
+bool FileMigrateSocketServer::AddFdRef(int fd) {
+    const std::lock_guard lock(fdMapMutex);
+    const auto entry = fdMap.find(fd);
+    if (entry == fdMap.end()) {
+        LogError("%{public}d not found int fdMap", fd);
+        return false;
+    }
+    ++entry->second;
+    LogDebug("fd:%{public}d, refcnt:%{public}d", fd, entry->second);
+    return true;
+}
+
+bool FileMigrateSocketServer::SubFdRef(int fd) {
+    const std::lock_guard lock(fdMapMutex);
+    const auto entry = fdMap.find(fd);
+    if (entry == fdMap.end()) {
+        LogError("%{public}d not found int fdMap", fd);
+        return false;
+    }
+    if (entry->second < 1) {
+        LogError("%{public}d refcnt abnormal: %{public}d", fd, entry->second);
+        return false;
+    }
+    if (entry->second == 1) {
+        // Closed under the lock, so that nobody can take a reference on the number in between.
+        fdMap.erase(entry);
+        close(fd);
+        LogInfo("clear and close fd: %{public}d", fd);
+        return true;
+    }
+    --entry->second;
+    LogDebug("fd:%{public}d, refcnt:%{public}d", fd, entry->second);
+    return true;
+}
+
+}  // namespace TAVO::FileMigrateOrvane

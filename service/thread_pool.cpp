@@ -1,0 +1,120 @@
+// The worker pool of FileMigrateSocketServer.
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <new>
+
+#include "bounded_copy.h"
+#include "file_migrate_orvane.h"
+#include "handle_cmd.h"
+#include "log.h"
+#include "socket_server.h"
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+class TaskLock {
+public:
+    explicit TaskLock(pthread_mutex_t& taskMutex) : mutex(taskMutex) { pthread_mutex_lock(&mutex); }
+    ~TaskLock() { pthread_mutex_unlock(&mutex); }
+    TaskLock(const TaskLock&) = delete;
+    TaskLock& operator=(const TaskLock&) = delete;
+
+private:
+    pthread_mutex_t& mutex;
+};
+
+/// Reads what is there and has it handled. It never waits: a task that finds nothing is stale (another worker
+/// has read the bytes, or the descriptor's number was given to a new connection).
+void ServeOneRequest(int fd, FileMigrateRcvMsg& buffer) {
+    const auto received = static_cast<int>(recv(fd, &buffer, sizeof(buffer), MSG_DONTWAIT));
+    if (received < 0) {
+        LogError({"Readline error, errno: %{public}d, eventfd: %{public}d", "ThreadTaskExecute"}, errno, fd);
+    } else if (received == 0) {
+        LogError({"Readline null, eventfd: %{public}d", "ThreadTaskExecute"}, fd);
+    } else {
+        LogDebug({"Handle eventfd: %{public}d", "ThreadTaskExecute"}, fd);
+        HandleCmd(fd, reinterpret_cast<const char*>(&buffer), received);
+    }
+}
+
+}  // namespace
+
+int FileMigrateSocketServer::ThreadPoolInit() {
+    threads = std::make_unique<pthread_t[]>(WORKER_COUNT);
+    for (int i = 0; i < WORKER_COUNT; ++i) {
+        // The workers keep the process's name: the kernel writes a task's name into its log lines, and the
+        // kernel-log dump finds them by it.
+        if (pthread_create(&threads[static_cast<std::size_t>(i)], nullptr, ThreadTaskExecute, this) != 0) {
+            ReleaseThreadTask(i);
+            threads.reset();
+            LogError("Failed to create thread.");
+            return -1;
+        }
+    }
+    return 0;
+}
+
+void FileMigrateSocketServer::AddThreadTask(int fd) {
+    auto node = std::make_unique<TaskNode>(TaskNode{fd, nullptr});
+    {
+        const TaskLock lock(taskMutex);
+        TaskNode* const added = node.get();
+        (taskHead == nullptr ? taskHead : taskTail->next) = std::move(node);
+        taskTail = added;
+        pthread_cond_broadcast(&taskCond);
+    }
+    LogError("eventfd: %{public}d", fd);
+}
+
+int FileMigrateSocketServer::GetThreadTask() {
+    const TaskLock lock(taskMutex);
+    while (taskHead == nullptr && !exitFlag) {
+        pthread_cond_wait(&taskCond, &taskMutex);
+    }
+    if (taskHead == nullptr) {
+        return -1;
+    }
+    const int fd = taskHead->fd;
+    taskHead = std::move(taskHead->next);
+    LogError("GetThreadTask eventfd: %{public}d", fd);
+    return fd;
+}
+
+void* FileMigrateSocketServer::ThreadTaskExecute(void* server) {
+    auto& self = *static_cast<FileMigrateSocketServer*>(server);
+    FileMigrateRcvMsg buffer;
+    memset_s(&buffer, sizeof(buffer), 0, sizeof(buffer));
+    while (!self.exitFlag) {
+        const int fd = self.GetThreadTask();
+        if (fd < 0 || !self.AddFdRef(fd)) {
+            continue;
+        }
+        try {
+            ServeOneRequest(fd, buffer);
+        } catch (const std::bad_alloc&) {
+            LogError("out of memory, request dropped, eventfd: %{public}d", fd);
+        }
+        self.SubFdRef(fd);
+    }
+    LogInfo("Task thread exit");
+    return nullptr;
+}
+
+void FileMigrateSocketServer::ReleaseThreadTask(int count) {
+    {
+        const TaskLock lock(taskMutex);
+        exitFlag = true;
+        pthread_cond_broadcast(&taskCond);
+    }
+    for (int i = 0; i < count; ++i) {
+        pthread_join(threads[static_cast<std::size_t>(i)], nullptr);
+    }
+    LogInfo("ReleaseThreadTask wait taskthread exit.");
+    // One by one: a chain of owners that destroys itself recurses once per node.
+    while (taskHead != nullptr) {
+        taskHead = std::move(taskHead->next);
+    }
+}
+
+}  // namespace TAVO::FileMigrateOrvane
