@@ -30,7 +30,7 @@ DirectoryStream::DirectoryStream(int fd) {
     if (owner) {
         stream.reset(fdopendir(owner.Get()));
         if (stream != nullptr) {
-            owner.Release();
+            (void)owner.Release();  // the stream owns it now
         }
     }
 }
@@ -49,11 +49,12 @@ DirectoryStream DirectoryStream::OpenFollowing(const std::string& path) {
 }
 
 const dirent* DirectoryStream::Next() {
-    const dirent* entry = readdir(stream.get());
-    while (entry != nullptr && IsSelfOrParent(entry->d_name)) {
-        entry = readdir(stream.get());
+    while (true) {
+        const dirent* entry = readdir(stream.get());  // NOLINT(concurrency-mt-unsafe): one thread has the stream
+        if (entry == nullptr || !IsSelfOrParent(entry->d_name)) {
+            return entry;
+        }
     }
-    return entry;
 }
 
 }  // namespace TAVO::FileMigrateOrvane

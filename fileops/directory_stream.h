@@ -39,7 +39,7 @@ public:
     static DirectoryStream OpenFollowing(const std::string& path);
 
     explicit operator bool() const { return stream != nullptr; }
-    int Fd() const { return dirfd(stream.get()); }
+    [[nodiscard]] int Fd() const { return dirfd(stream.get()); }
     void Close() { stream.reset(); }
 
     /// The next entry but "." and "..", or null at the end. An error while reading counts as the end. The
@@ -47,7 +47,9 @@ public:
     const dirent* Next();
 
     /// What Next() gave, as an entry. @param path its text, already that of the child (see ChildPath)
-    Entry Child(const dirent& child, std::string& path) const { return {Fd(), child.d_name, child.d_type, path}; }
+    [[nodiscard]] Entry Child(const dirent& child, std::string& path) const {
+        return {Fd(), child.d_name, child.d_type, path};
+    }
 
 private:
     struct Closer {

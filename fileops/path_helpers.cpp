@@ -15,8 +15,8 @@
 namespace TAVO::FileMigrateOrvane {
 
 std::string DirName(const std::string& path) {
-    std::string copy = path;  // dirname() may write into its argument
-    return dirname(copy.data());
+    std::string copy = path;      // dirname() may write into its argument
+    return dirname(copy.data());  // NOLINT(concurrency-mt-unsafe): the copy is private
 }
 
 int IsPathExist(const std::string& path, int& err, int recordKind) {

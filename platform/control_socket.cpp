@@ -26,8 +26,8 @@ public:
     PassedSockets(const PassedSockets&) = delete;
     PassedSockets& operator=(const PassedSockets&) = delete;
 
-    int Count() const { return count; }
-    const char* Name(int index) const { return names[index]; }
+    [[nodiscard]] int Count() const { return count; }
+    [[nodiscard]] const char* Name(int index) const { return names[index]; }
 
 private:
     char** names = nullptr;

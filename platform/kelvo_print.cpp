@@ -26,6 +26,7 @@ constexpr std::size_t USUAL_LINE = 2048;
 /// Whether standard error is connected to the journal: $JOURNAL_STREAM holds "device:inode" of the stream that
 /// init connected, see systemd.exec(5).
 bool StandardErrorIsJournal() {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): asked once, and the environment never changes.
     const char* stream = std::getenv("JOURNAL_STREAM");
     struct stat st {};
     if (stream == nullptr || fstat(STDERR_FILENO, &st) != 0) {
@@ -147,6 +148,7 @@ std::size_t FormatText(char* line, std::size_t size, std::size_t head, const cha
     va_copy(copy, arguments);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"  // KelvoFormat has checked it against the arguments
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): copied from an argument that is.
     const int length = std::vsnprintf(line + head, size - head, format, copy);
 #pragma GCC diagnostic pop
     va_end(copy);

@@ -93,7 +93,7 @@ public:
         }
     }
 
-    const char* Text() const { return buffer; }
+    [[nodiscard]] const char* Text() const { return buffer; }
 
     const char* const function;
     const int line;

@@ -37,8 +37,8 @@ public:
         }
     }
 
-    int Get() const { return fd; }
-    int Release() { return std::exchange(fd, -1); }
+    [[nodiscard]] int Get() const { return fd; }
+    [[nodiscard]] int Release() { return std::exchange(fd, -1); }
     explicit operator bool() const { return fd >= 0; }
 
 private:

@@ -181,7 +181,7 @@ void FileMigrateSocketServer::EpollAccept(int epfd, int listenFd) {
     Watch(epfd, fd, EPOLLIN | EPOLLET);
     const std::lock_guard lock(fdMapMutex);
     const bool isNew = fdMap.emplace(fd, 1).second;
-    accepted.Release();  // the entry in fdMap owns it now
+    (void)accepted.Release();  // the entry in fdMap owns it now
     if (!isNew) {
         LogError("%{public}d already in fdMap", fd);
         return;
