@@ -1,7 +1,5 @@
 #include "directory_stream.h"
 
-#include <unistd.h>
-
 #include <cstring>
 
 #include "path_helpers.h"

@@ -1,6 +1,9 @@
 // Walking directories by descriptor. Below the path that a request names nothing is followed: an entry is acted
 // on relative to the open directory that lists it, and the path's text serves messages, records and labels only.
 // A walk holds one stream, so one descriptor, per level. Each object belongs to one thread.
+//
+// A walk recurses once per level, and a hostile tree may be as deep as the descriptors allow. What a walk does not
+// need in its own frame, above all its failures with their log lines, stands in functions that are not inlined.
 #pragma once
 
 #include <dirent.h>
@@ -20,7 +23,8 @@ struct Entry {
 };
 
 /// Whether a walk is to open the entry: it is a directory, or it is not known what it is (the open then fails and
-/// tells why). The file system is asked only where the entry's type is not known.
+/// tells why). The file system is asked only where the entry's type is not known: an entry that has been exchanged
+/// since it was listed shows when it is acted on.
 [[nodiscard]] bool TakeForDirectory(const Entry& entry, int& err);
 
 /// The entry for a path named in a request.
@@ -34,9 +38,9 @@ class DirectoryStream {
 public:
     /// Opens a directory; on failure the stream is empty and errno set. A last component that is a link is not
     /// followed (ENOTDIR).
-    static DirectoryStream Open(const Entry& entry);
+    [[nodiscard]] static DirectoryStream Open(const Entry& entry);
     /// The same for a path of a request whose last component may be a link, which is followed.
-    static DirectoryStream OpenFollowing(const std::string& path);
+    [[nodiscard]] static DirectoryStream OpenFollowing(const std::string& path);
 
     explicit operator bool() const { return stream != nullptr; }
     [[nodiscard]] int Fd() const { return dirfd(stream.get()); }
@@ -44,7 +48,7 @@ public:
 
     /// The next entry but "." and "..", or null at the end. An error while reading counts as the end. The
     /// result is good until the next call.
-    const dirent* Next();
+    [[nodiscard]] const dirent* Next();
 
     /// What Next() gave, as an entry. @param path its text, already that of the child (see ChildPath)
     [[nodiscard]] Entry Child(const dirent& child, std::string& path) const {

@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <string>
+#include <optional>
 
 #include "error_record.h"
 #include "log.h"
@@ -19,19 +19,23 @@ constexpr std::size_t ENTRY_SIZE = 1024;
 
 constexpr int NOT_DECODED = -1;
 
+/// Looks a name up with getpwnam_r or getgrnam_r. @return the call's error code; `id` stays empty if there is none
+template <class Record, class Lookup>
+int Find(Lookup lookup, unsigned int Record::*idField, const char* name, std::optional<int>& id) {
+    Record record{};
+    char buffer[ENTRY_SIZE] = {};
+    Record* result = nullptr;
+    const int code = lookup(name, &record, buffer, sizeof(buffer), &result);
+    if (result != nullptr) {
+        id = static_cast<int>(record.*idField);
+    }
+    return code;
+}
+
 /// What decoding a user and decoding a group do not have in common.
 struct Users {
     static constexpr const char* LOOKUP_CODE = "GETPWNAM";
-    /// @return the lookup's error code; `found` tells whether `id` was set
-    static int Find(const char* name, int& id, bool& found) {
-        passwd entry{};
-        char buffer[ENTRY_SIZE] = {};
-        passwd* result = nullptr;
-        const int code = getpwnam_r(name, &entry, buffer, sizeof(buffer), &result);
-        found = result != nullptr;
-        id = found ? static_cast<int>(entry.pw_uid) : NOT_DECODED;
-        return code;
-    }
+    static int FindId(const char* name, std::optional<int>& id) { return Find(getpwnam_r, &passwd::pw_uid, name, id); }
     static void Record(const char* name, int err, int recordKind, const char* code) {
         RecordUidErr(name, err, recordKind, code);
     }
@@ -49,15 +53,7 @@ struct Users {
 
 struct Groups {
     static constexpr const char* LOOKUP_CODE = "GETGRNAM";
-    static int Find(const char* name, int& id, bool& found) {
-        group entry{};
-        char buffer[ENTRY_SIZE] = {};
-        group* result = nullptr;
-        const int code = getgrnam_r(name, &entry, buffer, sizeof(buffer), &result);
-        found = result != nullptr;
-        id = found ? static_cast<int>(entry.gr_gid) : NOT_DECODED;
-        return code;
-    }
+    static int FindId(const char* name, std::optional<int>& id) { return Find(getgrnam_r, &group::gr_gid, name, id); }
     static void Record(const char* name, int err, int recordKind, const char* code) {
         RecordGidErr(name, err, recordKind, code);
     }
@@ -91,11 +87,10 @@ int DecodeNumber(const char* text, int& err, int recordKind) {
 
 template <class Database>
 int DecodeName(const char* name, int& err, int recordKind) {
-    int id = NOT_DECODED;
-    bool found = false;
-    const int code = Database::Find(name, id, found);
-    if (found) {
-        return id;
+    std::optional<int> id;
+    const int code = Database::FindId(name, id);
+    if (id) {
+        return *id;
     }
     if (code != 0) {
         err = code;

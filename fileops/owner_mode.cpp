@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,13 +14,17 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-/// fchmodat2(2), Linux 6.6; one number on all architectures. Debian 12's headers do not know it yet.
-constexpr long SYS_FCHMODAT2 = 452;
+/// fchmodat2(2), Linux 6.6, which Debian 12's headers do not know yet; the number is that of all newer architectures.
+#ifdef SYS_fchmodat2
+constexpr long FCHMODAT2 = SYS_fchmodat2;
+#else
+constexpr long FCHMODAT2 = 452;
+#endif
 
 /// lchmod relative to a directory. The C library's own needs /proc and four calls, so it only serves kernels
 /// without the call.
 int ChModNoFollow(int dirFd, const char* name, unsigned int mode) {
-    if (syscall(SYS_FCHMODAT2, dirFd, name, mode, AT_SYMLINK_NOFOLLOW) == 0) {
+    if (syscall(FCHMODAT2, dirFd, name, mode, AT_SYMLINK_NOFOLLOW) == 0) {
         return 0;
     }
     return errno == ENOSYS ? fchmodat(dirFd, name, mode, AT_SYMLINK_NOFOLLOW) : -1;
@@ -30,18 +35,21 @@ struct OwnerChange {
     const unsigned int gid;
 
     int Apply(int dirFd, const char* name, const std::string& path, int& err, int recordKind) const {
-        if (fchownat(dirFd, name, uid, gid, AT_SYMLINK_NOFOLLOW) == 0) {
-            return 0;
-        }
+        return fchownat(dirFd, name, uid, gid, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : Failed(path, err, recordKind);
+    }
+
+    [[gnu::noinline]] int Failed(const std::string& path, int& err, int recordKind) const {
         err = errno;
         LogError({"lchown %{public}s %{public}u %{public}u failed, errno=%{public}d", "DoChOwn"}, path, uid, gid, err);
         RecordChownErr(path, uid, gid, err, recordKind);
         return -1;
     }
 
-    static void ReportOpenFailure(const std::string& path, int err, int recordKind) {
+    [[gnu::noinline]] static int OpenFailed(const std::string& path, int& err, int recordKind) {
+        err = errno;
         RecordErrForPath("OPEN_CHMOWNERECURSE", path, err, recordKind);
         LogError({"open dir %{public}s failed, errno %{public}d", "DoChOwnRecurse"}, path, err);
+        return -1;
     }
 };
 
@@ -49,18 +57,21 @@ struct ModeChange {
     const unsigned int mode;
 
     int Apply(int dirFd, const char* name, const std::string& path, int& err, int recordKind) const {
-        if (ChModNoFollow(dirFd, name, mode) == 0) {
-            return 0;
-        }
+        return ChModNoFollow(dirFd, name, mode) == 0 ? 0 : Failed(path, err, recordKind);
+    }
+
+    [[gnu::noinline]] int Failed(const std::string& path, int& err, int recordKind) const {
         err = errno;
         LogError({"lchmod %{public}s %{public}o failed, errno=%{public}d", "DoChMod"}, path, mode, err);
         RecordChmodErr(path, mode, err, recordKind);
         return -1;
     }
 
-    static void ReportOpenFailure(const std::string& path, int err, int recordKind) {
+    [[gnu::noinline]] static int OpenFailed(const std::string& path, int& err, int recordKind) {
+        err = errno;
         RecordErrForPath("OPEN_CHMODERECURSE", path, err, recordKind);
         LogError({"open dir %{public}s failed, errno %{public}d", "DoChModRecurse"}, path, err);
+        return -1;
     }
 };
 
@@ -79,9 +90,7 @@ int ChangeTree(const Change& change, const Entry& entry, int& err, int recordKin
     }
     DirectoryStream stream = DirectoryStream::Open(entry);
     if (!stream) {
-        err = errno;
-        Change::ReportOpenFailure(entry.path, err, recordKind);
-        return -1;
+        return Change::OpenFailed(entry.path, err, recordKind);
     }
     int result = 0;
     while (const dirent* child = stream.Next()) {

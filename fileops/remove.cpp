@@ -15,7 +15,7 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-int DoRmDirAt(int dirFd, const char* name, const std::string& path, int& err, int recordKind) {
+[[gnu::noinline]] int DoRmDirAt(int dirFd, const char* name, const std::string& path, int& err, int recordKind) {
     if (unlinkat(dirFd, name, AT_REMOVEDIR) == 0) {
         return 0;
     }
@@ -25,16 +25,20 @@ int DoRmDirAt(int dirFd, const char* name, const std::string& path, int& err, in
     return -1;
 }
 
+[[gnu::noinline]] int OpenFailed(const std::string& path, int& err, int recordKind) {
+    err = errno;
+    RecordNormalErr("OPEN_TRYREMOVE", path, err, recordKind);
+    LogError({"open dir %{public}s failed, errno %{public}d", "TryRemove"}, path, err);
+    return -1;
+}
+
 int TryRemoveEntry(const Entry& entry, int& err, int recordKind) {
     if (!TakeForDirectory(entry, err)) {
         return DoUnlinkAt(entry.dirFd, entry.name, entry.path, err, recordKind);
     }
     DirectoryStream stream = DirectoryStream::Open(entry);
     if (!stream) {
-        err = errno;
-        RecordNormalErr("OPEN_TRYREMOVE", entry.path, err, recordKind);
-        LogError({"open dir %{public}s failed, errno %{public}d", "TryRemove"}, entry.path, err);
-        return -1;
+        return OpenFailed(entry.path, err, recordKind);
     }
     int result = 0;
     while (const dirent* child = stream.Next()) {
@@ -66,7 +70,7 @@ int DoUnlink(const std::string& path, int& err, int recordKind) {
     return DoUnlinkAt(AT_FDCWD, path.c_str(), path, err, recordKind);
 }
 
-int DoUnlinkAt(int dirFd, const char* name, const std::string& path, int& err, int recordKind) {
+[[gnu::noinline]] int DoUnlinkAt(int dirFd, const char* name, const std::string& path, int& err, int recordKind) {
     if (unlinkat(dirFd, name, 0) == 0) {
         return 0;
     }

@@ -21,24 +21,37 @@ int BlocksToKB(std::uint32_t blocks) {
     return static_cast<int>(blocks >> 1);
 }
 
-int AddBlksRecurse(const Entry& entry, std::uint32_t& totalBlocks, int& err, int recordKind) {
+[[gnu::noinline]] int AddBlks(const Entry& entry, std::uint32_t& totalBlocks, bool& isDir, int& err, int recordKind) {
     struct stat st {};
     if (fstatat(entry.dirFd, entry.name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
         err = errno;
-        LogError({"lstat %{public}s failed, errno=%{public}d", "AddBlks"}, entry.path, err);
+        LogError("lstat %{public}s failed, errno=%{public}d", entry.path, err);
         RecordErrForPath("ADDBLKS_LSTAT", entry.path, err, recordKind);
         return -1;
     }
     totalBlocks += static_cast<std::uint32_t>(st.st_blocks);
-    if (!S_ISDIR(st.st_mode) || IsDirAt(entry.dirFd, entry.name, entry.path, err, RECORD_KIND_NONE) == 0) {
+    isDir = S_ISDIR(st.st_mode) && IsDirAt(entry.dirFd, entry.name, entry.path, err, RECORD_KIND_NONE) != 0;
+    return 0;
+}
+
+[[gnu::noinline]] int AddBlksOpenFailed(const std::string& path, int& err, int recordKind) {
+    err = errno;
+    LogError({"open dir %{public}s failed, errno %{public}d", "AddBlksRecurse"}, path, err);
+    RecordNormalErr("OPEN_ADDBLKSRECURSE", path, err, recordKind);
+    return -1;
+}
+
+int AddBlksRecurse(const Entry& entry, std::uint32_t& totalBlocks, int& err, int recordKind) {
+    bool isDir = false;
+    if (AddBlks(entry, totalBlocks, isDir, err, recordKind) != 0) {
+        return -1;
+    }
+    if (!isDir) {
         return 0;
     }
     DirectoryStream stream = DirectoryStream::Open(entry);
     if (!stream) {
-        err = errno;
-        LogError("open dir %{public}s failed, errno %{public}d", entry.path, err);
-        RecordNormalErr("OPEN_ADDBLKSRECURSE", entry.path, err, recordKind);
-        return -1;
+        return AddBlksOpenFailed(entry.path, err, recordKind);
     }
     int result = 0;
     while (const dirent* child = stream.Next()) {
@@ -50,11 +63,11 @@ int AddBlksRecurse(const Entry& entry, std::uint32_t& totalBlocks, int& err, int
     return result;
 }
 
-int CompareSize(const Entry& entry, std::int64_t& maxBlocks, int& err, int recordKind) {
+[[gnu::noinline]] int RecMaxSize(const Entry& entry, std::int64_t& maxBlocks, int& err, int recordKind) {
     struct stat st {};
     if (fstatat(entry.dirFd, entry.name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
         err = errno;
-        LogError({"lstat %{public}s failed, errno=%{public}d", "RecMaxSize"}, entry.path, err);
+        LogError("lstat %{public}s failed, errno=%{public}d", entry.path, err);
         RecordErrForPath("MAXSIZE_LSTAT", entry.path, err, recordKind);
         return -1;
     }
@@ -62,16 +75,20 @@ int CompareSize(const Entry& entry, std::int64_t& maxBlocks, int& err, int recor
     return 0;
 }
 
+[[gnu::noinline]] int RecMaxSizeOpenFailed(const std::string& path, int& err, int recordKind) {
+    err = errno;
+    LogError({"open dir %{public}s failed, errno %{public}d", "RecMaxSizeRecurse"}, path, err);
+    RecordNormalErr("OPEN_RECMAXSIZERECURSE", path, err, recordKind);
+    return -1;
+}
+
 int RecMaxSizeRecurse(const Entry& entry, std::int64_t& maxBlocks, int& err, int recordKind) {
     if (IsDirAt(entry.dirFd, entry.name, entry.path, err, recordKind) == 0) {
-        return CompareSize(entry, maxBlocks, err, recordKind);
+        return RecMaxSize(entry, maxBlocks, err, recordKind);
     }
     DirectoryStream stream = DirectoryStream::Open(entry);
     if (!stream) {
-        err = errno;
-        LogError("open dir %{public}s failed, errno %{public}d", entry.path, err);
-        RecordNormalErr("OPEN_RECMAXSIZERECURSE", entry.path, err, recordKind);
-        return -1;
+        return RecMaxSizeOpenFailed(entry.path, err, recordKind);
     }
     while (const dirent* child = stream.Next()) {
         const ChildPath joined(entry.path, child->d_name);

@@ -11,9 +11,11 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
+#include <iterator>
+#include <memory>
 #include <new>
-#include <string>
 
 #include "unique_fd.h"
 
@@ -32,7 +34,9 @@ bool StandardErrorIsJournal() {
     if (stream == nullptr || fstat(STDERR_FILENO, &st) != 0) {
         return false;
     }
-    return stream == std::to_string(st.st_dev) + ":" + std::to_string(st.st_ino);
+    char own[64];
+    (void)std::snprintf(own, sizeof(own), "%lu:%lu", st.st_dev, st.st_ino);
+    return std::strcmp(stream, own) == 0;
 }
 
 bool UseJournal() {
@@ -40,47 +44,24 @@ bool UseJournal() {
     return useJournal;
 }
 
-char LetterOf(LogLevel level) {
+/// How a level is shown: the letter on standard error, the journal's priority.
+struct Shown {
+    char letter;
+    int priority;
+};
+
+Shown ShownAs(LogLevel level) {
     switch (level) {
         case LogLevel::Debug:
-            return 'D';
+            return {'D', LOG_DEBUG};
         case LogLevel::Info:
-            return 'I';
+            return {'I', LOG_INFO};
         case LogLevel::Warn:
-            return 'W';
+            return {'W', LOG_WARNING};
         case LogLevel::Error:
             break;
     }
-    return 'E';
-}
-
-int PriorityOf(LogLevel level) {
-    switch (level) {
-        case LogLevel::Debug:
-            return LOG_DEBUG;
-        case LogLevel::Info:
-            return LOG_INFO;
-        case LogLevel::Warn:
-            return LOG_WARNING;
-        case LogLevel::Error:
-            break;
-    }
-    return LOG_ERR;
-}
-
-/// "MESSAGE=" for the journal, which keeps time, level and tag as fields; else "11-21 10:15:30.250 E Tag: ".
-std::size_t FormatHead(const LogSite& site, char* head, std::size_t size) {
-    if (UseJournal()) {
-        return static_cast<std::size_t>(std::snprintf(head, size, "MESSAGE="));
-    }
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    tm local{};
-    localtime_r(&now.tv_sec, &local);
-    std::size_t length = std::strftime(head, size, "%m-%d %H:%M:%S", &local);
-    length += static_cast<std::size_t>(std::snprintf(
-        head + length, size - length, ".%03ld %c %s: ", now.tv_nsec / 1000000, LetterOf(site.level), site.tag));
-    return length;
+    return {'E', LOG_ERR};
 }
 
 bool IsControl(char c) {
@@ -88,95 +69,151 @@ bool IsControl(char c) {
     return byte < 0x20 || byte == 0x7f;
 }
 
-/// Control characters can only come from a client's text; written as they are they could forge a line.
-std::string Escaped(const char* text, std::size_t length) {
-    static constexpr char digits[] = "0123456789abcdef";
-    std::string result;
-    result.reserve(length + 64);
-    for (std::size_t i = 0; i < length; ++i) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        if (IsControl(text[i])) {
-            result += {'\\', 'x', digits[byte >> 4], digits[byte & 0xf]};
-        } else {
-            result += text[i];
+/// A line in the making. It grows by allocation; without memory it is cut.
+class Line {
+public:
+    void Append(const char* format, va_list arguments) {
+        va_list again;
+        va_copy(again, arguments);
+        const std::size_t wanted = Print(format, arguments);
+        if (length + wanted >= capacity && Reserve(length + wanted + 2)) {
+            Print(format, again);
         }
+        va_end(again);
+        length = std::min(length + wanted, capacity - 1);
     }
-    return result;
-}
 
-void SendToJournal(const LogSite& site, const char* message, std::size_t length) {
-    const std::array<std::string, 6> fields = {"PRIORITY=" + std::to_string(PriorityOf(site.level)),
-                                               std::string("SYSLOG_IDENTIFIER=") + site.tag,
-                                               "LOG_DOMAIN=" + std::to_string(site.domain),
-                                               "LOG_TYPE=" + std::to_string(site.type),
-                                               std::string("CODE_FUNC=") + site.function,
-                                               "CODE_LINE=" + std::to_string(site.line)};
-    std::array<iovec, fields.size() + 1> parts{};
-    parts[0] = {const_cast<char*>(message), length};
-    for (std::size_t i = 0; i < fields.size(); ++i) {
-        parts[i + 1] = {const_cast<char*>(fields[i].data()), fields[i].size()};
+    [[gnu::format(printf, 2, 3)]] void Append(const char* format, ...) {
+        va_list arguments;
+        va_start(arguments, format);
+        Append(format, arguments);
+        va_end(arguments);
     }
-    sd_journal_sendv(parts.data(), static_cast<int>(parts.size()));
-}
 
-/// Hands over a whole line; there is room for one more byte behind it.
-void Deliver(const LogSite& site, char* line, std::size_t length) {
-    if (UseJournal()) {
-        SendToJournal(site, line, length);
-        return;
-    }
-    line[length] = '\n';
-    // A log line that cannot be written is lost: there is nowhere left to report it.
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line, length + 1);
-}
-
-void DeliverEscaped(const LogSite& site, char* line, std::size_t length) {
-    for (std::size_t i = 0; i < length; ++i) {
-        if (IsControl(line[i])) {
-            std::string escaped = Escaped(line, length);
-            escaped += '\n';
-            Deliver(site, escaped.data(), escaped.size() - 1);
+    /// Writes control characters as \x0a: they can only come from a client's text, and could forge a line.
+    void EscapeControls() {
+        static constexpr char digits[] = "0123456789abcdef";
+        const auto count = static_cast<std::size_t>(std::count_if(text, text + length, IsControl));
+        if (count == 0) {
             return;
         }
+        if (!Reserve(length + 3 * count + 2)) {
+            std::replace_if(text, text + length, IsControl, '?');
+            return;
+        }
+        char* to = text + length + 3 * count;
+        for (const char* from = text + length; from != text;) {
+            const char c = *--from;
+            if (IsControl(c)) {
+                const auto byte = static_cast<unsigned char>(c);
+                to -= 4;
+                const char escape[] = {'\\', 'x', digits[byte >> 4], digits[byte & 0xf]};
+                std::memcpy(to, escape, sizeof(escape));
+            } else {
+                *--to = c;
+            }
+        }
+        length += 3 * count;
     }
-    Deliver(site, line, length);
-}
 
-/// Appends the text behind the head in `line`, which takes `size` bytes; returns the length it wanted in all.
-std::size_t FormatText(char* line, std::size_t size, std::size_t head, const char* format, va_list arguments) {
-    va_list copy;
-    va_copy(copy, arguments);
+    void WriteTo(int fd) {
+        text[length] = '\n';
+        // A log line that cannot be written is lost: there is nowhere left to report it.
+        [[maybe_unused]] const ssize_t written = write(fd, text, length + 1);
+    }
+
+    iovec AsVector() { return {text, length}; }
+
+private:
+    /// Prints behind what is there, as far as there is room; returns the length it wanted.
+    std::size_t Print(const char* format, va_list arguments) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"  // KelvoFormat has checked it against the arguments
-    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): copied from an argument that is.
-    const int length = std::vsnprintf(line + head, size - head, format, copy);
+        // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the callers started or copied it.
+        const int wanted = std::vsnprintf(text + length, capacity - length, format, arguments);
 #pragma GCC diagnostic pop
-    va_end(copy);
-    return head + static_cast<std::size_t>(length < 0 ? 0 : length);
+        return static_cast<std::size_t>(std::max(wanted, 0));
+    }
+
+    /// Makes room for `size` bytes; false, with the line as it was, where there is no memory.
+    bool Reserve(std::size_t size) {
+        if (size <= capacity) {
+            return true;
+        }
+        std::unique_ptr<char[]> grown(new (std::nothrow) char[size]);
+        if (grown == nullptr) {
+            return false;
+        }
+        std::memcpy(grown.get(), text, length);
+        large = std::move(grown);
+        text = large.get();
+        capacity = size;
+        return true;
+    }
+
+    char usual[USUAL_LINE];
+    std::unique_ptr<char[]> large;
+    char* text = usual;
+    std::size_t capacity = sizeof(usual);
+    std::size_t length = 0;
+};
+
+/// "11-21 10:15:30.250 E Tag: "
+void AppendTimeLevelAndTag(Line& line, const LogSite& site) {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm local{};
+    localtime_r(&now.tv_sec, &local);
+    line.Append("%02d-%02d %02d:%02d:%02d.%03ld %c %s: ", local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
+                local.tm_sec, now.tv_nsec / 1000000, ShownAs(site.level).letter, site.tag);
+}
+
+void SendToJournal(const LogSite& site, Line& message) {
+    char fields[6][96];
+    (void)std::snprintf(fields[0], sizeof(fields[0]), "PRIORITY=%d", ShownAs(site.level).priority);
+    (void)std::snprintf(fields[1], sizeof(fields[1]), "SYSLOG_IDENTIFIER=%s", site.tag);
+    (void)std::snprintf(fields[2], sizeof(fields[2]), "LOG_DOMAIN=%u", site.domain);
+    (void)std::snprintf(fields[3], sizeof(fields[3]), "LOG_TYPE=%d", site.type);
+    (void)std::snprintf(fields[4], sizeof(fields[4]), "CODE_FUNC=%s", site.function);
+    (void)std::snprintf(fields[5], sizeof(fields[5]), "CODE_LINE=%d", site.line);
+    std::array<iovec, std::size(fields) + 1> parts{message.AsVector()};
+    for (std::size_t i = 0; i < std::size(fields); ++i) {
+        parts[i + 1] = {fields[i], std::strlen(fields[i])};
+    }
+    (void)sd_journal_sendv(parts.data(), static_cast<int>(parts.size()));
+}
+
+/// Copies a format without its "{public}" markers.
+void StripMarkers(const char* format, char* plain) {
+    constexpr std::size_t marker = sizeof("{public}") - 1;
+    while ((*plain++ = *format) != '\0') {
+        format += *format == '%' ? 1 + marker : 1;
+    }
 }
 
 }  // namespace
 
-void WriteLogLine(const LogSite& site, const char* format, ...) {
+void WriteLogLine(const LogSite& site, const char* format, ...) noexcept {
     const ErrnoKeeper keeper;
+    char plain[MAX_FORMAT + 1];
+    StripMarkers(format, plain);
+    Line line;
+    if (UseJournal()) {
+        line.Append("MESSAGE=");
+    } else {
+        AppendTimeLevelAndTag(line, site);
+    }
+    line.Append("[%s:%d] ", site.function, site.line);
     va_list arguments;
     va_start(arguments, format);
-    char usual[USUAL_LINE];
-    const std::size_t head = FormatHead(site, usual, sizeof(usual));
-    std::size_t length = FormatText(usual, sizeof(usual), head, format, arguments);
-    try {
-        if (length < sizeof(usual)) {
-            DeliverEscaped(site, usual, length);
-        } else {
-            std::string large(usual, head);
-            large.resize(length + 1);
-            length = FormatText(large.data(), large.size(), head, format, arguments);
-            DeliverEscaped(site, large.data(), length);
-        }
-    } catch (const std::bad_alloc&) {
-        Deliver(site, usual, std::min(length, sizeof(usual) - 1));
-    }
+    line.Append(plain, arguments);
     va_end(arguments);
+    line.EscapeControls();
+    if (UseJournal()) {
+        SendToJournal(site, line);
+    } else {
+        line.WriteTo(STDERR_FILENO);
+    }
 }
 
 }  // namespace TAVO::FileMigrateOrvane::Detail

@@ -26,8 +26,11 @@ struct LogSite {
 
 namespace Detail {
 
-/// Formats and writes one line; `format` is plain printf syntax, already checked against its arguments.
-void WriteLogLine(const LogSite& site, const char* format, ...);
+/// Characters that a format may have without its markers.
+inline constexpr std::size_t MAX_FORMAT = 255;
+
+/// Formats and writes one line; the format has been checked against its arguments.
+void WriteLogLine(const LogSite& site, const char* format, ...) noexcept;
 
 /// Declared and never defined: reaching it while compiling is the error message.
 void LogFormatDoesNotSuitItsArguments();
@@ -61,64 +64,44 @@ Number PrintfArgument(const Number& value) {
 
 }  // namespace Detail
 
-/// A format and the place it stands in, made only while compiling.
+/// A format and the place it stands in, made and checked while compiling.
 ///
-/// Every line begins "[%{public}s:%{public}d] ", filled with the function's name and the source line; the prefix
-/// is added here and not repeated in each text. The function's name is the caller's own unless another is given:
+/// Every line begins "[%{public}s:%{public}d] ", filled with the function's name and the source line; the log adds
+/// this prefix, the texts do not repeat it. The function's name is the caller's own unless another is given:
 /// LogError({"lstat %{public}s failed", "GetUidGid"}, path).
 template <class... Args>
 class KelvoFormat {
 public:
     // NOLINTNEXTLINE(google-explicit-constructor): a literal is to be written where a format is wanted.
-    consteval KelvoFormat(const char* text, const char* caller = __builtin_FUNCTION(), int at = __builtin_LINE())
-        : function(caller), line(at) {
-        Append("[%s:%d] ");
+    consteval KelvoFormat(const char* format, const char* caller = __builtin_FUNCTION(), int at = __builtin_LINE())
+        : text(format), function(caller), line(at) {
         std::size_t argument = 0;
-        while (*text != '\0') {
-            if (*text != '%') {
-                Append(*text++);
-                continue;
+        std::size_t length = 0;
+        for (; *format != '\0'; ++format, ++length) {
+            if (*format == '%') {
+                format = SkipMarker(format + 1);
+                const bool isLong = *format == 'l';
+                format += isLong ? 1 : 0;
+                CheckConversion(argument++, *format, isLong);
             }
-            text = SkipMarker(text + 1);
-            Append('%');
-            const bool isLong = *text == 'l';
-            if (isLong) {
-                Append(*text++);
-            }
-            CheckConversion(argument++, *text, isLong);
-            Append(*text++);
         }
-        if (argument != sizeof...(Args)) {
+        if (argument != sizeof...(Args) || length > Detail::MAX_FORMAT) {
             Detail::LogFormatDoesNotSuitItsArguments();
         }
     }
 
-    [[nodiscard]] const char* Text() const { return buffer; }
-
+    const char* const text;
     const char* const function;
     const int line;
 
 private:
-    consteval void Append(char c) {
-        if (length + 1 >= sizeof(buffer)) {
-            Detail::LogFormatDoesNotSuitItsArguments();
-        }
-        buffer[length++] = c;
-    }
-
-    consteval void Append(const char* text) {
-        while (*text != '\0') {
-            Append(*text++);
-        }
-    }
-
-    static consteval const char* SkipMarker(const char* text) {
-        for (const char* marker = "{public}"; *marker != '\0'; ++marker, ++text) {
-            if (*text != *marker) {
+    static consteval const char* SkipMarker(const char* format) {
+        for (const char* marker = "{public}"; *marker != '\0'; ++marker, ++format) {
+            if (*format != *marker) {
                 Detail::LogFormatDoesNotSuitItsArguments();
             }
         }
-        return text;
+        return format;
     }
 
     static consteval void CheckConversion(std::size_t argument, char conversion, bool isLong) {
@@ -133,9 +116,6 @@ private:
             Detail::LogFormatDoesNotSuitItsArguments();
         }
     }
-
-    char buffer[224] = {};
-    std::size_t length = 0;
 };
 
 /// Writes one line to the platform log.
@@ -143,8 +123,8 @@ private:
 template <class... Args>
 void KelvoPrint(int type, LogLevel level, unsigned int domain, const char* tag,
                 const KelvoFormat<std::type_identity_t<Args>...>& format, const Args&... args) {
-    Detail::WriteLogLine(LogSite{type, level, domain, tag, format.function, format.line}, format.Text(),
-                         format.function, format.line, Detail::PrintfArgument(args)...);
+    Detail::WriteLogLine(LogSite{type, level, domain, tag, format.function, format.line}, format.text,
+                         Detail::PrintfArgument(args)...);
 }
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -85,19 +85,26 @@ PathPara DumpPara(const std::string& path, unsigned int uid, unsigned int gid, u
     return {path, uid, gid, mode, RECURSE_NONE};
 }
 
+/// Directory, lines, mode and owner; without memory the dump is given up, not the request.
+bool WriteDump(const std::string& path) {
+    int err = 0;
+    try {
+        return PrepareDir(DumpPara(kDumpDir, DUMP_UID, DUMP_GID, DUMP_DIR_MODE), err, RECORD_KIND_NONE) == 0 &&
+               ReadKmsgToFile(path) &&
+               ChMod(DumpPara(path, NOT_GIVEN, NOT_GIVEN, DUMP_FILE_MODE), err, RECORD_KIND_NONE) == 0 &&
+               ChOwn(DumpPara(path, DUMP_UID, DUMP_GID, NOT_GIVEN), err, RECORD_KIND_NONE) == 0;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
 }  // namespace
 
 void DumpKmsg(const std::string& type) {
     const std::string path = kDumpDir + "/" + type + "@" + GetCurrentTimeStr();
-    int err = 0;
-    const bool complete =
-        PrepareDir(DumpPara(kDumpDir, DUMP_UID, DUMP_GID, DUMP_DIR_MODE), err, RECORD_KIND_NONE) == 0 &&
-        ReadKmsgToFile(path) &&
-        ChMod(DumpPara(path, NOT_GIVEN, NOT_GIVEN, DUMP_FILE_MODE), err, RECORD_KIND_NONE) == 0 &&
-        ChOwn(DumpPara(path, DUMP_UID, DUMP_GID, NOT_GIVEN), err, RECORD_KIND_NONE) == 0;
-    if (!complete) {
-        // Whether or not it exists: removing what is not there succeeds.
-        (void)Remove(path, err, RECORD_KIND_NONE);
+    if (!WriteDump(path)) {
+        int err = 0;
+        (void)Remove(path, err, RECORD_KIND_NONE);  // whether or not it exists: removing nothing succeeds
     }
 }
 

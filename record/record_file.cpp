@@ -29,6 +29,11 @@ std::mutex g_abFileMutex;
 constexpr int ROTATION_LIMIT_KB = 256;
 constexpr mode_t RECORD_FILE_MODE = 0644;
 
+/// A record that cannot be written is lost: the log has told, and there is nobody else to tell.
+void Append(const std::string& path, const std::string& content) {
+    (void)WriteStringToFile(path, content, SEEK_END);
+}
+
 /// Whether the main record file, which exists, still takes `content`: its allocated KB plus those of the text.
 bool HasRoomFor(const std::string& content) {
     int err = 0;
@@ -52,7 +57,7 @@ void WriteAbRecord(const std::string& content) {
             return;
         }
     }
-    WriteStringToFile(kAbFile, content, SEEK_END);
+    Append(kAbFile, content);
 }
 
 }  // namespace
@@ -60,10 +65,10 @@ void WriteAbRecord(const std::string& content) {
 void WriteRecordErrToFile(const std::string& content, int recordKind) {
     switch (recordKind) {
         case RECORD_KIND_UPDATE:
-            WriteStringToFile(kUpdateFile, content, SEEK_END);
+            Append(kUpdateFile, content);
             break;
         case RECORD_KIND_ZELTO:
-            WriteStringToFile(kZeltoFile, content, SEEK_END);
+            Append(kZeltoFile, content);
             break;
         case RECORD_KIND_AB:
             WriteAbRecord(content);
@@ -103,6 +108,7 @@ bool WriteStringToFile(const std::string& path, const std::string& content, long
 std::string GetCurrentTimeStr() {
     const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
     std::tm local{};
+    tzset();  // localtime_r() alone does not notice a change of the time zone
     localtime_r(&now, &local);
     std::ostringstream text;
     text << std::put_time(&local, "%Y%m%d%H%M%S");

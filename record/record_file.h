@@ -19,7 +19,7 @@ void WriteRecordErrToFile(const std::string& content, int recordKind);
 
 /// Writes `content` at offset 0 from `whence` (SEEK_END appends) and syncs the file, which is created with mode
 /// 0644 if it is missing. One write, never repeated. True on success; a failure is logged.
-bool WriteStringToFile(const std::string& path, const std::string& content, long whence);
+[[nodiscard]] bool WriteStringToFile(const std::string& path, const std::string& content, long whence);
 
 /// The local time as 14 digits, "20240131235959".
 [[nodiscard]] std::string GetCurrentTimeStr();

@@ -16,7 +16,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <string_view>
 
 #include "log.h"
 #include "record_file.h"
@@ -109,7 +108,7 @@ std::string XattrVal(char* keys, long length, const std::string& path) {
             LogInfo("getxattr %{public}s no value", path);
             entry = "llistxattr " + path + ":key=" + key + ",no value;";
         }
-        // A key without a readable value repeats the entry before it; readers of the records know this.
+        // A key without a readable value repeats the entry before it: of two equal fragments one may be such a key.
         result += entry;
         const auto step = static_cast<long>(strlen(key)) + 1;
         remaining -= step;
@@ -124,8 +123,8 @@ std::string GetInodeFlag(const std::string& path) {
         LogError("%{public}s is not exist or invalid, errno=%{public}d.", path, errno);
         return path + " realpath errno=" + std::to_string(errno) + ";";
     }
-    // O_NONBLOCK: a pipe without a writer must not hold the worker.
-    const UniqueFd fd(open(resolved, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    // A pipe without a writer must not hold the worker, nor a terminal become the daemon's own.
+    const UniqueFd fd(open(resolved, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!fd) {
         LogError("Failed to open file:%{public}s, errno=%{public}d.", resolved, errno);
         return std::string(resolved) + " open errno=" + std::to_string(errno) + ";";

@@ -2,17 +2,23 @@
 // configuration and no environment variables of its own; its exit status is always 0.
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <csignal>
 
 #include "socket_server.h"
 
 namespace {
 
+/// How many descriptors the daemon takes at most. A walk recurses, with about 220 bytes of stack and one descriptor
+/// for each level of a tree: with the usual 8 MB of stack a hostile tree runs out of descriptors first, which is an
+/// error like any other.
+constexpr rlim_t MAX_DESCRIPTORS = 32768;
+
 /// A walk holds one descriptor per level of a tree, a client one more.
 void RaiseDescriptorLimit() {
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
-        limit.rlim_cur = limit.rlim_max;
+        limit.rlim_cur = std::min(limit.rlim_max, MAX_DESCRIPTORS);
         setrlimit(RLIMIT_NOFILE, &limit);
     }
 }
