@@ -1,0 +1,132 @@
+#include "daemon_process.h"
+
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <stdexcept>
+#include <system_error>
+#include <thread>
+
+namespace TAVO::FileMigrateOrvane::Testing {
+namespace fs = std::filesystem;
+namespace {
+
+bool WaitUntil(const std::function<bool()>& isDone, Deadline deadline) {
+    const auto end = std::chrono::steady_clock::now() + deadline;
+    while (!isDone()) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+/// Replaces the forked child by the daemon; returns only if that failed.
+void Execute(const DaemonOptions& options) {
+    // A preloaded library comes before the address sanitizer's, which otherwise refuses to start.
+    setenv("ASAN_OPTIONS", "verify_asan_link_order=0", /*overwrite=*/0);
+    for (const std::string& variable : options.environment) {
+        putenv(const_cast<char*>(variable.c_str()));
+    }
+    std::vector<char*> arguments;
+    for (const std::string& word : options.wrapper) {
+        arguments.push_back(const_cast<char*>(word.c_str()));
+    }
+    arguments.push_back(const_cast<char*>(DAEMON_PATH));
+    arguments.push_back(nullptr);
+    execvp(arguments[0], arguments.data());
+}
+
+/// The first process below `pid`, itself included, that runs the daemon's binary; 0 for none.
+pid_t FindDaemon(pid_t pid) {
+    const std::string process = "/proc/" + std::to_string(pid);
+    std::error_code ignored;
+    if (fs::read_symlink(process + "/exe", ignored) == fs::canonical(DAEMON_PATH)) {
+        return pid;
+    }
+    std::ifstream children(process + "/task/" + std::to_string(pid) + "/children");
+    for (pid_t next = 0; children >> next;) {
+        if (const pid_t found = FindDaemon(next); found != 0) {
+            return found;
+        }
+    }
+    return 0;
+}
+
+/// Whether the socket file is there and listened at. A connection tried out would leave its lines in the log.
+bool IsListening() {
+    std::ifstream sockets("/proc/net/unix");
+    bool isListening = false;
+    for (std::string line; std::getline(sockets, line);) {
+        isListening = isListening || (line.ends_with(SOCKET_PATH) && line.find(" 00010000 ") != std::string::npos);
+    }
+    return isListening && fs::exists(SOCKET_PATH);
+}
+
+}  // namespace
+
+DaemonProcess::DaemonProcess(const DaemonOptions& options) : log(memfd_create("daemon-log", MFD_CLOEXEC)) {
+    fs::remove(SOCKET_PATH);
+    child = fork();
+    if (child == 0) {
+        setpgid(0, 0);
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        dup2(log.Get(), STDERR_FILENO);
+        Execute(options);
+        _exit(127);
+    }
+    setpgid(child, child);
+    if (options.isExpectedToListen && !WaitUntil([this] { return IsListening() || WaitExit(Deadline{0}); }, PATIENCE)) {
+        throw std::runtime_error("the daemon does not listen; its log:\n" + Log());
+    }
+}
+
+DaemonProcess::~DaemonProcess() {
+    // The group also holds what a wrapper left behind.
+    kill(-child, SIGKILL);
+    if (!status) {
+        waitpid(child, nullptr, 0);
+    }
+    unlink(SOCKET_PATH);
+}
+
+pid_t DaemonProcess::Pid() const {
+    return FindDaemon(child);
+}
+
+std::string DaemonProcess::Log() const {
+    std::string text(static_cast<std::size_t>(lseek(log.Get(), 0, SEEK_END)), '\0');
+    text.resize(static_cast<std::size_t>(pread(log.Get(), text.data(), text.size(), 0)));
+    return text;
+}
+
+bool DaemonProcess::WaitForLog(const std::string& text, Deadline deadline) const {
+    return WaitUntil([&] { return Log().find(text) != std::string::npos; }, deadline);
+}
+
+std::optional<int> DaemonProcess::WaitExit(Deadline deadline) {
+    const auto hasEnded = [this] {
+        int result = 0;
+        if (!status && waitpid(child, &result, WNOHANG) == child) {
+            status = result;
+        }
+        return status.has_value();
+    };
+    WaitUntil(hasEnded, deadline);
+    return status;
+}
+
+std::vector<std::string> WithFault(const std::string& faults) {
+    return {std::string("LD_PRELOAD=") + FAULT_PRELOAD_PATH, "FAULT=" + faults};
+}
+
+}  // namespace TAVO::FileMigrateOrvane::Testing

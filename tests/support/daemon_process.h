@@ -1,0 +1,52 @@
+// The real daemon as a child process, its standard error collected. It is killed with its wrapper at the end of the
+// object's life, or with the test's process. Only one at a time can have the socket. One thread.
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "raw_client.h"
+#include "unique_fd.h"
+
+namespace TAVO::FileMigrateOrvane::Testing {
+
+struct DaemonOptions {
+    std::vector<std::string> environment = {};  ///< "NAME=value", besides the test's own
+    std::vector<std::string> wrapper = {};      ///< a command that runs the daemon, which is appended: strace -f ...
+    bool isExpectedToListen = true;             ///< the constructor waits until it does
+};
+
+class DaemonProcess {
+public:
+    /// Removes a stale socket file and starts the daemon. Throws when it does not listen in time.
+    explicit DaemonProcess(const DaemonOptions& options = {});
+    ~DaemonProcess();
+    DaemonProcess(const DaemonProcess&) = delete;
+    DaemonProcess& operator=(const DaemonProcess&) = delete;
+
+    /// The daemon's own process id, not its wrapper's; 0 when it is not there.
+    [[nodiscard]] pid_t Pid() const;
+
+    /// Everything that was written to standard error until now.
+    [[nodiscard]] std::string Log() const;
+
+    /// Waits until the log holds a text.
+    [[nodiscard]] bool WaitForLog(const std::string& text, Deadline deadline = PATIENCE) const;
+
+    /// Waits for the end by itself.
+    /// @return the status as waitpid gives it; none when the deadline passed
+    std::optional<int> WaitExit(Deadline deadline = PATIENCE);
+
+private:
+    UniqueFd log;
+    pid_t child = 0;
+    std::optional<int> status;
+};
+
+/// FAULT=... and LD_PRELOAD=... for DaemonOptions::environment; fault_preload.cpp tells the faults.
+std::vector<std::string> WithFault(const std::string& faults);
+
+}  // namespace TAVO::FileMigrateOrvane::Testing

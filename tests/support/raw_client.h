@@ -1,0 +1,66 @@
+// A client that may be as impolite as a test wants: it sends any bytes and reads replies or not. One thread.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "file_migrate_orvane.h"
+#include "unique_fd.h"
+
+namespace TAVO::FileMigrateOrvane::Testing {
+
+inline constexpr const char* SOCKET_PATH = "/dev/unix/socket/file_migrate_orvane";
+using Deadline = std::chrono::milliseconds;
+inline constexpr Deadline PATIENCE{10000};  ///< for what must come; long, since machines can be slow
+
+struct Request {
+    Command cmd{};
+    std::string src = {};
+    std::string dst = {};
+    std::string user = {};
+    std::string group = {};
+    std::string perm = {};
+    int recurseOpt = 0;
+
+    /// The record as it is sent. A text as long as its field fills it without a NUL; a longer one is cut.
+    [[nodiscard]] FileMigrateRcvMsg Wire() const;
+};
+
+struct Reply {
+    int result = 0;
+    int errCode = 0;
+    std::vector<std::string> packages = {};
+
+    /// All result strings: the packages' texts with "/" between them.
+    [[nodiscard]] std::string Strings() const;
+};
+
+class RawClient {
+public:
+    explicit RawClient(const std::string& socketPath = SOCKET_PATH);
+
+    [[nodiscard]] int Fd() const { return fd.Get(); }
+    void Close() { fd = UniqueFd(); }
+
+    void Send(std::string_view bytes);
+    void Send(const Request& request);
+
+    /// Reads one whole reply. Throws on one that breaks off or whose packages are not well formed.
+    /// @return none if not a byte came until the deadline or the peer's close
+    std::optional<Reply> Receive(Deadline deadline = PATIENCE);
+
+    /// Sends a request and reads its reply; throws where there is none.
+    Reply Call(const Request& request);
+
+private:
+    std::size_t Read(void* buffer, std::size_t size, Deadline deadline);
+    std::string ReadPackage(std::int32_t count, std::int32_t index);
+
+    UniqueFd fd;
+};
+
+}  // namespace TAVO::FileMigrateOrvane::Testing

@@ -1,0 +1,47 @@
+// A directory of its own for one test, with whatever the test puts into it; removed with its last byte, immutable
+// files included. Used by one thread. A helper that fails throws, which fails the test.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+#include <vector>
+
+namespace TAVO::FileMigrateOrvane::Testing {
+
+class ScratchTree {
+public:
+    /// The file system to be on: /data (where there is none, /tmp) or another one than that.
+    enum class On { Data, SecondFs };
+
+    explicit ScratchTree(On fileSystem = On::Data);
+    ~ScratchTree();
+    ScratchTree(const ScratchTree&) = delete;
+    ScratchTree& operator=(const ScratchTree&) = delete;
+
+    /// The absolute path of a name in this tree, or of the tree.
+    [[nodiscard]] std::string Path(const std::string& name = "") const {
+        return name.empty() ? root : root + "/" + name;
+    }
+
+    // Each makes one object, directories above it included, and returns its absolute path. The mode is exact,
+    // whatever the umask.
+    std::string Dir(const std::string& name, mode_t mode = 0755);
+    std::string File(const std::string& name, const std::string& content = "content", mode_t mode = 0644);
+    std::string Link(const std::string& name, const std::string& target);
+    std::string Pipe(const std::string& name);
+
+    /// Sets the immutable flag of an object in this tree until the end of the test.
+    void MakeImmutable(const std::string& path);
+
+private:
+    [[nodiscard]] std::string NewPath(const std::string& name) const;
+
+    std::string root;
+    std::vector<std::string> immutable;
+};
+
+struct stat Lstat(const std::string& path);
+std::string ReadFile(const std::string& path);
+
+}  // namespace TAVO::FileMigrateOrvane::Testing
