@@ -50,7 +50,7 @@ bool IsTextValid(const char* text, std::size_t width) {
     return strnlen(text, width) < width && std::strstr(text, "../") == nullptr;
 }
 
-bool IsRecvMsgValid(const FileMigrateRcvMsg& msg) {
+bool AreTextsValid(const FileMigrateRcvMsg& msg) {
     const struct {
         const char* name;
         const char* text;
@@ -64,10 +64,17 @@ bool IsRecvMsgValid(const FileMigrateRcvMsg& msg) {
     };
     for (const auto& field : fields) {
         if (!IsTextValid(field.text, field.width)) {
-            LogError("Invalid String: %{public}s", field.name);
+            LogError({"Invalid String: %{public}s", "IsRecvMsgValid"}, field.name);
             Refuse("INVALID_STR", field.name, "");
             return false;
         }
+    }
+    return true;
+}
+
+bool IsRecvMsgValid(const FileMigrateRcvMsg& msg) {
+    if (!AreTextsValid(msg)) {
+        return false;
     }
     if (static_cast<std::uint32_t>(msg.cmd) >= COMMAND_COUNT) {
         LogError("Invalid cmd: %{public}d", msg.cmd);

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <utility>
 
 #include "bounded_copy.h"
 #include "file_migrate_orvane.h"

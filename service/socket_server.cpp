@@ -4,7 +4,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <ctime>
 #include <new>
 #include <string>
@@ -63,20 +62,12 @@ int CreateServerSocket() {
     return fd;
 }
 
-void Watch(int epfd, int fd, std::uint32_t flags) {
+/// Sets what a descriptor is watched for. @param operation EPOLL_CTL_ADD or EPOLL_CTL_MOD
+void Watch(int epfd, int operation, int fd, std::uint32_t flags) {
     epoll_event event{};
     event.events = flags;
     event.data.fd = fd;
-    epoll_ctl(epfd, EPOLL_CTL_ADD, fd, &event);
-}
-
-void Unwatch(int epfd, int fd) {
-    epoll_ctl(epfd, EPOLL_CTL_DEL, fd, nullptr);
-}
-
-/// Whether a failed accept leaves the client waiting and the listening socket readable.
-bool IsShortage(int error) {
-    return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
+    epoll_ctl(epfd, operation, fd, &event);
 }
 
 }  // namespace
@@ -108,7 +99,7 @@ void FileMigrateSocketServer::CreateServer() {
     pthread_cond_init(&taskCond, nullptr);
     if (ThreadPoolInit() == 0) {
         const int epfd = epoll_create1(EPOLL_CLOEXEC);
-        Watch(epfd, listenFd, EPOLLIN);
+        Watch(epfd, EPOLL_CTL_ADD, listenFd, EPOLLIN);
         EpollHandler(epfd, listenFd);
         LogError("closefd: %{public}d", epfd);
         close(epfd);
@@ -168,17 +159,14 @@ void FileMigrateSocketServer::HandlerEpollin(int epfd, int listenFd, const epoll
 void FileMigrateSocketServer::EpollAccept(int epfd, int listenFd) {
     UniqueFd accepted(accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC));
     if (!accepted) {
-        const int error = errno;
         LogError("Failed to accept client connect request");
-        if (IsShortage(error)) {
-            PauseAccepting(epfd, listenFd);
-        }
+        PauseAccepting(epfd, listenFd);
         return;
     }
     const int fd = accepted.Get();
     LogError("acceptfd: %{public}d", fd);
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &SEND_LIMIT, sizeof(SEND_LIMIT));
-    Watch(epfd, fd, EPOLLIN | EPOLLET);
+    Watch(epfd, EPOLL_CTL_ADD, fd, EPOLLIN | EPOLLET);
     const std::lock_guard lock(fdMapMutex);
     const bool isNew = fdMap.emplace(fd, 1).second;
     (void)accepted.Release();  // the entry in fdMap owns it now
@@ -189,17 +177,13 @@ void FileMigrateSocketServer::EpollAccept(int epfd, int listenFd) {
     LogDebug("insert %{public}d to fdMap", fd);
 }
 
-/// Drops the accept's reference. A peer that shuts down and then closes raises its hang-up twice, so the
-/// descriptor leaves the epoll set first: a second drop would take a worker's reference.
 void FileMigrateSocketServer::DropConnection(int epfd, int fd) {
-    Unwatch(epfd, fd);
+    epoll_ctl(epfd, EPOLL_CTL_DEL, fd, nullptr);
     SubFdRef(fd);
 }
 
-/// A client that cannot be accepted for want of descriptors or memory leaves the listening socket readable; left
-/// in the epoll set it would make the loop spin.
 void FileMigrateSocketServer::PauseAccepting(int epfd, int listenFd) {
-    Unwatch(epfd, listenFd);
+    Watch(epfd, EPOLL_CTL_MOD, listenFd, 0);  // unlike leaving the set and coming back, this cannot fail
     acceptPaused = true;
     acceptPausedAt = MonotonicMs();
 }
@@ -207,7 +191,7 @@ void FileMigrateSocketServer::PauseAccepting(int epfd, int listenFd) {
 void FileMigrateSocketServer::ResumeAccepting(int epfd, int listenFd) {
     if (MonotonicMs() - acceptPausedAt >= ACCEPT_PAUSE_MS) {
         acceptPaused = false;
-        Watch(epfd, listenFd, EPOLLIN);
+        Watch(epfd, EPOLL_CTL_MOD, listenFd, EPOLLIN);
     }
 }
 

@@ -42,11 +42,17 @@ private:
     static constexpr int MAX_EVENTS = 1024;
 
     void EpollHandler(int epfd, int listenFd);
+    /// Handles the first `count` of `events`; one that finds no memory costs its connection.
     void HandleEvents(int epfd, int listenFd, int count);
     void HandlerEpollin(int epfd, int listenFd, const epoll_event& event);
     void EpollAccept(int epfd, int listenFd);
+    /// Drops the accept's reference. A peer that shuts down and then closes raises its hang-up twice, so the
+    /// descriptor leaves the epoll set first: a second drop would take a worker's reference.
     void DropConnection(int epfd, int fd);
+    /// Does not accept for a while: a client that could not be accepted (no descriptor, no memory, not permitted)
+    /// leaves the listening socket readable, and the loop would spin.
     void PauseAccepting(int epfd, int listenFd);
+    /// Accepts again when the pause is over.
     void ResumeAccepting(int epfd, int listenFd);
 
     /// Takes a reference on a connection; false if it is not open (any more).

@@ -2,7 +2,9 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <memory>
 #include <new>
+#include <utility>
 
 #include "bounded_copy.h"
 #include "file_migrate_orvane.h"
