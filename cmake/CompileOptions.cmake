@@ -11,7 +11,7 @@ include(CheckPIESupported)
 check_pie_supported()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2 -Wnon-virtual-dtor -Wold-style-cast
-                    -fstack-protector-strong)
+                    -fstack-protector-strong -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
 add_compile_definitions(_GNU_SOURCE _GLIBCXX_ASSERTIONS)
 add_link_options(-Wl,-z,relro,-z,now)
 

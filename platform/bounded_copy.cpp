@@ -7,10 +7,11 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-bool Overlap(const char* dest, const char* src, std::size_t bytes) {
+/// Whether `length` characters and the NUL behind them, written to `dest`, would meet the characters read.
+bool Overlap(const char* dest, const char* src, std::size_t length) {
     // Pointers into different objects have no order but std::less's.
     const std::less<> before;
-    return before(dest, src + bytes) && before(src, dest + bytes);
+    return before(dest, src + length) && before(src, dest + length + 1);
 }
 
 int CheckedCopy(char* dest, std::size_t destSize, const char* src, std::size_t count) {
@@ -25,7 +26,7 @@ int CheckedCopy(char* dest, std::size_t destSize, const char* src, std::size_t c
     if (length == destSize) {
         return ERANGE;
     }
-    if (Overlap(dest, src, length + 1)) {
+    if (Overlap(dest, src, length)) {
         return EINVAL;
     }
     std::memcpy(dest, src, length);

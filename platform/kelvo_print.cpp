@@ -1,3 +1,5 @@
+#define SD_JOURNAL_SUPPRESS_LOCATION  // a line carries its own place
+
 #include "kelvo_print.h"
 
 #include <sys/stat.h>

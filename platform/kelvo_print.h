@@ -35,9 +35,10 @@ void WriteLogLine(const LogSite& site, const char* format, ...) noexcept;
 /// Declared and never defined: reaching it while compiling is the error message.
 void LogFormatDoesNotSuitItsArguments();
 
-/// What an argument may be printed as: 's', 'd', 'u' (also as octal), 'D' (%ld) or 'U' (%lu).
+/// What an argument is printed as, and what a conversion prints: 's', 'd', 'u' (also for octal), 'D' (%ld), 'U'
+/// (%lu); '?' and '!' where the log has no conversion for it.
 template <class Arg>
-consteval char ConversionOf() {
+consteval char KindOf() {
     using T = std::decay_t<Arg>;
     if constexpr (std::is_same_v<T, std::string> || std::is_same_v<T, const char*> || std::is_same_v<T, char*>) {
         return 's';
@@ -51,6 +52,21 @@ consteval char ConversionOf() {
         return 'U';
     } else {
         return '?';
+    }
+}
+
+consteval char KindOf(char conversion, bool isLong) {
+    switch (conversion) {
+        case 's':
+            return isLong ? '!' : 's';
+        case 'd':
+            return isLong ? 'D' : 'd';
+        case 'u':
+            return isLong ? 'U' : 'u';
+        case 'o':
+            return isLong ? '!' : 'u';
+        default:
+            return '!';
     }
 }
 
@@ -105,14 +121,8 @@ private:
     }
 
     static consteval void CheckConversion(std::size_t argument, char conversion, bool isLong) {
-        constexpr char conversions[] = {Detail::ConversionOf<Args>()..., '\0'};
-        if (argument >= sizeof...(Args)) {
-            Detail::LogFormatDoesNotSuitItsArguments();
-        }
-        const char wanted = conversions[argument];
-        const char plain = conversion == 'o' ? 'u' : conversion;
-        const char given = !isLong ? plain : (plain == 'd' ? 'D' : 'U');
-        if (wanted != given) {
+        constexpr char kinds[] = {Detail::KindOf<Args>()..., '\0'};
+        if (argument >= sizeof...(Args) || kinds[argument] != Detail::KindOf(conversion, isLong)) {
             Detail::LogFormatDoesNotSuitItsArguments();
         }
     }
