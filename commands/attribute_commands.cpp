@@ -2,7 +2,6 @@
 
 #include "commands.h"
 #include "error_record.h"
-#include "identity.h"
 #include "log.h"
 #include "owner_mode.h"
 #include "path_para.h"
@@ -20,21 +19,19 @@ std::int32_t ProcessRestoreconCmd(const FileMigrateRcvMsg* msg, extraInfo& info)
 }
 
 std::int32_t ProcessChOwnCmd(const FileMigrateRcvMsg* msg, extraInfo& info) {
-    const int uid = DecodeUid(msg->user, info.errCode, RECORD_KIND_AB);
-    const int gid = DecodeGid(msg->group, info.errCode, RECORD_KIND_AB);
-    if (uid == -1 || gid == -1) {
+    const Owner owner = DecodeOwner(msg, info);
+    if (!owner.IsWhole()) {
         LogError("transform uid gid %{public}s %{public}s failed", msg->user, msg->group);
         return -1;
     }
-    const PathPara para{msg->src, static_cast<std::uint32_t>(uid), static_cast<std::uint32_t>(gid), NOT_GIVEN,
-                        msg->recurseOpt};
+    const PathPara para{msg->src, owner.uid, owner.gid, NOT_GIVEN, msg->recurseOpt};
     return ChOwn(para, info.errCode, RECORD_KIND_AB);
 }
 
 std::int32_t ProcessChModCmd(const FileMigrateRcvMsg* msg, extraInfo& info) {
-    const std::uint32_t mode = ModeOf(msg->perm);
+    const std::uint32_t mode = ModeOf(msg);
     if (mode == 0) {
-        info.errCode = errno;  // as the last failing call left it: a mode that reads as 0 is no error to strtoul
+        info.errCode = errno;
         LogError("transform mode %{public}s failed, errno=%{public}d", msg->perm, info.errCode);
         RecordModErr("TRANSFORM_MODE", msg->perm, info.errCode, RECORD_KIND_AB);
         return -1;

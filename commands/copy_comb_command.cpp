@@ -3,7 +3,6 @@
 #include "commands.h"
 #include "copy_comb.h"
 #include "error_record.h"
-#include "identity.h"
 #include "log.h"
 #include "path_helpers.h"
 #include "path_para.h"
@@ -23,20 +22,19 @@ std::int32_t ProcessCopyCombCmd(const FileMigrateRcvMsg* msg, extraInfo& info) {
         RecordEmptyErr("PARA_EMPTY", msg, EINVAL, RECORD_KIND_AB);
         return -1;
     }
-    const int uid = DecodeUid(msg->user, info.errCode, RECORD_KIND_AB);
-    const int gid = DecodeGid(msg->group, info.errCode, RECORD_KIND_AB);
-    const std::uint32_t mode = ModeOf(msg->perm);
-    if (uid == -1 || gid == -1) {
+    const Owner owner = DecodeOwner(msg, info);
+    const std::uint32_t mode = ModeOf(msg);
+    if (!owner.IsWhole()) {
         LogError("decode uid gid failed: %{public}s %{public}s", msg->user, msg->group);
         return -1;
     }
     if (mode == 0) {
-        info.errCode = errno;  // as the last failing call left it: a mode that reads as 0 is no error to strtoul
+        info.errCode = errno;
         RecordModErr("TRANSFORM_MODE", msg->perm, info.errCode, RECORD_KIND_AB);
         LogError("transform mode %{public}s failed, errno=%{public}d", msg->perm, info.errCode);
         return -1;
     }
-    const PermPara perm{static_cast<std::uint32_t>(uid), static_cast<std::uint32_t>(gid), mode};
+    const PermPara perm{owner.uid, owner.gid, mode};
     return CopyCombRecurse(msg->src, msg->dst, perm, info.errCode, RECORD_KIND_AB) == 0 ? 0 : -1;
 }
 

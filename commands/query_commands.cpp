@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "commands.h"
 #include "path_helpers.h"
 #include "record_file.h"
@@ -22,7 +24,8 @@ std::int32_t ProcessExistedPathCmd(const FileMigrateRcvMsg* msg, extraInfo& info
     if (GetExistedPath(msg->src, existedPath, info.errCode, RECORD_KIND_AB) != 0) {
         return -1;
     }
-    info.strs = {existedPath};
+    info.strs.clear();
+    info.strs.push_back(std::move(existedPath));
     return 0;
 }
 
