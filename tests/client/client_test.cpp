@@ -1,157 +1,76 @@
-// The client library against a daemon that answers with what the test wants.
+// The client library against a daemon that answers with what the test wants. What its commands send and how their
+// answers are read is tried through the tool.
 #include <gtest/gtest.h>
-
-#include <functional>
 
 #include "fake_daemon.h"
 #include "file_migrate_client.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
 
-using std::chrono::milliseconds;
+ClientOptions OptionsFor(const FakeDaemon& daemon, int replyLimit = 5000) {
+    using std::chrono::milliseconds;
+    return {daemon.socketPath, /*connectLimit=*/milliseconds(200), milliseconds(replyLimit)};
+}
 
-ClientOptions OptionsFor(const std::string& socketPath, milliseconds replyLimit = milliseconds(5000)) {
-    return {.socketPath = socketPath, .connectLimit = milliseconds(200), .replyLimit = replyLimit};
+/// Why a request was refused.
+std::string Complaint(const Reply& reply) {
+    return reply.failure.code == ClientErrc::InvalidRequest ? reply.failure.detail : reply.failure.Message();
 }
 
 TEST(ClientRequest, WhatTheDaemonWouldRefuseIsNotSent) {
-    const std::string nul("/a\0b", 4);
-    const struct {
-        const char* complaint;
-        std::function<Reply(Client&)> call;
-    } rows[] = {
-        {"src is longer than 4095", [](Client& c) { return c.IsExist(std::string(4096, 'a')); }},
-        {"src holds a NUL", [&](Client& c) { return c.Remove(nul); }},
-        {"src contains \"../\"", [](Client& c) { return c.IsExist("/a/../b"); }},
-        {"src contains \"../\"", [](Client& c) { return c.IsExist("../"); }},
-        {"dst is longer than 4095", [](Client& c) { return c.MoveAll("/a", std::string(4096, 'a')); }},
-        {"dst contains \"../\"", [](Client& c) { return c.MoveAll("/a", "/b../c"); }},
-        {"user is longer than 35", [](Client& c) { return c.ChOwn("/a", std::string(36, 'u'), "g"); }},
-        {"group is longer than 35", [](Client& c) { return c.ChOwn("/a", "u", std::string(36, 'g')); }},
-        {"perm is longer than 15", [](Client& c) { return c.ChMod("/a", std::string(16, '7')); }},
-        {"perm contains \"-\"", [](Client& c) { return c.ChMod("/a", "-1"); }},
-        {"recurseOpt is 3", [](Client& c) { return c.MkDir("/a", static_cast<Recursion>(3)); }},
-        {"recurseOpt is -1", [](Client& c) { return c.MkDir("/a", static_cast<Recursion>(-1)); }},
-    };
+    const std::string s(4095, 's'), u(35, 'u'), g(35, 'g'), p(15, '7');
     FakeDaemon daemon;
-    Client client(OptionsFor(daemon.socketPath));
-    for (const auto& row : rows) {
-        const Reply reply = row.call(client);
-        EXPECT_EQ(reply.failure.code, ClientErrc::InvalidRequest) << row.complaint;
-        EXPECT_EQ(reply.failure.detail.find(row.complaint), 0U) << reply.failure.Message();
-    }
+    Client client(OptionsFor(daemon));
+    EXPECT_EQ(Complaint(client.IsExist(s + "s")), "src is longer than 4095 bytes");
+    EXPECT_EQ(Complaint(client.Remove(std::string("/a\0b", 4))), "src holds a NUL byte");
+    EXPECT_EQ(Complaint(client.IsExist("/a../")), "src contains \"../\"");
+    EXPECT_EQ(Complaint(client.ChOwn("/a", u + "u", "g")), "user is longer than 35 bytes");
+    EXPECT_EQ(Complaint(client.ChMod("/a", p + "7")), "perm is longer than 15 bytes");
+    EXPECT_EQ(Complaint(client.ChMod("/a", "-1")), "perm contains \"-\"");
+    EXPECT_EQ(Complaint(client.MkDir("/a", Recursion{3})), "recurseOpt is 3, not 0, 1 or 2");
+    EXPECT_EQ(Complaint(client.MkDir("/a", Recursion{-1})), "recurseOpt is -1, not 0, 1 or 2");
     // The longest of everything, and two dots without a slash behind them, are not refused.
-    EXPECT_TRUE(
-        client
-            .CopyComb(std::string(4095, 's'), "/a/..", std::string(35, 'u'), std::string(35, 'g'), std::string(15, '7'))
-            .Succeeded());
-    EXPECT_EQ(daemon.Requests().size(), 1U);
+    EXPECT_TRUE(client.CopyComb(s, "/a/..", u, g, p).Succeeded());
+    EXPECT_EQ(daemon.Requests(), std::vector{"18|" + s + "|/a/..|" + u + "|" + g + "|" + p + "|0"});
 }
 
-TEST(ClientRequest, EveryCommandHasItsNumberAndFields) {
-    FakeDaemon daemon;
-    Client client(OptionsFor(daemon.socketPath));
-    const Recursion all = Recursion::Recursive;
-    (void)client.IsExist("s"), (void)client.IsDir("s"), (void)client.ListDir("s");
-    (void)client.PrepareDir("s", "u", "g", "p", all);
-    (void)client.MoveSub("s", "d"), (void)client.MoveAll("s", "d"), (void)client.CopySub("s", "d");
-    (void)client.CopyAll("s", "d"), (void)client.Remove("s"), (void)client.Restorecon("s", all);
-    (void)client.RestoreconFromParent("s"), (void)client.TryRemove("s"), (void)client.MkDir("s");
-    (void)client.ChOwn("s", "u", "g", all), (void)client.ChMod("s", "p"), (void)client.ExistedPath("s");
-    (void)client.UsedSpace("s"), (void)client.MaxSize("s"), (void)client.CopyComb("s", "d", "u", "g", "p");
-    const char* wanted[] = {"s", "s", "s",  "sugp2", "sd",  "sd", "sd", "sd", "s",    "s2",
-                            "s", "s", "s1", "sug2",  "sp1", "s",  "s",  "s",  "sdugp"};
-    const std::vector<FileMigrateRcvMsg> requests = daemon.Requests();
-    ASSERT_EQ(requests.size(), COMMAND_COUNT);
-    for (std::size_t number = 0; number < requests.size(); ++number) {
-        const FileMigrateRcvMsg& sent = requests[number];
-        EXPECT_EQ(sent.cmd, static_cast<std::int32_t>(number));
-        const std::string option = sent.recurseOpt == 0 ? "" : std::to_string(sent.recurseOpt);
-        EXPECT_EQ(std::string(sent.src) + sent.dst + sent.user + sent.group + sent.perm + option, wanted[number])
-            << "command " << number;
-    }
-}
-
-TEST(ClientReply, StringsAreRebuiltFromPackages) {
-    FakeDaemon daemon({{ReplyBytes(0, 0, {"sub:1/a.txt:0", "with:1:0"})},
-                       {ReplyBytes(0, 0)},
-                       {ReplyBytes(-1, ENOTDIR)},
-                       {ReplyBytes(0, 0, {"/data/a"})}});
-    Client client(OptionsFor(daemon.socketPath));
-    EXPECT_EQ(client.ListDir("/d").entries, (std::vector<Entry>{{"sub", true}, {"a.txt", false}, {"with:1", false}}));
-    const Listing empty = client.ListDir("/empty");
-    EXPECT_TRUE(empty.Succeeded() && empty.entries.empty());
-    const Listing failed = client.ListDir("/file");
-    EXPECT_TRUE(!failed.failure && !failed.Succeeded() && failed.errCode == ENOTDIR);
-    EXPECT_EQ(client.ExistedPath("/data/a/b/c").path, "/data/a");
-}
-
-TEST(ClientReply, OnlyTheResultDecides) {
-    FakeDaemon daemon({{ReplyBytes(0, EXDEV)},
-                       {ReplyBytes(-2, 0)},
-                       {ReplyBytes(-1, ENOTDIR)},
-                       {ReplyBytes(44, EACCES)},
-                       {ReplyBytes(-1, EACCES)}});
-    Client client(OptionsFor(daemon.socketPath));
-    EXPECT_TRUE(client.MoveAll("/a", "/b").Succeeded());
-    EXPECT_TRUE(client.MoveAll("/a", "/b").SourceMissing());
-    const YesNo unknown = client.IsExist("/file/x");
-    EXPECT_TRUE(!unknown.failure && !unknown.IsYes() && !unknown.IsNo());
-    const Size used = client.UsedSpace("/a");
-    EXPECT_TRUE(used.kilobytes == 44 && !used.isWhole) << "the used space is only whole without an error number";
-    EXPECT_FALSE(client.MaxSize("/a").isWhole);
+/// The error of a request that is answered with these bytes. The one after it must get its own answer.
+std::error_code ErrorOf(const std::string& bytes, bool thenHangUp = false, int replyLimit = 5000) {
+    FakeDaemon daemon({{bytes, thenHangUp}, {ReplyBytes(0, 0, {"b:1"})}});
+    Client client(OptionsFor(daemon, replyLimit));
+    const Listing bad = client.ListDir("/d");
+    EXPECT_TRUE(bad.entries.empty()) << bad.failure.Message();
+    EXPECT_EQ(client.ListDir("/d").entries, (std::vector<Entry>{{"b", true}})) << bad.failure.Message();
+    EXPECT_EQ(daemon.ended, 1) << "a late answer could be taken for the next one: " << bad.failure.Message();
+    return bad.failure.code;
 }
 
 TEST(ClientReply, WhatIsNoReplyClosesTheConnectionAndTheNextRequestConnectsAnew) {
-    const auto with = [](std::string bytes, std::size_t offset, std::int32_t value) {
-        std::memcpy(bytes.data() + offset, &value, sizeof(value));
-        return bytes;
-    };
     const std::string one = ReplyBytes(0, 0, {"a:0"});
-    const struct {
-        const char* name;
-        Answer answer;
-        ClientErrc error;
-    } rows[] = {
-        {"negative count", {with(one, 8, -1)}, ClientErrc::MalformedReply},
-        {"absurd count", {with(one, 8, INT32_MAX)}, ClientErrc::MalformedReply},
-        {"count differs", {with(one, 12, 2)}, ClientErrc::MalformedReply},
-        {"index not 1", {with(one, 16, 0)}, ClientErrc::MalformedReply},
-        {"text without end", {one.substr(0, 20) + std::string(4094, 'a') + ":0"}, ClientErrc::MalformedReply},
-        {"entry without type", {ReplyBytes(0, 0, {"a:0/b"})}, ClientErrc::MalformedReply},
-        {"entry without name", {ReplyBytes(0, 0, {":1"})}, ClientErrc::MalformedReply},
-        {"empty package", {ReplyBytes(0, 0, {""})}, ClientErrc::MalformedReply},
-        {"hang-up", {"", true}, ClientErrc::ConnectionClosed},
-        {"hang-up in the result", {one.substr(0, 5), true}, ClientErrc::ConnectionClosed},
-        {"hang-up in a package", {one.substr(0, 99), true}, ClientErrc::ConnectionClosed},
-        {"silence", {""}, ClientErrc::TimedOut},
-        {"silence in a package", {one.substr(0, 99)}, ClientErrc::TimedOut},
-    };
-    for (const auto& row : rows) {
-        FakeDaemon daemon({row.answer, {ReplyBytes(0, 0, {"b:1"})}});
-        Client client(OptionsFor(daemon.socketPath, milliseconds(row.error == ClientErrc::TimedOut ? 50 : 5000)));
-        const Listing bad = client.ListDir("/d");
-        EXPECT_EQ(bad.failure.code, row.error) << row.name << ": " << bad.failure.Message();
-        EXPECT_TRUE(bad.entries.empty()) << row.name;
-        EXPECT_EQ(client.ListDir("/d").entries, (std::vector<Entry>{{"b", true}})) << row.name;
-        EXPECT_EQ(daemon.connections, 2) << row.name << ": a late answer could be taken for the next one";
-    }
+    const auto with = [&one](std::size_t at, std::size_t n, char c) { return std::string(one).replace(at, n, n, c); };
+    EXPECT_EQ(ErrorOf(with(8, 4, '\xff')), ClientErrc::MalformedReply) << "negative count";
+    EXPECT_EQ(ErrorOf(with(8, 4, '\x7f')), ClientErrc::MalformedReply) << "absurd count";
+    EXPECT_EQ(ErrorOf(with(12, 1, 2)), ClientErrc::MalformedReply) << "count differs";
+    EXPECT_EQ(ErrorOf(with(16, 1, 2)), ClientErrc::MalformedReply) << "index not 1";
+    EXPECT_EQ(ErrorOf(one.substr(0, 20) + std::string(4094, 'a') + ":0"), ClientErrc::MalformedReply) << "no NUL";
+    EXPECT_EQ(ErrorOf(ReplyBytes(0, 0, {"a:0/b"})), ClientErrc::MalformedReply) << "entry without type";
+    EXPECT_EQ(ErrorOf(ReplyBytes(0, 0, {":1"})), ClientErrc::MalformedReply) << "entry without name";
+    EXPECT_EQ(ErrorOf(one.substr(0, 5), true), ClientErrc::ConnectionClosed) << "in the result";
+    EXPECT_EQ(ErrorOf(one.substr(0, 99), true), ClientErrc::ConnectionClosed) << "in a package";
+    EXPECT_EQ(ErrorOf(one.substr(0, 99), false, 50), ClientErrc::TimedOut) << "in a package";
 }
 
-TEST(ClientReply, StringsThatNobodyAskedForAreNoReply) {
-    FakeDaemon daemon({{ReplyBytes(1, 0, {"x"})}, {ReplyBytes(0, 0, {"/a", "/b"})}, {ReplyBytes(0, 0)}});
-    Client client(OptionsFor(daemon.socketPath));
-    EXPECT_EQ(client.IsExist("/a").failure.code, ClientErrc::MalformedReply);
-    EXPECT_EQ(client.ExistedPath("/a").failure.code, ClientErrc::MalformedReply);
-    EXPECT_EQ(client.ExistedPath("/a").failure.code, ClientErrc::MalformedReply) << "no path";
+TEST(ClientReply, AFigureThatCouldNotBeToldIsNotWhole) {
+    FakeDaemon daemon({{ReplyBytes(-1, 0)}});
+    EXPECT_FALSE(Client(OptionsFor(daemon)).MaxSize("/a").isWhole);
 }
 
 TEST(ClientConnection, OneThatTheDaemonClosedWhileIdleIsMadeAgain) {
     FakeDaemon daemon({{ReplyBytes(1, 0), true}, {ReplyBytes(1, 0)}, {ReplyBytes(1, 0) + "left over"}});
-    Client client(OptionsFor(daemon.socketPath));
+    Client client(OptionsFor(daemon));
     EXPECT_TRUE(client.IsExist("/1").IsYes());
-    daemon.WaitForHangUp();
+    daemon.ended.wait(0);
     EXPECT_TRUE(client.IsExist("/2").IsYes());
     EXPECT_TRUE(client.IsExist("/3").IsYes());
     EXPECT_TRUE(client.MkDir("/4").Succeeded()) << "bytes left over from one reply began the next";
@@ -159,20 +78,14 @@ TEST(ClientConnection, OneThatTheDaemonClosedWhileIdleIsMadeAgain) {
 }
 
 TEST(ClientConnection, FailsInTimeAndWithAReason) {
-    const TemporaryDirectory directory;
-    Client none(OptionsFor(directory.path + "/none"));
-    EXPECT_EQ(none.Connect().code, std::errc::no_such_file_or_directory);
-    EXPECT_EQ(Client(OptionsFor(std::string(108, 'p'))).Connect().code, std::errc::filename_too_long);
-
-    // Room for one; nobody accepts.
-    FakeDaemon deaf({}, 0);
-    Client first(OptionsFor(deaf.socketPath));
+    EXPECT_EQ(Client({.socketPath = std::string(108, 'p')}).Connect().code, std::errc::filename_too_long);
+    FakeDaemon deaf({}, 0);  // room for one; nobody accepts
+    Client first(OptionsFor(deaf)), second(OptionsFor(deaf));
     EXPECT_FALSE(first.Connect());
-    Client second(OptionsFor(deaf.socketPath));
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(second.IsExist("/a").failure.code, ClientErrc::TimedOut);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
 }
 
 }  // namespace
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Testing

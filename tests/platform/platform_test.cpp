@@ -5,22 +5,12 @@
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <sys/xattr.h>
-#include <unistd.h>
 
-#include <atomic>
-#include <cerrno>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <functional>
+#include <filesystem>
 #include <regex>
-#include <sstream>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "bounded_copy.h"
 #include "control_socket.h"
@@ -32,31 +22,23 @@
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
 
+/// The result of a copy into "old", and what is there afterwards.
+std::pair<int, std::string> Copy(const char* src, std::size_t destSize, std::size_t count) {
+    char dest[8] = "old";
+    const int result = strncpy_s(dest, destSize, src, count);
+    return {result, dest};
+}
+
 TEST(BoundedCopy, CopiesOrLeavesNothing) {
-    struct Case {
-        const char* name;
-        std::size_t destSize;
-        const char* src;
-        std::size_t count;
-        int result;
-        const char* dest;
-    };
-    const Case cases[] = {
-        {"fits exactly", 4, "abc", 3, 0, "abc"},
-        {"cut by its count", 4, "abcdef", 2, 0, "ab"},
-        {"count above the text", 4, "a", 99, 0, "a"},
-        {"nothing", 4, "abc", 0, 0, ""},
-        {"no room for the NUL", 4, "abcd", 4, ERANGE, ""},
-        {"no source", 4, nullptr, 1, EINVAL, ""},
-        {"count gone wrong", 4, "a", SIZE_MAX, ERANGE, ""},
-        {"no room at all", 0, "a", 1, EINVAL, "old"},
-        {"size gone wrong", SIZE_MAX, "a", 1, ERANGE, "old"},
-    };
-    for (const Case& c : cases) {
-        char dest[8] = "old";
-        EXPECT_EQ(strncpy_s(dest, c.destSize, c.src, c.count), c.result) << c.name;
-        EXPECT_STREQ(dest, c.dest) << c.name;
-    }
+    using Is = std::pair<int, std::string>;
+    EXPECT_EQ(Copy("abc", 4, 3), Is(0, "abc"));
+    EXPECT_EQ(Copy("abcdef", 4, 2), Is(0, "ab"));
+    EXPECT_EQ(Copy("a", 4, 99), Is(0, "a"));
+    EXPECT_EQ(Copy("abcd", 4, 4), Is(ERANGE, "")) << "no room for the NUL";
+    EXPECT_EQ(Copy(nullptr, 4, 1), Is(EINVAL, ""));
+    EXPECT_EQ(Copy("a", 4, SIZE_MAX), Is(ERANGE, "")) << "count gone wrong";
+    EXPECT_EQ(Copy("a", 0, 1), Is(EINVAL, "old"));
+    EXPECT_EQ(Copy("a", SIZE_MAX, 1), Is(ERANGE, "old")) << "size gone wrong";
     char text[] = "abcdef";
     EXPECT_EQ(strncpy_s(text, 4, text + 2, 3), EINVAL) << "overlap";
     EXPECT_STREQ(text, "");
@@ -66,240 +48,144 @@ TEST(BoundedFill, FillsWhatItMay) {
     char dest[5] = "aaaa";
     EXPECT_EQ(memset_s(dest, 2, 'b', 2), 0);
     EXPECT_STREQ(dest, "bbaa");
-    EXPECT_NE(memset_s(dest, 3, 'c', 4), 0) << "count above the size: the whole destination and no more";
-    EXPECT_STREQ(dest, "ccca");
-    EXPECT_NE(memset_s(dest, SIZE_MAX, 'd', 1), 0) << "size gone wrong: nothing";
+    EXPECT_EQ(memset_s(dest, 3, 'c', 4), ERANGE) << "count above the size: the whole destination and no more";
+    EXPECT_EQ(memset_s(dest, SIZE_MAX, 'd', 1), ERANGE) << "size gone wrong: nothing";
     EXPECT_STREQ(dest, "ccca");
 }
-
-constexpr int REFUSED = 77;
-
-/// Runs `body` in a child process, whose failed expectations are the test's, and so is a sanitizer's complaint.
-/// @return false if the body ended the process with REFUSED
-bool InChild(const std::function<void()>& body) {
-    const pid_t child = fork();
-    if (child == 0) {
-        body();
-        std::fflush(nullptr);
-        _exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    const bool isRefused = WIFEXITED(status) && WEXITSTATUS(status) == REFUSED;
-    EXPECT_TRUE(isRefused || status == 0) << "in the child process, see above; status " << status;
-    return !isRefused;
-}
-
-/// Catches standard error, one packet per write.
-class StandardErrorPackets {
-public:
-    StandardErrorPackets() : saved(dup(STDERR_FILENO)) {
-        int ends[2];
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
-        received = UniqueFd(ends[0]);
-        const UniqueFd sender(ends[1]);
-        dup2(sender.Get(), STDERR_FILENO);
-    }
-    ~StandardErrorPackets() { dup2(saved.Get(), STDERR_FILENO); }
-
-    /// The next packet; empty if there is none.
-    [[nodiscard]] std::string Next() const {
-        std::string packet(16384, '\0');
-        const ssize_t n = recv(received.Get(), packet.data(), packet.size(), MSG_DONTWAIT);
-        packet.resize(n < 0 ? 0 : static_cast<std::size_t>(n));
-        return packet;
-    }
-
-private:
-    UniqueFd saved, received;
-};
 
 TEST(Log, LineIsOneWriteWithLevelAndPlaceAndCannotBeForged) {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);  // a packet for each write
+    const UniqueFd receiver(ends[0]), sender(ends[1]), saved(dup(STDERR_FILENO));
     const std::string longPath(5000, 'x'), forged = "a\nb\x1b";
-    StandardErrorPackets packets;
+    dup2(sender.Get(), STDERR_FILENO);
     errno = ENOSPC;
     LogError("open %{public}s failed, errno=%{public}d", forged, 5);
     LogWarn({"%{public}o %{public}u %{public}lu", "Another"}, 493U, 7U, 8UL);
     LogInfo("%{public}s", longPath);
     LogDebug("done");
     EXPECT_EQ(errno, ENOSPC);
-    const std::string expected[] = {" E FileMigrateOrvane: [TestBody:0] open a\\x0ab\\x1b failed, errno=5\n",
-                                    " W FileMigrateOrvane: [Another:0] 755 7 8\n",
-                                    " I FileMigrateOrvane: [TestBody:0] " + longPath + "\n",
-                                    " D FileMigrateOrvane: [TestBody:0] done\n", ""};
-    for (const std::string& end : expected) {
-        const std::string line =
-            std::regex_replace(packets.Next(), std::regex("^[-0-9]+ [:.0-9]+( .*:)[0-9]+\\]"), "$010]");
-        EXPECT_EQ(line, end);
+    dup2(saved.Get(), STDERR_FILENO);
+    const std::string tag = " FileMigrateOrvane: [", own = tag + "TestBody:0] ";
+    for (const std::string& line :
+         {" E" + own + "open a\\x0ab\\x1b failed, errno=5\n", " W" + tag + "Another:0] 755 7 8\n",
+          " I" + own + longPath + "\n", " D" + own + "done\n", std::string()}) {
+        char packet[8192] = {};
+        recv(receiver.Get(), packet, sizeof(packet) - 1, MSG_DONTWAIT);
+        EXPECT_EQ(std::regex_replace(packet, std::regex("^[-0-9]+ [:.0-9]+( .*:)[0-9]+\\]"), "$010]"), line);
     }
 }
 
-/// A local socket of `type`, bound, listening if `isListening`.
-int LocalSocket(int type, bool isListening) {
+/// Does what init does before it starts a service. The exit status is GetControlSocket's result, 255 for none.
+[[noreturn]] void ExitWithControlSocket(const char* names, int type, bool isListening = true) {
     const int fd = socket(AF_UNIX, type, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;  // without a path the kernel chooses an abstract one
-    EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address.sun_family)), 0);
-    EXPECT_TRUE(!isListening || listen(fd, 1) == 0);
-    return fd;
-}
-
-TEST(ControlSocket, TakesTheOneListeningStreamOfItsName) {
-    EXPECT_EQ(GetControlSocket("orvane"), -1) << "none passed";
-    struct Case {
-        const char* names;
-        int type;
-        bool isListening;
-        int result;
-        const char* warning;
-    };
-    const Case cases[] = {
-        {"orvane", SOCK_STREAM, true, 3, ""},
-        {"other:orvane", SOCK_STREAM, true, 4, "other from init is not orvane"},
-        {"other", SOCK_STREAM, true, -1, "other from init is not orvane"},
-        {"orvane:orvane", SOCK_STREAM, true, -1, "more than one"},
-        {"orvane", SOCK_STREAM, false, -1, "not a listening local stream socket"},
-        {"orvane", SOCK_DGRAM, false, -1, "not a listening local stream socket"},
-    };
-    for (const Case& c : cases) {
-        InChild([&c] {
-            int next = 3;
-            std::istringstream names(c.names);
-            for (std::string name; std::getline(names, name, ':');) {
-                dup2(LocalSocket(c.type, c.isListening), next++);
-            }
-            const StandardErrorPackets packets;
-            setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
-            setenv("LISTEN_FDS", std::to_string(next - 3).c_str(), 1);
-            setenv("LISTEN_FDNAMES", c.names, 1);
-            const int fd = GetControlSocket("orvane");
-            EXPECT_EQ(fd, c.result) << c.names;
-            EXPECT_TRUE(fd < 0 || fcntl(fd, F_GETFD) == FD_CLOEXEC) << c.names;
-            const std::string line = packets.Next();
-            EXPECT_NE(line.find(c.warning), std::string::npos) << c.names << line;
-            EXPECT_EQ(line.empty(), *c.warning == '\0') << line;
-        });
+    const sockaddr_un address{AF_UNIX, {}};  // without a path the kernel chooses an abstract one
+    bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address.sun_family));
+    if (isListening) {
+        listen(fd, 1);
     }
+    dup2(fd, 3), dup2(fd, 4);
+    setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
+    setenv("LISTEN_FDS", std::strchr(names, ':') == nullptr ? "1" : "2", 1);
+    setenv("LISTEN_FDNAMES", names, 1);
+    const int found = GetControlSocket("orvane");
+    _exit(found < 0 || fcntl(found, F_GETFD) == FD_CLOEXEC ? found : 2);
 }
 
-int Walk(const char* path) {
-    return RestoreconRecurseParallel(path, 16);
+TEST(ControlSocket, IsTheOneListeningStreamOfItsName) {
+    constexpr const char *OTHER = "other from init is not orvane", *BAD = "not a listening local stream socket";
+    const testing::ExitedWithCode isNone(255);
+    EXPECT_EXIT(ExitWithControlSocket("orvane", SOCK_STREAM), testing::ExitedWithCode(3), "^$");
+    EXPECT_EXIT(ExitWithControlSocket("other:orvane", SOCK_STREAM), testing::ExitedWithCode(4), OTHER);
+    EXPECT_EXIT(ExitWithControlSocket("other", SOCK_STREAM), isNone, OTHER);
+    EXPECT_EXIT(ExitWithControlSocket("orvane:orvane", SOCK_STREAM), isNone, "more than one");
+    EXPECT_EXIT(ExitWithControlSocket("orvane", SOCK_STREAM, /*isListening=*/false), isNone, BAD);
+    EXPECT_EXIT(ExitWithControlSocket("orvane", SOCK_SEQPACKET), isNone, BAD);
 }
 
-struct LabelCase {
-    const char* name;
-    int (*call)(const char*);
-    std::string path;
-    int error;
-    std::string labelled;
-    const char* label;  ///< of `labelled`, after the call
-};
+constexpr int (*Walk)(const char*) = [](const char* path) { return RestoreconRecurseParallel(path, 16); };
 
-void Check(const std::vector<LabelCase>& cases) {
-    for (const LabelCase& c : cases) {
-        const int failure = c.call == RestoreconFromParentDir ? -c.error : -1;
-        EXPECT_EQ(c.call(c.path.c_str()), c.error == 0 ? 0 : failure) << c.name;
-        EXPECT_TRUE(c.error == 0 || errno == c.error) << c.name << ": " << errno;
-        char label[256] = {};
-        lgetxattr(c.labelled.c_str(), "security.selinux", label, sizeof(label) - 1);
-        EXPECT_STREQ(label, c.label) << c.name;
-    }
-}
-
-/// Tests run in a child process, with a folder of their own over /etc that holds a policy.
+/// Tests have a folder of their own over /etc, which holds a policy.
 class SecurityLabel : public testing::Test {
 protected:
-    void WithPolicy(const std::function<void()>& body) {
+    void SetUp() override {
         tree.File("etc/selinux/config", "SELINUXTYPE=mini\n");
-        WriteRules("/.*\tu:object_r:root_t:s0\n" + top + "(/.*)?\tu:object_r:dir_t:s0\n" + directory +
-                   "/.*\tu:object_r:file_t:s0\n" + top + "/none(/.*)?\t<<none>>\n");
-        const bool isPermitted = InChild([&] {
-            if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-                mount(tree.Path("etc").c_str(), "/etc", nullptr, MS_BIND, nullptr) != 0) {
-                _exit(REFUSED);
-            }
-            body();
-        });
-        if (!isPermitted) {
+        WriteRules("mini", "/.* u:r:root:s0\n" + top + "(/.*)? u:r:dir:s0\n" + directory + "/.* u:r:file:s0\n" + top +
+                               "/none(/.*)? <<none>>\n");
+        if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount(tree.Path("etc").c_str(), "/etc", nullptr, MS_BIND, nullptr) != 0) {
             GTEST_SKIP() << "needs privilege: a mount namespace";
         }
     }
+    void TearDown() override { umount2("/etc", MNT_DETACH); }
 
     /// Put into place whole, as a policy's installer does it.
-    void WriteRules(const std::string& rules, const std::string& policy = "mini") {
+    void WriteRules(const std::string& policy, const std::string& rules) {
         const std::string folder = tree.Dir("etc/selinux/" + policy + "/contexts/files");
-        rename(tree.File("new", rules).c_str(), (folder + "/file_contexts").c_str());
+        std::filesystem::rename(tree.File("new", rules), folder + "/file_contexts");
+    }
+
+    /// The label of `labelled` after a call for `path`; where that failed, its result and error come first.
+    static std::string After(int (*call)(const char*), const std::string& path, const std::string& labelled) {
+        const int result = call(path.c_str());
+        const std::string failure = result == 0 ? "" : std::to_string(result) + " " + strerrorname_np(errno) + " ";
+        char label[64] = {};
+        lgetxattr(labelled.c_str(), "security.selinux", label, sizeof(label) - 1);
+        return failure + label;
     }
 
     ScratchTree tree;
     const std::string top = tree.Dir("t"), directory = tree.Dir("t/d"), file = tree.File("t/d/file");
 };
 
-TEST_F(SecurityLabel, SetsWhatThePolicyPrescribes) {
+TEST_F(SecurityLabel, IsWhatThePolicyPrescribes) {
+    constexpr auto ONE = Restorecon, PARENT = RestoreconFromParentDir;
     const std::string frozen = tree.File("t/d/frozen"), unlabelled = tree.File("t/none/file");
     const std::string link = tree.Link("t/link", directory), missing = tree.Path("t/missing");
-    constexpr const char *FILE_T = "u:object_r:file_t:s0", *DIR_T = "u:object_r:dir_t:s0";
-    constexpr auto ONE = Restorecon, PARENT = RestoreconFromParentDir;
+    const std::string relative = std::filesystem::relative(file);
     tree.MakeImmutable(frozen);
-    lsetxattr(file.c_str(), "security.selinux", "v:object_r:x_t:s0", 18, 0);
-    WithPolicy([&] {
-        ASSERT_EQ(chdir(directory.c_str()), 0);
-        Check({{"another label, user included", ONE, file, 0, file, FILE_T},
-               {"from the parent", PARENT, file, 0, file, DIR_T},
-               {"relative", ONE, "file", 0, file, FILE_T},
-               {"relative, from the parent", PARENT, "file", 0, file, DIR_T},
-               {"the link itself", ONE, link, 0, directory, ""},
-               {"the link itself, from the parent", PARENT, link, 0, directory, ""},
-               {"the link's target", ONE, link + "/", 0, directory, DIR_T},
-               {"from the root", PARENT, top + "/", 0, top, "u:object_r:root_t:s0"},
-               {"none prescribed", ONE, unlabelled, 0, unlabelled, ""},
-               {"none prescribed for the parent", PARENT, unlabelled, 0, unlabelled, ""},
-               {"missing", ONE, missing, ENOENT, missing, ""},
-               {"missing, from the parent", PARENT, missing, ENOENT, missing, ""},
-               {"missing tree", Walk, missing, ENOENT, missing, ""},
-               {"immutable", ONE, frozen, EPERM, frozen, ""},
-               {"immutable, from the parent", PARENT, frozen, EPERM, frozen, ""},
-               {"one entry fails, the others are done", Walk, top, EPERM, file, FILE_T},
-               {"with links labelled themselves", Walk, top, EPERM, link, DIR_T}});
-    });
+    lsetxattr(file.c_str(), "security.selinux", "v:r:x:s0", 9, 0);
+    EXPECT_EQ(After(ONE, file, file), "u:r:file:s0") << "another label, user included";
+    EXPECT_EQ(After(PARENT, file, file), "u:r:dir:s0");
+    EXPECT_EQ(After(ONE, relative, file), "u:r:file:s0");
+    EXPECT_EQ(After(PARENT, relative, file), "u:r:dir:s0");
+    EXPECT_EQ(After(ONE, link, link), "u:r:dir:s0");
+    EXPECT_EQ(After(PARENT, link, directory), "") << "neither call follows the link";
+    EXPECT_EQ(After(ONE, link + "/", directory), "u:r:dir:s0") << "the link's target";
+    EXPECT_EQ(After(PARENT, top + "/", top), "u:r:root:s0");
+    EXPECT_EQ(After(PARENT, unlabelled, unlabelled), "") << "none prescribed";
+    EXPECT_EQ(After(ONE, missing, missing), "-1 ENOENT ");
+    EXPECT_EQ(After(PARENT, missing, missing), "-2 ENOENT ");
+    EXPECT_EQ(After(Walk, missing, missing), "-1 ENOENT ");
+    EXPECT_EQ(After(Walk, top, file), "-1 EPERM u:r:file:s0") << "one entry fails, the others are done";
 }
 
-TEST_F(SecurityLabel, NoticesAPolicyThatChangesOrGoes) {
-    WithPolicy([this] {
-        Check({{"first policy", Restorecon, file, 0, file, "u:object_r:file_t:s0"}});
-        WriteRules("/.*\tu:object_r:new_t:s0\n");
-        Check({{"changed", Restorecon, file, 0, file, "u:object_r:new_t:s0"}});
-        WriteRules("/.*\tu:object_r:other_t:s0\n", "other");
-        tree.File("etc/selinux/config", "SELINUXTYPE=other\n");
-        Check({{"another chosen", Restorecon, file, 0, file, "u:object_r:other_t:s0"}});
-        unlink("/etc/selinux/other/contexts/files/file_contexts");
-        for (auto* call : {Restorecon, RestoreconFromParentDir, Walk}) {
-            Check({{"gone", call, file, EOPNOTSUPP, file, "u:object_r:other_t:s0"}});
-        }
-    });
+TEST_F(SecurityLabel, NoticesThatAnotherPolicyIsChosenAndThatItGoes) {
+    EXPECT_EQ(After(Restorecon, file, file), "u:r:file:s0");
+    WriteRules("other", "/.* u:r:other:s0\n");
+    tree.File("etc/selinux/config", "SELINUXTYPE=other\n");
+    EXPECT_EQ(After(Restorecon, file, file), "u:r:other:s0");
+    std::filesystem::remove("/etc/selinux/other/contexts/files/file_contexts");
+    EXPECT_EQ(After(Restorecon, file, file), "-1 EOPNOTSUPP u:r:other:s0");
+    EXPECT_EQ(After(RestoreconFromParentDir, file, file), "-95 EOPNOTSUPP u:r:other:s0");
+    EXPECT_EQ(After(Walk, file, file), "-1 EOPNOTSUPP u:r:other:s0");
 }
 
 TEST_F(SecurityLabel, WorkersMayCallWhileThePolicyChanges) {
-    WithPolicy([this] {
-        std::atomic<bool> isDone{false};
-        std::vector<std::thread> workers;
-        for (auto* call : {Restorecon, RestoreconFromParentDir, Walk, Walk}) {
-            workers.emplace_back([&isDone, call, this] {
-                while (!isDone) {
-                    EXPECT_EQ(call(file.c_str()), 0);
-                }
-            });
-        }
-        for (int i = 10; i < 30; ++i) {
-            WriteRules("/.*\tu:object_r:t" + std::to_string(i) + "_t:s0\n");
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-        isDone = true;
-        for (std::thread& worker : workers) {
-            worker.join();
-        }
-        Check({{"last policy", Restorecon, file, 0, file, "u:object_r:t29_t:s0"}});
-    });
+    std::vector<std::jthread> workers;
+    for (auto* call : {Restorecon, RestoreconFromParentDir, Walk, Walk}) {
+        workers.emplace_back([call, this](const std::stop_token& stop) {
+            while (!stop.stop_requested()) {
+                EXPECT_EQ(call(file.c_str()), 0);
+            }
+        });
+    }
+    for (int i = 10; i < 30; ++i) {
+        WriteRules("mini", "/.* u:r:t" + std::to_string(i) + ":s0\n");
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    workers.clear();
+    EXPECT_EQ(After(Restorecon, file, file), "u:r:t29:s0");
 }
 
 }  // namespace

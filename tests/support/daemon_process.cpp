@@ -1,5 +1,6 @@
 #include "daemon_process.h"
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -75,6 +76,7 @@ bool IsListening() {
 }  // namespace
 
 DaemonProcess::DaemonProcess(const DaemonOptions& options) : log(memfd_create("daemon-log", MFD_CLOEXEC)) {
+    fcntl(log.Get(), F_SETFL, O_APPEND);  // or lines of two threads may overwrite each other
     fs::remove(SOCKET_PATH);
     child = fork();
     if (child == 0) {

@@ -1,0 +1,279 @@
+// The process around the commands: its start and end, its connections and workers, and what it leaves on disk when a
+// system call fails under it.
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <regex>
+#include <thread>
+
+#include "daemon_test.h"
+
+namespace TAVO::FileMigrateOrvane::Testing {
+namespace {
+
+using std::chrono::steady_clock, std::this_thread::sleep_for;
+using Strings = std::vector<std::string>;
+using Clients = std::vector<RawClient>;
+const Request kIsThere{Command::IsExist, "/data"};     // answered with 1
+const Request kIsNotThere{Command::IsExist, "/none"};  // answered with 0
+const Request kRecorded{Command::IsDir, "/none"};      // answered with -1 and recorded
+
+bool Becomes(const auto& isTrue) {
+    const auto end = steady_clock::now() + PATIENCE;
+    while (!isTrue() && steady_clock::now() < end) {
+        sleep_for(Deadline{10});
+    }
+    return steady_clock::now() < end;
+}
+
+void SendAll(Clients& clients, const Request& request) {
+    std::for_each(clients.begin(), clients.end(), [&](RawClient& client) { client.Send(request); });
+}
+
+class ServerTest : public DaemonTest {
+protected:
+    void TearDown() override {
+        Release();
+        DaemonTest::TearDown();
+    }
+
+    /// What matches in the daemon's log, whose lines are read as "LEVEL [FUNCTION] TEXT".
+    [[nodiscard]] Strings Found(const std::string& pattern) const {
+        static const std::regex head(R"(.{19}(.) FileMigrateOrvane: \[(.*?):\d+\])");
+        const std::string log = std::regex_replace(daemon->Log(), head, "$1 [$2]");
+        const std::regex wanted(pattern);
+        return {std::sregex_token_iterator(log.begin(), log.end(), wanted), std::sregex_token_iterator()};
+    }
+
+    bool Await(const std::string& pattern, size_t n = 1) {
+        return Becomes([&] { return Found(pattern).size() >= n; });
+    }
+
+    /// The daemon's descriptor for the n-th client that connected.
+    std::string AcceptedFd(size_t n) { return Await("acceptfd: ", n) ? Found("acceptfd: .*")[n - 1].substr(10) : ""; }
+
+    /// Sends requests that are not answered until Release(): their record goes into a pipe that nobody reads.
+    Clients Hold(std::size_t count) {
+        EXPECT_EQ(mkfifo(AB_FILE, 0600), 0);
+        Clients clients(count);
+        SendAll(clients, kRecorded);
+        EXPECT_TRUE(Await("HandleCmd", std::min<std::size_t>(count, 4)) && Await("AddThreadTask", count));
+        return clients;
+    }
+
+    void Release() {
+        if (std::filesystem::is_fifo(AB_FILE)) {
+            recordReader = UniqueFd(open(AB_FILE, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+            unlink(AB_FILE);
+        }
+    }
+
+    /// Starts the daemon with a clock so many seconds ahead, or moves its clock and lets it wake up some times.
+    void SetClock(std::int64_t seconds) {
+        const std::string file = tree->Path("clock");
+        std::ofstream(file + ".new") << '+' << seconds;
+        std::filesystem::rename(file + ".new", file);
+        if (!daemon) {
+            // TZ: without it the C library reads the zone anew each time, under a lock that thread checkers do not see.
+            Start({{"LD_PRELOAD=/usr/$LIB/faketime/libfaketimeMT.so.1", "FAKETIME_NO_CACHE=1", "TZ=UTC",
+                    "FAKETIME_TIMESTAMP_FILE=" + file}});
+        }
+        daemon->WaitExit(Deadline{400});
+    }
+
+    UniqueFd recordReader;
+};
+
+TEST_F(ServerTest, EndsTenMinutesAfterTheLastEventAndFinishesWhatWasBegun) {
+    SetClock(0);
+    SetClock(590);
+    Clients clients = Hold(5);
+    SetClock(1180);
+    EXPECT_TRUE(Found("EpollHandler end").empty()) << "not postponed";
+    SetClock(2000);
+    ASSERT_TRUE(Await("I .EpollHandler. Maser thread EpollHandler end\\."));
+    Release();
+    EXPECT_GE(std::count_if(clients.begin(), clients.end(), [](RawClient& c) { return c.Receive().has_value(); }), 4);
+    EXPECT_EQ(daemon->WaitExit(), 0);
+    EXPECT_EQ(Found("E .~FileMigrateSocketServer. closefd: \\d+, refcnt: 1").size(), clients.size());
+}
+
+TEST_F(ServerTest, EndsWhenTheMillisecondCountWrapsWhileIdle) {
+    // The fake clocks all count from the epoch.
+    const std::int64_t now = std::chrono::system_clock::now().time_since_epoch() / std::chrono::milliseconds(1);
+    const std::int64_t untilWrap = ((1LL << 32) - now % (1LL << 32)) / 1000;
+    SetClock(untilWrap - 60);
+    EXPECT_TRUE(Found("EpollHandler end").empty());
+    SetClock(untilWrap + 10);
+    EXPECT_EQ(daemon->WaitExit(), 0);
+}
+
+TEST_F(ServerTest, GivesUpWithoutSocketOrWorkers) {
+    const std::string path = SOCKET_PATH, asked = "I [CreateServer] Get socket from env " + path + " socketId -1";
+    EXPECT_EQ(Start({{}, {"sh", "-c", "touch " + path + "; exec \"$0\""}, false}).WaitExit(), 0);
+    EXPECT_EQ(Found(".+"), (Strings{asked, "E [CreateServerSocket] Failed to bind socket",
+                                    "E [CreateServer] Failed to create socket " + path}));
+    const std::string over = "I [ThreadTaskExecute] Task thread exit", waited = "wait taskthread exit.";
+    EXPECT_EQ(Start({WithFault("pthread_create@2=11"), {}, false}).WaitExit(), 0);
+    EXPECT_EQ(Found(".+"), (Strings{asked, over, over, "I [ReleaseThreadTask] ReleaseThreadTask " + waited,
+                                    "E [ThreadPoolInit] Failed to create thread."}));
+}
+
+TEST_F(ServerTest, TakesTheSocketOfInitAndKeepsTheNameOfItsThreads) {
+    sockaddr_un address{AF_UNIX, {}};
+    tree->Path("socket").copy(address.sun_path, sizeof(address.sun_path) - 1);
+    const UniqueFd listening(socket(AF_UNIX, SOCK_STREAM, 0));
+    ASSERT_EQ(bind(listening.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    ASSERT_EQ(listen(listening.Get(), 5), 0);
+    const std::string pass = "exec 3<&" + std::to_string(listening.Get()) + "; LISTEN_PID=$$ LISTEN_FDS=1 ";
+    Start({{"LISTEN_FDNAMES=file_migrate_orvane"}, {"bash", "-c", pass + "exec \"$0\""}, false});
+    EXPECT_EQ(RawClient(address.sun_path).Call(kIsThere).result, 1);
+    EXPECT_TRUE(daemon->WaitForLog("file_migrate_orvane socketId 3") && !std::filesystem::exists(SOCKET_PATH));
+    for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(daemon->Pid()) + "/task")) {
+        EXPECT_EQ(ReadFile(task.path() / "comm"), "file_migrate_or\n") << "what the kernel log will print";
+    }
+}
+
+TEST_F(ServerTest, PeerThatLeavesWhileItIsServedIsDroppedOnce) {
+    const Strings gone{"refcnt:2", "EPOLLHUP", "refcnt:1", "err, ret: -1, errno: 32", "clear and close"};
+    const Strings half{"refcnt:2", "refcnt:3", "Readline null", "refcnt:2", "refcnt:1", "EPOLLHUP", "clear and close"};
+    for (const bool isHalf : {false, true}) {
+        Start();
+        RawClient busy = std::move(Hold(1)[0]);
+        shutdown(busy.Fd(), isHalf ? SHUT_WR : SHUT_RDWR);
+        ASSERT_TRUE(Await(isHalf ? "SubFdRef.*refcnt:2" : "SubFdRef.*refcnt:1"));
+        if (!isHalf) {
+            busy.Close();
+        }
+        RawClient next;
+        EXPECT_NE(AcceptedFd(2), AcceptedFd(1)) << "closed under the worker";
+        Release();
+        ASSERT_TRUE(Await(isHalf ? "refcnt:1" : "clear and close"));
+        EXPECT_TRUE(!isHalf || busy.Receive());
+        busy.Close();
+        ASSERT_TRUE(Await("clear and close"));
+        EXPECT_EQ(Found("EPOLLHUP|refcnt:\\d|Readline null|err, ret.*|clear and close|not found"),
+                  isHalf ? half : gone);
+        EXPECT_EQ(next.Call(kIsNotThere).result, 0) << "another's answer";
+    }
+}
+
+TEST_F(ServerTest, StaleTasksHoldNoWorker) {
+    Start();
+    const Clients busy = Hold(4);
+    Clients gone(2);
+    const std::string reused = AcceptedFd(5), closed = AcceptedFd(6);
+    SendAll(gone, kIsThere);
+    ASSERT_TRUE(Await("AddThreadTask", 6));
+    gone.clear();
+    ASSERT_TRUE(Await("clear and close", 2));
+    RawClient next;
+    ASSERT_EQ(AcceptedFd(7), reused);
+    Release();
+    EXPECT_TRUE(Await("E .ThreadTaskExecute. Readline error, errno: 11, eventfd: " + reused));
+    EXPECT_TRUE(Await("E .AddFdRef. " + closed + " not found int fdMap"));
+    EXPECT_EQ(next.Call(kIsNotThere).result, 0);
+}
+
+TEST_F(ServerTest, PiecesOfRequestsAreRefusedAndHoldNoWorker) {
+    Start();
+    const FileMigrateRcvMsg message = kIsThere.Wire();
+    const std::string_view bytes(reinterpret_cast<const char*>(&message), sizeof(message));
+    Clients clients(5);
+    for (const std::string_view piece : {bytes.substr(0, 4000), bytes.substr(4000)}) {
+        std::for_each(clients.begin(), clients.end(), [&](RawClient& client) { client.Send(piece); });
+        const std::string size = std::to_string(piece.size());
+        EXPECT_TRUE(Await("E .HandleCmd. recvBufSize error: " + size + ", expect: 8288", clients.size()));
+        EXPECT_EQ(RawClient().Call(kIsThere).result, 1);
+        EXPECT_TRUE(Becomes([] { return !Records().empty() && Records().size() % 5 == 0; }));
+        EXPECT_TRUE(Records().back().starts_with("type:RECVBUFSIZE,recvbufsize:" + size + ",times:"));
+    }
+    EXPECT_EQ(clients[0].Call(kIsNotThere).result, 0) << "answered a piece";
+}
+
+TEST_F(ServerTest, SilentReadersEndNoService) {
+    for (int i = 1000; i < 3000; ++i) {
+        tree->File(std::string(240, 'n') + std::to_string(i), "");
+    }
+    Start();
+    Clients clients(7);
+    SendAll(clients, {Command::ListDir, tree->Path()});
+    sleep_for(Deadline{1000});
+    EXPECT_EQ(clients[0].Receive().value().Strings().size(), 2000U * 247 - 1) << "reads late, but reads";
+    EXPECT_EQ(RawClient().Call(kIsThere).result, 1);
+    EXPECT_TRUE(daemon->WaitForLog("err, ret: -1, errno: 11"));
+    EXPECT_TRUE(Await("SendStrPkgs. pkgNum:(\\d+), pkgIndex:\\1,", 2)) << "gave up a reply";
+}
+
+TEST_F(ServerTest, WantOfDescriptorsMakesNothingSpinOrWait) {
+    Start();
+    RawClient served;
+    EXPECT_EQ(served.Call(kIsThere).result, 1);
+    rlimit limit{};
+    ASSERT_EQ(prlimit(daemon->Pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
+    const rlimit low{3, limit.rlim_max};
+    ASSERT_EQ(prlimit(daemon->Pid(), RLIMIT_NOFILE, &low, nullptr), 0);
+    RawClient waiting;
+    waiting.Send(kIsThere);
+    const std::string refusal = "E .EpollAccept. Failed to accept client connect request";
+    ASSERT_TRUE(Await(refusal));
+    const auto start = steady_clock::now();
+    const std::string usage = "/proc/" + std::to_string(daemon->Pid()) + "/schedstat";
+    const auto usedNs = std::stoll(ReadFile(usage));
+    sleep_for(Deadline{1000});
+    EXPECT_LT(std::stoll(ReadFile(usage)) - usedNs, 500000000) << "spins";
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(served.Call(kIsThere).result, 1);
+    }
+    const std::chrono::duration<double> passed = steady_clock::now() - start;
+    EXPECT_LT(passed.count(), 6.0) << "delays others";
+    EXPECT_LT(static_cast<double>(Found(refusal).size()), 10 * passed.count() + 10);
+    ASSERT_EQ(prlimit(daemon->Pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
+    EXPECT_TRUE(Becomes([&] { return served.Call(kIsThere).result == 1 && waiting.Receive(Deadline{0}); }));
+}
+
+TEST_F(ServerTest, RecordThatCannotBeWrittenChangesNoAnswer) {
+    for (const auto& [fault, line] : {std::pair{"write@_ab=short", "write return len \\d+, not equal to content len"},
+                                      {"write@_ab=28", "write /.*/file_migrate_ab.txt failed, errno: 28\\."},
+                                      {"fsync@_ab=5", "fsync /.*/file_migrate_ab.txt failed, errno: 5\\."}}) {
+        Start({WithFault(fault)});
+        const Reply reply = RawClient().Call(kRecorded);
+        EXPECT_TRUE(reply.result == -1 && reply.errCode == ENOENT) << fault;
+        EXPECT_EQ(Found(std::string("E .WriteStringToFile. ") + line).size(), 1U) << fault;
+    }
+}
+
+TEST_F(ServerTest, KernelLogDumpIsWholeOrNotThere) {
+    const std::string mine = "<4>avc: denied comm=file_migrate_or a=1\n<4>audit: comm=\"file_migrate_or\" b=2\n";
+    const std::string others = "<6>comm=file_migrate_o\n<6>\"file_migrate_or\"\n<6>comm=\"file_migrate_o\" pid=1\n";
+    const std::string mixed = tree->File("mixed", others + mine + others + "comm=file_migrate_or, no newline");
+    const std::array<std::string, 3> cases[] = {
+        {"klogctl@text=" + mixed, "I .ReadKmsgToFile. filter orig kmsg and write succ", mine},
+        {"klogctl@text=" + tree->File("foreign", others), "read kernel log buffer len=", ""},
+        {"klogctl@10=1", "E .ReadKmsgToFile. get kernel log buf size failed, errno=1", "none"},
+        {"klogctl@3=1", "E .ReadKmsgToFile. read kernel log buffer failed, errno=1", "none"},
+        {"klogctl@text=" + mixed + " write@fail_kmsg=short", "write return len", "none"},
+    };
+    tree->Pipe("from/pipe");  // the first copy stops at it with EINVAL
+    for (const auto& [faults, line, content] : cases) {
+        SCOPED_TRACE(faults);
+        ClearRecords();
+        Start({WithFault(faults)});
+        EXPECT_EQ(RawClient().Call({Command::CopyAll, tree->Path("from"), tree->Path("to")}).result, 0);
+        EXPECT_EQ(Found(line).size(), 1U);
+        const Strings dumps = KernelLogDumps("COPY");
+        EXPECT_EQ(dumps.empty() ? "none" : ReadFile(dumps[0]), content);
+        for (const std::string& dump : dumps) {
+            const struct stat st = Lstat(dump);
+            EXPECT_TRUE(st.st_mode == (S_IFREG | 0770U) && st.st_uid == 0 && st.st_gid == 1000);
+        }
+    }
+}
+
+}  // namespace
+}  // namespace TAVO::FileMigrateOrvane::Testing
