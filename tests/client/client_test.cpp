@@ -50,7 +50,7 @@ TEST(ClientReply, WhatIsNoReplyClosesTheConnectionAndTheNextRequestConnectsAnew)
     const std::string one = ReplyBytes(0, 0, {"a:0"});
     const auto with = [&one](std::size_t at, std::size_t n, char c) { return std::string(one).replace(at, n, n, c); };
     EXPECT_EQ(ErrorOf(with(8, 4, '\xff')), ClientErrc::MalformedReply) << "negative count";
-    EXPECT_EQ(ErrorOf(with(8, 4, '\x7f')), ClientErrc::MalformedReply) << "absurd count";
+    EXPECT_EQ(ErrorOf(with(8, 8, '\x7f')), ClientErrc::MalformedReply) << "absurd count";
     EXPECT_EQ(ErrorOf(with(12, 1, 2)), ClientErrc::MalformedReply) << "count differs";
     EXPECT_EQ(ErrorOf(with(16, 1, 2)), ClientErrc::MalformedReply) << "index not 1";
     EXPECT_EQ(ErrorOf(one.substr(0, 20) + std::string(4094, 'a') + ":0"), ClientErrc::MalformedReply) << "no NUL";

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <optional>
 #include <regex>
 #include <sstream>
@@ -311,6 +312,26 @@ TEST_F(CommandsTest, DirectoriesThatCannotBeOpened) {
         {"chmod", "mkdir d", ChMod, "@/d - - - 100 2", -1, EACCES,
          "E DoChModRecurse: open dir @/d failed, errno %\nOPEN_CHMODERECURSE", "d/ 100"},
     });
+}
+
+TEST_F(CommandsTest, LabelsThatAPolicyPrescribes) {
+    if (std::getenv("FILE_MIGRATE_SANDBOX") != std::string("private")) {
+        GTEST_SKIP() << "needs privilege: a mount namespace for a policy of its own";
+    }
+    ScratchTree policy;
+    policy.File("selinux/config", "SELINUXTYPE=mini\n");
+    policy.File("selinux/mini/contexts/files/file_contexts", "/.* u:r:data:s0\n/data/.*/f u:r:file:s0\n");
+    Start({{}, {"unshare", "-m", "sh", "-c", "mount --bind " + policy.Path() + " /etc && exec \"$@\"", "sh"}});
+    CheckAll({
+        {"one path", "touch f", Restorecon, "@/f - - - - 1", 0, 0, "I RestoreCon: Restorecon @/f suc"},
+        {"tree", "mkdir d", Restorecon, "@/d - - - - 2", 0, 0, "I RestoreCon: RestoreconRecurseParallel @/d suc"},
+        {"by the parent", "touch f", RestoreconFromParent, "@/f", 0, 0,
+         "I RestoreConFromParent: RestoreconFromParentDir @/f suc"},
+    });
+    ASSERT_TRUE(Shell("mkdir d; touch d/f"));
+    EXPECT_EQ(Call(RequestOf(Restorecon, Expand("@ - - - - 2"))).result, 0);
+    EXPECT_EQ(Call({RestoreconFromParent, tree->Path("f")}).result, 0);
+    EXPECT_EQ(Shell("find d f -printf '%Z\n' | xargs"), "u:r:data:s0 u:r:file:s0 u:r:data:s0\n");
 }
 
 TEST_F(CommandsTest, SpaceIsThatOfTheAllocatedBlocksUnderEveryName) {

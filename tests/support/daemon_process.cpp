@@ -76,7 +76,7 @@ bool IsListening() {
 }  // namespace
 
 DaemonProcess::DaemonProcess(const DaemonOptions& options) : log(memfd_create("daemon-log", MFD_CLOEXEC)) {
-    fcntl(log.Get(), F_SETFL, O_APPEND);  // or lines of two threads may overwrite each other
+    fcntl(log.Get(), F_SETFL, O_APPEND);  // Log() moves the offset that both share
     fs::remove(SOCKET_PATH);
     child = fork();
     if (child == 0) {

@@ -4,30 +4,21 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
 #include <system_error>
 
 namespace TAVO::FileMigrateOrvane::Testing {
-namespace {
-
-template <std::size_t Width>
-void Fill(char (&field)[Width], const std::string& text) {
-    std::memcpy(field, text.data(), std::min(text.size(), Width));
-}
-
-}  // namespace
 
 FileMigrateRcvMsg Request::Wire() const {
     FileMigrateRcvMsg message{};
     message.cmd = static_cast<std::int32_t>(cmd);
-    Fill(message.src, src);
-    Fill(message.dst, dst);
-    Fill(message.user, user);
-    Fill(message.group, group);
-    Fill(message.perm, perm);
+    src.copy(message.src, sizeof(message.src));
+    dst.copy(message.dst, sizeof(message.dst));
+    user.copy(message.user, sizeof(message.user));
+    group.copy(message.group, sizeof(message.group));
+    perm.copy(message.perm, sizeof(message.perm));
     message.recurseOpt = recurseOpt;
     return message;
 }
@@ -50,8 +41,7 @@ RawClient::RawClient(const std::string& socketPath) : fd(socket(AF_UNIX, SOCK_ST
 }
 
 void RawClient::Send(std::string_view bytes) {
-    const ssize_t sent = send(fd.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    if (sent != static_cast<ssize_t>(bytes.size())) {
+    if (send(fd.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(bytes.size())) {
         throw std::system_error(errno, std::generic_category(), "send");
     }
 }

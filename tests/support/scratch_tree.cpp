@@ -43,8 +43,7 @@ void SetImmutableFlag(const std::string& path, bool isSet) {
 }  // namespace
 
 ScratchTree::ScratchTree(On fileSystem) : root(BaseOf(fileSystem) + "/scratch-XXXXXX") {
-    Check(mkdtemp(root.data()) != nullptr, root);
-    Check(chmod(root.c_str(), 0755) == 0, root);
+    Check(mkdtemp(root.data()) != nullptr && chmod(root.c_str(), 0755) == 0, root);
 }
 
 ScratchTree::~ScratchTree() {
@@ -67,8 +66,7 @@ std::string ScratchTree::Dir(const std::string& name, mode_t mode) {
 
 std::string ScratchTree::File(const std::string& name, const std::string& content, mode_t mode) {
     std::string path = NewPath(name);
-    Check(static_cast<bool>(std::ofstream(path) << content), path);
-    Check(chmod(path.c_str(), mode) == 0, path);
+    Check((std::ofstream(path) << content) && chmod(path.c_str(), mode) == 0, path);
     return path;
 }
 
