@@ -3,15 +3,15 @@
 
 #include <cerrno>
 #include <string>
+#include <utility>
 
 #include "identity.h"
 #include "owner_mode.h"
 #include "path_helpers.h"
-#include "prepare_dir.h"
+#include "path_para.h"
 #include "record_file.h"
 #include "records.h"
 #include "restorecon.h"
-#include "scratch_tree.h"
 
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
@@ -63,42 +63,19 @@ TEST(DecodeTest, NumbersAndNames) {
     }
 }
 
-TEST(ArgumentTest, RefusedBeforeAnythingIsTouched) {
-    ScratchTree tree;
-    const std::string file = tree.File("f", "", 0640);
-    const PathPara options{file, 1, 1, 0600, 3};
-    const struct {
-        const char* name;
-        int (*operation)(const std::string& path, const PathPara& para, int& err);
-        PathPara para;
-        int result;
-        const char* record;
-    } rows[] = {
-        {"owner not given", [](auto&, auto& p, int& e) { return ChOwn(p, e, 3); }, {file, 1, NOT_GIVEN, 0, 3}, -1, ""},
-        {"mode not given", [](auto&, auto& p, int& e) { return ChMod(p, e, 3); }, {file, 1, 1, NOT_GIVEN, 3}, -1, ""},
-        {"chown", [](auto&, auto& p, int& e) { return ChOwn(p, e, 3); }, options, -1, "INVALID_RECURSEOPT_CHOWN"},
-        {"chmod", [](auto&, auto& p, int& e) { return ChMod(p, e, 3); }, options, -1, "INVALID_RECURSEOPT_CHMOD"},
-        {"restorecon", [](auto& f, auto& p, int& e) { return RestoreCon(f, p.recurseOpt, e, 3); }, options, -1,
-         "INVALID_RECURSEOPT_RESTORECON"},
-        {"restorecon 0", [](auto& f, auto&, int& e) { return RestoreCon(f, 0, e, 3); }, options, -1, ""},
-        {"mkdir, exists", [](auto& f, auto& p, int& e) { return MkDir(f, p.recurseOpt, e, 3); }, options, 0, ""},
-        {"prepare, exists", [](auto&, auto& p, int& e) { return PrepareDir(p, e, 3); }, options, 0, ""},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        ClearRecords();
-        int err = 0;
-        EXPECT_EQ(row.operation(file, row.para, err), row.result);
-        EXPECT_EQ(err, row.result == 0 ? 0 : EINVAL);
-        const std::string code = row.record;
-        ASSERT_EQ(Records().size(), code.empty() ? 0U : 1U);
-        if (!code.empty()) {
-            EXPECT_EQ(Records()[0].find("type:" + code + ",src:" + file + ",dst:,user:,group:,perm:,recurseOpt:3,"),
-                      0U);
-        }
-        EXPECT_EQ(Lstat(file).st_mode & 07777, 0640U);
-        EXPECT_EQ(Lstat(file).st_uid, 0U);
-    }
+TEST(ArgumentTest, WhatIsNotGivenIsRefusedBeforeTheOptionAndWithoutARecord) {
+    ClearRecords();
+    int err = 0;
+    EXPECT_EQ(ChOwn({"/none", 1, NOT_GIVEN, 0, 3}, err, RECORD_KIND_AB), -1);
+    EXPECT_EQ(std::exchange(err, 0), EINVAL);
+    EXPECT_EQ(ChMod({"/none", 1, 1, NOT_GIVEN, 3}, err, RECORD_KIND_AB), -1);
+    EXPECT_EQ(std::exchange(err, 0), EINVAL);
+    EXPECT_TRUE(Records().empty());
+    EXPECT_EQ(RestoreCon("/none", 3, err, RECORD_KIND_AB), -1);
+    EXPECT_EQ(err, EINVAL);
+    ASSERT_EQ(Records().size(), 1U) << "unlike option 0, another unknown one is recorded";
+    EXPECT_EQ(Records()[0].find("type:INVALID_RECURSEOPT_RESTORECON,src:/none,dst:,user:,group:,perm:,recurseOpt:3,"),
+              0U);
 }
 
 }  // namespace

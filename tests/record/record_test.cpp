@@ -1,6 +1,8 @@
 // What a record holds, where it goes, and when a kernel-log dump follows it.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -142,6 +144,18 @@ TEST(SnapshotTest, InodeFlagsAndStat) {
     const std::string head = file + " inode flags:";
     ASSERT_EQ(flags.size(), head.size() + 33);
     EXPECT_EQ(flags[head.size() + 27], '1') << flags;
+}
+
+TEST(SnapshotTest, ATerminalThatATreeNamesDoesNotBecomeTheDaemons) {
+    const int master = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_TRUE(master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0);
+    const auto ask = [&] {
+        setsid();
+        (void)GetInodeFlag(ptsname(master));
+        _exit(open("/dev/tty", O_RDWR) < 0 ? 0 : 1);
+    };
+    EXPECT_EXIT(ask(), testing::ExitedWithCode(0), "") << "its hang-up would end the daemon";
+    close(master);
 }
 
 TEST(RecordTextTest, HexAndTime) {
