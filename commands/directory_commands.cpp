@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <string>
 
 #include "commands.h"
 #include "error_record.h"

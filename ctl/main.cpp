@@ -1,4 +1,6 @@
 // orvanectl: sends one command to the daemon and tells its answer by text and exit status.
+#include <sys/un.h>
+
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
@@ -33,6 +35,9 @@ std::string MakeAbsolute(std::string& path) {
     if (path.empty()) {
         return "an empty path names nothing";
     }
+    if (path.find("../") != std::string::npos) {
+        return path + ": the daemon takes no path with \"../\" in it";
+    }
     if (path.front() == '/') {
         return {};
     }
@@ -45,10 +50,19 @@ std::string MakeAbsolute(std::string& path) {
     return {};
 }
 
-/// The daemon reads as far as octal digits go; "75o" is to be a mistake here, not mode 075.
+/// The daemon reads as far as octal digits go; "75o" is to be a mistake here, not mode 075. It takes 0 for a text
+/// that is no mode.
 std::string CheckMode(std::string& mode) {
-    const bool isOctal = !mode.empty() && mode.find_first_not_of("01234567") == std::string::npos;
-    return isOctal ? std::string() : mode + ": a mode is octal digits, such as 0755";
+    if (mode.empty() || mode.find_first_not_of("01234567") != std::string::npos) {
+        return mode + ": a mode is octal digits, such as 0755";
+    }
+    return mode.find_first_not_of('0') == std::string::npos ? "a mode of 0 is not possible" : std::string();
+}
+
+std::string CheckSocketPath(const std::string& path) {
+    constexpr std::size_t longest = sizeof(sockaddr_un::sun_path) - 1;
+    return path.empty() || path.size() > longest ? "a socket's path has 1 to " + std::to_string(longest) + " bytes"
+                                                 : std::string();
 }
 
 std::string SplitOwner(const std::string& owner, Arguments& arguments) {
@@ -110,7 +124,9 @@ void AddFlags(CLI::App& parser, unsigned takes, Arguments& arguments) {
         parser.add_flag("--keep-going", arguments.keepGoing, "go entry by entry and remove all that can be removed");
     }
     if ((takes & TAKES_FROM_PARENT) != 0) {
-        parser.add_flag("--from-parent", arguments.fromParent, "give the label that the parent directory has")
+        parser
+            .add_flag("--from-parent", arguments.fromParent,
+                      "give the label that the policy has for the parent directory")
             ->excludes(recursive);
     }
 }
@@ -129,12 +145,13 @@ void AddSubCommand(CLI::App& app, const SubCommand& command, Settings& settings)
 void AddOptions(CLI::App& app, Settings& settings) {
     app.add_option("--socket", settings.client.socketPath, "the daemon's socket")
         ->capture_default_str()
+        ->check(CLI::Validator(CheckSocketPath, ""))
         ->type_name("PATH");
     app.add_option("--timeout", settings.timeoutSeconds, "longest wait for the answer, 0 for ever (default: see below)")
         ->check(CLI::Range(0, LONGEST_TIMEOUT).description(""))
         ->type_name("SECONDS");
-    app.fallthrough();  // both may stand behind the sub-command, too
-    app.require_subcommand(1);
+    app.fallthrough();             // both may stand behind the sub-command, too
+    app.require_subcommand(0, 1);  // none is complained of in Main: the parser would hide a wrong word behind it
     app.footer(FOOTER);
     app.failure_message([](const CLI::App*, const CLI::Error& error) {
         return std::string("orvanectl: ") + error.what() + "\nRun orvanectl --help for more information.\n";
@@ -150,6 +167,9 @@ int Main(int argc, char** argv) {
     }
     try {
         app.parse(argc, argv);
+        if (settings.chosen == nullptr) {
+            throw CLI::RequiredError("A sub-command");
+        }
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : static_cast<int>(ExitStatus::Usage);
     }

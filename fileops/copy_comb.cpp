@@ -66,7 +66,7 @@ int CopyCombEntry(const Entry& src, std::string& dst, const PermPara& perm, int&
     }
     const int copied = CopyFile(src.path, dst, perm, err, recordKind);
     // Always, copied or not.
-    return DoUnlinkAt(src.dirFd, src.name, src.path, err, recordKind) == 0 ? copied : -1;
+    return DoUnlink(src.dirFd, src.name, src.path, err, recordKind) == 0 ? copied : -1;
 }
 
 }  // namespace

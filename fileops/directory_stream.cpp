@@ -19,7 +19,7 @@ bool IsSelfOrParent(const char* name) {
 }  // namespace
 
 bool TakeForDirectory(const Entry& entry, int& err) {
-    return entry.type == DT_UNKNOWN ? IsDirAt(entry.dirFd, entry.name, entry.path, err, RECORD_KIND_NONE) != 0
+    return entry.type == DT_UNKNOWN ? IsDir(entry.dirFd, entry.name, entry.path, err, RECORD_KIND_NONE) != 0
                                     : entry.type == DT_DIR;
 }
 

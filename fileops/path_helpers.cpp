@@ -33,15 +33,15 @@ int IsPathExist(const std::string& path, int& err, int recordKind) {
 }
 
 int IsDir(const std::string& path, int& err, int recordKind) {
-    return IsDirAt(AT_FDCWD, path.c_str(), path, err, recordKind);
+    return IsDir(AT_FDCWD, path.c_str(), path, err, recordKind);
 }
 
-int IsDirAt(int dirFd, const char* name, const std::string& path, int& err, int recordKind) {
+int IsDir(int dirFd, const char* name, const std::string& path, int& err, int recordKind) {
     struct stat st {};
     if (fstatat(dirFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
         err = errno;
         RecordErrForPath("ISDIR", path, err, recordKind);
-        LogError({"lstat %{public}s failed, errno=%{public}d", "IsDir"}, path, err);
+        LogError("lstat %{public}s failed, errno=%{public}d", path, err);
         return -1;
     }
     return S_ISDIR(st.st_mode) ? 1 : 0;

@@ -21,8 +21,8 @@ namespace TAVO::FileMigrateOrvane {
 /// 1 for a directory, 0 for anything else, -1 on failure. A link to a directory is none.
 [[nodiscard]] int IsDir(const std::string& path, int& err, int recordKind);
 
-/// IsDir for `name` in the open directory `dirFd`. @param path its text for messages
-[[nodiscard]] int IsDirAt(int dirFd, const char* name, const std::string& path, int& err, int recordKind);
+/// The same for `name` in the open directory `dirFd`. @param path its text for messages
+[[nodiscard]] int IsDir(int dirFd, const char* name, const std::string& path, int& err, int recordKind);
 
 /// Lists one level of a directory in its own order, "." and ".." left out. `entries` is emptied first.
 /// @param withType  adds ":1" to the name of a directory and ":0" to any other, by the type in the entry

@@ -15,13 +15,13 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-[[gnu::noinline]] int DoRmDirAt(int dirFd, const char* name, const std::string& path, int& err, int recordKind) {
+[[gnu::noinline]] int DoRmDir(int dirFd, const char* name, const std::string& path, int& err, int recordKind) {
     if (unlinkat(dirFd, name, AT_REMOVEDIR) == 0) {
         return 0;
     }
     err = errno;
     RecordNormalErr("RMDIR", path, err, recordKind);
-    LogError({"rmdir %{public}s failed, errno=%{public}d", "DoRmDir"}, path, err);
+    LogError("rmdir %{public}s failed, errno=%{public}d", path, err);
     return -1;
 }
 
@@ -34,7 +34,7 @@ namespace {
 
 int TryRemoveEntry(const Entry& entry, int& err, int recordKind) {
     if (!TakeForDirectory(entry, err)) {
-        return DoUnlinkAt(entry.dirFd, entry.name, entry.path, err, recordKind);
+        return DoUnlink(entry.dirFd, entry.name, entry.path, err, recordKind);
     }
     DirectoryStream stream = DirectoryStream::Open(entry);
     if (!stream) {
@@ -48,7 +48,7 @@ int TryRemoveEntry(const Entry& entry, int& err, int recordKind) {
         }
     }
     stream.Close();
-    return DoRmDirAt(entry.dirFd, entry.name, entry.path, err, recordKind) == 0 ? result : -1;
+    return DoRmDir(entry.dirFd, entry.name, entry.path, err, recordKind) == 0 ? result : -1;
 }
 
 /// The error-code form of remove_all still throws when memory runs out.
@@ -66,22 +66,14 @@ std::error_code RemoveAll(const std::string& path) {
 
 }  // namespace
 
-int DoUnlink(const std::string& path, int& err, int recordKind) {
-    return DoUnlinkAt(AT_FDCWD, path.c_str(), path, err, recordKind);
-}
-
-[[gnu::noinline]] int DoUnlinkAt(int dirFd, const char* name, const std::string& path, int& err, int recordKind) {
+[[gnu::noinline]] int DoUnlink(int dirFd, const char* name, const std::string& path, int& err, int recordKind) {
     if (unlinkat(dirFd, name, 0) == 0) {
         return 0;
     }
     err = errno;
     RecordNormalErr("Unlink", path, err, recordKind);
-    LogError({"unlink %{public}s failed, errno=%{public}d", "DoUnlink"}, path, err);
+    LogError("unlink %{public}s failed, errno=%{public}d", path, err);
     return -1;
-}
-
-int DoRmDir(const std::string& path, int& err, int recordKind) {
-    return DoRmDirAt(AT_FDCWD, path.c_str(), path, err, recordKind);
 }
 
 int Remove(const std::string& path, int& err, int recordKind) {

@@ -5,12 +5,8 @@
 
 namespace TAVO::FileMigrateOrvane {
 
-[[nodiscard]] int DoUnlink(const std::string& path, int& err, int recordKind);
-
-/// DoUnlink for `name` in the open directory `dirFd`. @param path its text for messages
-[[nodiscard]] int DoUnlinkAt(int dirFd, const char* name, const std::string& path, int& err, int recordKind);
-
-[[nodiscard]] int DoRmDir(const std::string& path, int& err, int recordKind);
+/// Unlinks `name` in the open directory `dirFd`. @param path its text for messages
+[[nodiscard]] int DoUnlink(int dirFd, const char* name, const std::string& path, int& err, int recordKind);
 
 /// Removes a path and all below it, stopping at the first failure. A path that does not exist succeeds.
 [[nodiscard]] int Remove(const std::string& path, int& err, int recordKind);

@@ -30,7 +30,7 @@ int BlocksToKB(std::uint32_t blocks) {
         return -1;
     }
     totalBlocks += static_cast<std::uint32_t>(st.st_blocks);
-    isDir = S_ISDIR(st.st_mode) && IsDirAt(entry.dirFd, entry.name, entry.path, err, RECORD_KIND_NONE) != 0;
+    isDir = S_ISDIR(st.st_mode) && IsDir(entry.dirFd, entry.name, entry.path, err, RECORD_KIND_NONE) != 0;
     return 0;
 }
 
@@ -83,7 +83,7 @@ int AddBlksRecurse(const Entry& entry, std::uint32_t& totalBlocks, int& err, int
 }
 
 int RecMaxSizeRecurse(const Entry& entry, std::int64_t& maxBlocks, int& err, int recordKind) {
-    if (IsDirAt(entry.dirFd, entry.name, entry.path, err, recordKind) == 0) {
+    if (IsDir(entry.dirFd, entry.name, entry.path, err, recordKind) == 0) {
         return RecMaxSize(entry, maxBlocks, err, recordKind);
     }
     DirectoryStream stream = DirectoryStream::Open(entry);

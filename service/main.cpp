@@ -12,13 +12,13 @@ namespace {
 /// How many descriptors the daemon takes at most. A walk recurses, with about 220 bytes of stack and one descriptor
 /// for each level of a tree: with the usual 8 MB of stack a hostile tree runs out of descriptors first, which is an
 /// error like any other.
-constexpr rlim_t MAX_DESCRIPTORS = 32768;
+constexpr rlim_t MOST_DESCRIPTORS = 32768;
 
-/// A walk holds one descriptor per level of a tree, a client one more.
+/// Raises the soft limit as far as the hard one and the stack allow; never lowers it.
 void RaiseDescriptorLimit() {
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
-        limit.rlim_cur = std::min(limit.rlim_max, MAX_DESCRIPTORS);
+        limit.rlim_cur = std::max(limit.rlim_cur, std::min(limit.rlim_max, MOST_DESCRIPTORS));
         setrlimit(RLIMIT_NOFILE, &limit);
     }
 }

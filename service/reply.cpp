@@ -3,7 +3,6 @@
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <cstddef>
 #include <utility>
 
 #include "bounded_copy.h"

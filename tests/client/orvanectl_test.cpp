@@ -52,15 +52,18 @@ TEST(Orvanectl, TellsByStatusAndText) {
     ExpectTold("largest /a", {ReplyBytes(-1, ENOENT)}, 1, "", "ENOENT");
     ExpectTold("move /a /b", {ReplyBytes(0, EXDEV)}, 0, "", "");
     ExpectTold("move /a /b", {ReplyBytes(-1, EACCES)}, 1, "", "move /a -> /b: EACCES (Permission denied)\n");
-    ExpectTold("chmod 0 /a", {ReplyBytes(-1, 0)}, 1, "", "no error number");
+    ExpectTold("chmod 7 /a", {ReplyBytes(-1, 0)}, 1, "", "no error number");
     ExpectTold("copy /a /b", {ReplyBytes(-2, 0)}, 3, "", "source does not exist");
     ExpectTold("mkdir /a --timeout 1", {""}, 4, "", "timed out");
     ExpectTold("rm /a", {"", true}, 4, "", "closed the connection");
-    ExpectTold("exists /a/../b", {}, 2, "", "src contains \"../\"");
+    ExpectTold("exists /a/../b", {}, 2, "", "PATH: /a/../b: the daemon takes no path with \"../\"");
+    ExpectTold("chown root:" + std::string(36, 'g') + " /a", {}, 2, "", "group is longer than 35 bytes");
     ExpectTold("rm ''", {}, 2, "", "empty path");
     ExpectTold("chown root /a", {}, 2, "", "USER:GROUP");
     ExpectTold("chmod u+x /a", {}, 2, "", "octal");
-    ExpectTold("sing", {}, 2, "", "orvanectl: ");
+    ExpectTold("chmod 000 /a", {}, 2, "", "mode of 0");
+    ExpectTold("sing", {}, 2, "", "sing");
+    ExpectTold("", {}, 2, "", "sub-command is required");
     const Finished alone = RunTool("/nowhere", "exists /a");
     EXPECT_TRUE(alone.status == 4 && alone.err.find("/nowhere: No such file") != alone.err.npos) << alone.err;
 }

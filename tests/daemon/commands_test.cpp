@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <optional>
 #include <regex>
 #include <sstream>
@@ -62,7 +63,7 @@ protected:
         if (!daemon) {
             Start();
         }
-        std::string skipped;
+        std::string unprivileged;
         for (const Row& row : rows) {
             SCOPED_TRACE(row.name);
             ClearRecords();
@@ -72,12 +73,13 @@ protected:
                 Check(row);
                 (void)Shell("chattr -R -f -i .");
             } else {
+                // With a label policy on the machine, the rows that want none are left to LabelsThatAPolicyPrescribes.
                 EXPECT_TRUE(std::regex_search(row.before, std::regex("chattr|selinux"))) << "not made";
-                skipped += std::string(" ") + row.name + ";";
+                unprivileged += std::strstr(row.before, "chattr") != nullptr ? std::string(" ") + row.name + ";" : "";
             }
         }
-        if (!skipped.empty()) {
-            GTEST_SKIP() << "needs privilege, or no label policy:" << skipped;
+        if (!unprivileged.empty()) {
+            GTEST_SKIP() << "needs privilege: immutable files for" << unprivileged;
         }
     }
 

@@ -139,6 +139,18 @@ TEST_F(ServerTest, TakesTheSocketOfInitAndKeepsTheNameOfItsThreads) {
     }
 }
 
+TEST_F(ServerTest, LogsToTheJournalWhereStandardErrorIsItsStream) {
+    const std::string calls = tree->Path("calls");
+    Start({{},
+           {"sh", "-c",
+            "export JOURNAL_STREAM=$(stat -Lc %d:%i /proc/self/fd/2); exec strace -qfs 99 -o " + calls +
+                " -e trace=sendmsg \"$0\""}});
+    ASSERT_TRUE(Becomes([&] { return ReadFile(calls).find("CreateServer") != std::string::npos; }));
+    const std::regex sent(R"re("MESSAGE=\[CreateServer:\d+\] Get socket .*"PRIORITY=6".*"CODE_FUNC=CreateServer")re");
+    EXPECT_TRUE(std::regex_search(ReadFile(calls), sent)) << ReadFile(calls);
+    EXPECT_EQ(daemon->Log(), "");
+}
+
 TEST_F(ServerTest, PeerThatLeavesWhileItIsServedIsDroppedOnce) {
     const Strings gone{"refcnt:2", "EPOLLHUP", "refcnt:1", "err, ret: -1, errno: 32", "clear and close"};
     const Strings half{"refcnt:2", "refcnt:3", "Readline null", "refcnt:2", "refcnt:1", "EPOLLHUP", "clear and close"};

@@ -15,7 +15,7 @@ namespace TAVO::FileMigrateOrvane::Testing {
 
 inline constexpr const char* SOCKET_PATH = "/dev/unix/socket/file_migrate_orvane";
 using Deadline = std::chrono::milliseconds;
-inline constexpr Deadline PATIENCE{10000};  ///< for what must come; long, since machines can be slow
+inline constexpr Deadline PATIENCE{60000};  ///< for what must come; long, since a machine can be slow and its disk busy
 
 struct Request {
     Command cmd{};
