@@ -29,6 +29,15 @@ std::error_code CopyAll(const std::string& src, const std::string& dst) {
 }
 
 /// @param dst  path of the destination; grown and shrunk like the entry's own
+int TryCopyEntry(const Entry& src, std::string& dst, int& err, int recordKind);
+
+int TryCopyChild(const Entry& src, std::string& dst, int& err, int recordKind) {
+    if (src.type == DT_DIR && DoMkDir(dst, err, recordKind) != 0) {
+        return -1;
+    }
+    return TryCopyEntry(src, dst, err, recordKind);
+}
+
 int TryCopyEntry(const Entry& src, std::string& dst, int& err, int recordKind) {
     if (!TakeForDirectory(src, err)) {
         return DoCopy(src.path, dst, err, recordKind);
@@ -40,22 +49,8 @@ int TryCopyEntry(const Entry& src, std::string& dst, int& err, int recordKind) {
         RecordNormalErr("OPEN_TRYCOPY", src.path, err, recordKind);
         return -1;
     }
-    int result = 0;
-    while (const dirent* child = stream.Next()) {
-        if (child->d_type != DT_REG && child->d_type != DT_DIR) {
-            continue;
-        }
-        const ChildPath joinedSrc(src.path, child->d_name);
-        const ChildPath joinedDst(dst, child->d_name);
-        if (child->d_type == DT_DIR && DoMkDir(dst, err, recordKind) != 0) {
-            result = -1;
-            continue;
-        }
-        if (TryCopyEntry(stream.Child(*child, src.path), dst, err, recordKind) != 0) {
-            result = -1;
-        }
-    }
-    return result;
+    return VisitFilesAndDirectories(stream, src.path, dst,
+                                    [&](const Entry& child) { return TryCopyChild(child, dst, err, recordKind); });
 }
 
 }  // namespace

@@ -28,7 +28,7 @@ int CopyFile(const std::string& src, const std::string& dst, const PermPara& per
 
 int CopyCombEntry(const Entry& src, std::string& dst, const PermPara& perm, int& err, int recordKind);
 
-/// A child of a directory: a subdirectory is prepared before it is entered. Other types are left out.
+/// A child of a directory: a subdirectory is prepared before it is entered.
 int CopyCombChild(const Entry& src, std::string& dst, const PermPara& perm, int& err, int recordKind) {
     if (src.type == DT_DIR && DoPrepareDir({dst, perm.uid, perm.gid, perm.mode, 0}, err, recordKind) != 0) {
         return -1;
@@ -44,17 +44,8 @@ int CopyCombDirectory(const Entry& src, std::string& dst, const PermPara& perm, 
         RecordNormalErr("OPEN_COPYCOMBRECURSE", src.path, err, recordKind);
         return -1;
     }
-    int result = 0;
-    while (const dirent* child = stream.Next()) {
-        if (child->d_type != DT_REG && child->d_type != DT_DIR) {
-            continue;
-        }
-        const ChildPath joinedSrc(src.path, child->d_name);
-        const ChildPath joinedDst(dst, child->d_name);
-        if (CopyCombChild(stream.Child(*child, src.path), dst, perm, err, recordKind) != 0) {
-            result = -1;
-        }
-    }
+    const int result = VisitFilesAndDirectories(
+        stream, src.path, dst, [&](const Entry& child) { return CopyCombChild(child, dst, perm, err, recordKind); });
     stream.Close();
     // Always, with whatever is still in it.
     return Remove(src.path, err, recordKind) == 0 ? result : -1;

@@ -80,4 +80,23 @@ private:
     const std::size_t parentLength;
 };
 
+/// Calls `visit` with each regular file and each directory that a source directory lists, while both paths' texts are
+/// those of the child. Entries of other types, and those whose type their file system does not tell, are left out.
+/// @return 0, or -1 if any visit did not return 0; all are made
+template <class Visit>
+int VisitFilesAndDirectories(DirectoryStream& source, std::string& srcPath, std::string& dstPath, Visit visit) {
+    int result = 0;
+    while (const dirent* child = source.Next()) {
+        if (child->d_type != DT_REG && child->d_type != DT_DIR) {
+            continue;
+        }
+        const ChildPath joinedSrc(srcPath, child->d_name);
+        const ChildPath joinedDst(dstPath, child->d_name);
+        if (visit(source.Child(*child, srcPath)) != 0) {
+            result = -1;
+        }
+    }
+    return result;
+}
+
 }  // namespace TAVO::FileMigrateOrvane
