@@ -350,6 +350,17 @@ TEST_F(CommandsTest, SpaceIsThatOfTheAllocatedBlocksUnderEveryName) {
     EXPECT_EQ(std::to_string(Call({MaxSize, tree->Path()}).result) + "\ta\n", Shell("du -k a"));
 }
 
+TEST_F(CommandsTest, SpaceWalksLookAtAnObjectNoMoreOftenThanTheyMust) {
+    const std::string calls = second->Path("calls");
+    Start({{}, {"strace", "-fqo", calls, "-e", "trace=newfstatat,lstat"}});
+    ASSERT_TRUE(Shell("mkdir -p d/ee; touch d/ee/ff"));
+    const auto looks = [&] { return *Shell("grep -c '\"ee\"' ~/calls; grep -c '\"ff\"' ~/calls; : >~/calls"); };
+    EXPECT_GT(Call({UsedSpace, tree->Path("d")}).result, 0);
+    EXPECT_EQ(looks(), "2\n1\n");
+    EXPECT_EQ(Call({MaxSize, tree->Path("d")}).result, 0);
+    EXPECT_EQ(looks(), "1\n2\n");
+}
+
 TEST_F(CommandsTest, DeepTreesAreChangedAndRemoved) {
     for (const Command remove : {Remove, TryRemove}) {
         ASSERT_TRUE(Shell("mkdir d; perl -e 'chdir \"d\", mkdir \"d\" for 1..3000'"));
