@@ -344,6 +344,28 @@ TEST_F(CommandsTest, LabelsThatAPolicyPrescribes) {
     EXPECT_EQ(Shell("find d f -printf '%Z\n' | xargs"), "u:r:data:s0 u:r:file:s0 u:r:data:s0\n");
 }
 
+/// As when another process removes a file meanwhile.
+TEST_F(CommandsTest, FilesThatAreGoneAtTheSecondLook) {
+    const std::string file = tree->File("f");
+    const std::string lost = ": lstat " + file + " failed, errno=2\n";
+    const struct {
+        Request request;
+        std::string line, type;
+    } rows[] = {
+        {{MaxSize, file}, "E RecMaxSize" + lost, "MAXSIZE_LSTAT"},
+        {{MoveAll, file, second->Path("t")}, "E GetUidGid" + lost, "GETUIDGID"},
+    };
+    for (const auto& row : rows) {
+        ClearRecords();
+        Start({{}, {"strace", "-fqqo/dev/null", "-P", file, "-einject=newfstatat:error=ENOENT:when=2"}});
+        const Reply reply = Call(row.request);
+        EXPECT_TRUE(reply.result == -1 && reply.errCode == ENOENT) << row.type;
+        EXPECT_NE(LinesOf(daemon->Log()).find(row.line), std::string::npos) << row.type;
+        ASSERT_EQ(Records().size(), 1U) << row.type;
+        EXPECT_EQ(Records()[0].find("type:" + row.type + ",src:" + file + ","), 0U);
+    }
+}
+
 TEST_F(CommandsTest, SpaceIsThatOfTheAllocatedBlocksUnderEveryName) {
     ASSERT_TRUE(Shell("mkdir s; echo >s/f; head -c 100000 /dev/zero >a; ln a s/b; truncate -s 9M c; ln -s /etc l"));
     EXPECT_EQ(std::to_string(Call({UsedSpace, tree->Path()}).result) + "\t.\n", Shell("du -lks ."));
