@@ -70,11 +70,14 @@ consteval char KindOf(char conversion, bool isLong) {
     }
 }
 
-inline const char* PrintfArgument(const std::string& text) {
+inline const char* PrintfArgument(const std::string& text) noexcept {
     return text.c_str();
 }
+inline const char* PrintfArgument(const char* text) noexcept {
+    return text;
+}
 template <class Number>
-Number PrintfArgument(const Number& value) {
+Number PrintfArgument(const Number& value) noexcept {
     return value;
 }
 
@@ -132,7 +135,8 @@ private:
 /// @param type, domain, tag  the log's own classification of the writer
 template <class... Args>
 void KelvoPrint(int type, LogLevel level, unsigned int domain, const char* tag,
-                const KelvoFormat<std::type_identity_t<Args>...>& format, const Args&... args) {
+                const KelvoFormat<std::type_identity_t<Args>...>& format, const Args&... args) noexcept {
+    static_assert((noexcept(Detail::PrintfArgument(args)) && ...), "an argument is not to be copied for its line");
     Detail::WriteLogLine(LogSite{type, level, domain, tag, format.function, format.line}, format.text,
                          Detail::PrintfArgument(args)...);
 }

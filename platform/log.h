@@ -11,22 +11,22 @@ inline constexpr unsigned int LOG_DOMAIN = 0xD002E01;
 inline constexpr const char* LOG_TAG = "FileMigrateOrvane";
 
 template <class... Args>
-void LogDebug(const KelvoFormat<std::type_identity_t<Args>...>& format, const Args&... args) {
+void LogDebug(const KelvoFormat<std::type_identity_t<Args>...>& format, const Args&... args) noexcept {
     KelvoPrint<Args...>(LOG_TYPE, LogLevel::Debug, LOG_DOMAIN, LOG_TAG, format, args...);
 }
 
 template <class... Args>
-void LogInfo(const KelvoFormat<std::type_identity_t<Args>...>& format, const Args&... args) {
+void LogInfo(const KelvoFormat<std::type_identity_t<Args>...>& format, const Args&... args) noexcept {
     KelvoPrint<Args...>(LOG_TYPE, LogLevel::Info, LOG_DOMAIN, LOG_TAG, format, args...);
 }
 
 template <class... Args>
-void LogWarn(const KelvoFormat<std::type_identity_t<Args>...>& format, const Args&... args) {
+void LogWarn(const KelvoFormat<std::type_identity_t<Args>...>& format, const Args&... args) noexcept {
     KelvoPrint<Args...>(LOG_TYPE, LogLevel::Warn, LOG_DOMAIN, LOG_TAG, format, args...);
 }
 
 template <class... Args>
-void LogError(const KelvoFormat<std::type_identity_t<Args>...>& format, const Args&... args) {
+void LogError(const KelvoFormat<std::type_identity_t<Args>...>& format, const Args&... args) noexcept {
     KelvoPrint<Args...>(LOG_TYPE, LogLevel::Error, LOG_DOMAIN, LOG_TAG, format, args...);
 }
 
