@@ -1,0 +1,37 @@
+#include "json_text.h"
+
+#include <cstdio>
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+std::string Hexadecimal(std::string_view bytes) {
+    constexpr std::string_view digits = "0123456789abcdef";
+    std::string text;
+    for (const char byte : bytes) {
+        text += digits[static_cast<unsigned char>(byte) >> 4U];
+        text += digits[static_cast<unsigned char>(byte) & 0xFU];
+    }
+    return text;
+}
+
+std::string Line(const Json& value) {
+    return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+}  // namespace
+
+void PutText(Json& object, const std::string& key, std::string_view text) {
+    object[key] = text;
+    // The library tells an invalid text only by writing it differently.
+    if (Json::parse(Line(object[key])).get_ref<const std::string&>() != text) {
+        object[key + "_hex"] = Hexadecimal(text);
+    }
+}
+
+void PrintJsonLine(const Json& object) {
+    const std::string line = Line(object) + "\n";
+    (void)std::fwrite(line.data(), 1, line.size(), stdout);
+}
+
+}  // namespace TAVO::FileMigrateOrvane
