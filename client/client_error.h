@@ -8,6 +8,8 @@
 #include <system_error>
 #include <type_traits>
 
+#include "client_export.h"
+
 namespace TAVO::FileMigrateOrvane {
 
 enum class ClientErrc {
@@ -17,7 +19,7 @@ enum class ClientErrc {
     MalformedReply,      ///< what came is not a reply to the request
 };
 
-const std::error_category& ClientCategory() noexcept;
+FILE_MIGRATE_EXPORT const std::error_category& ClientCategory() noexcept;
 
 inline std::error_code make_error_code(ClientErrc code) noexcept {
     return {static_cast<int>(code), ClientCategory()};

@@ -1,143 +1,118 @@
-// The client library: one method for each of the daemon's commands. A Client owns its connection. It is not
-// thread-safe and has one request on its way at a time; programs that want several at once use several clients,
-// each on one thread. It installs no signal handler, raises no SIGPIPE and keeps no global state.
+// The client library for C (C99 and later): a handle, and one function for each of the daemon's commands. What a
+// command does, and what its paths, owners and modes may be, stands with the class Client in file_migrate_client.hpp.
 //
-// Nothing here throws but std::bad_alloc.
+// A handle owns its connection. One handle is used by one thread at a time, different ones by any threads at once. The
+// library starts no thread, installs no signal handler, raises no SIGPIPE and keeps no global state. No C++ exception
+// leaves it. A NULL where none may be, and a want of memory, are answered like every other failure.
 #pragma once
 
-#include <chrono>
-#include <cstdint>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
+#include <stddef.h>
+#include <stdint.h>
 
-#include "client_error.h"
-#include "connection.h"
-#include "file_migrate_orvane.h"
+#ifdef __cplusplus
+extern "C" {
+#endif
+#pragma GCC visibility push(default)  // the functions are what the shared library offers
 
-namespace TAVO::FileMigrateOrvane {
+typedef struct file_migrate_client file_migrate_client;
 
-struct Request;
+typedef struct file_migrate_options {
+    const char* socket_path;   // NULL: the daemon's own, /dev/unix/socket/file_migrate_orvane
+    int64_t connect_limit_ms;  // for making a connection; 0 waits for ever
+    // From sending a request to the end of its reply; 0 waits for ever. A move across file systems can take hours.
+    int64_t reply_limit_ms;
+} file_migrate_options;
 
-inline constexpr const char* DEFAULT_SOCKET_PATH = "/dev/unix/socket/file_migrate_orvane";
+// The options of a handle that is made without any.
+#define FILE_MIGRATE_DEFAULT_OPTIONS \
+    { NULL, 5000, 0 }
 
-struct ClientOptions {
-    std::string socketPath = DEFAULT_SOCKET_PATH;
-    std::chrono::milliseconds connectLimit{5000};  ///< for making a connection; 0 waits for ever
-    /// From sending a request to the end of its reply; 0 waits for ever. A move across file systems can take hours.
-    std::chrono::milliseconds replyLimit{0};
-};
+typedef enum file_migrate_status {
+    FILE_MIGRATE_ANSWERED = 0,           // the daemon's answer is in result and err_code
+    FILE_MIGRATE_INVALID_REQUEST = 1,    // the daemon would refuse the request without an answer; nothing was sent
+    FILE_MIGRATE_CONNECTION_CLOSED = 2,  // the daemon hung up before the whole reply had come
+    FILE_MIGRATE_TIMED_OUT = 3,          // the limit passed; a request that was sent may still be carried out
+    FILE_MIGRATE_MALFORMED_REPLY = 4,    // what came is not a reply to the request
+    FILE_MIGRATE_SYSTEM_ERROR = 5,       // the operating system's refusal is in system_error
+    FILE_MIGRATE_NULL_ARGUMENT = 6,      // nothing was sent
+    FILE_MIGRATE_NO_MEMORY = 7,          // a request that was sent may still be carried out
+} file_migrate_status;
 
-/// How far a command reaches.
-enum class Recursion : std::int32_t {
-    PathOnly = 1,
-    Recursive = 2,  ///< for MkDir and PrepareDir: every missing ancestor; for the others: everything below the path
-};
+// What every command gives back; a plain value.
+typedef struct file_migrate_reply {
+    file_migrate_status status;
+    int32_t result;     // as the daemon gave it; -1 without an answer, so that 0 alone tells the success of a command
+    int32_t err_code;   // the last error number that the daemon met, 0 for none; a success can have one too
+    int system_error;   // errno of FILE_MIGRATE_SYSTEM_ERROR, else 0
+    char message[256];  // why there is no answer, in words, cut where it is too long; empty with one
+} file_migrate_reply;
 
-/// What every command gives back.
-struct Reply {
-    Failure failure;           ///< why there is no answer; if set, nothing else of the reply means anything
-    std::int32_t result = -1;  ///< as the daemon gave it
-    /// The last error number that the daemon met, 0 for none; an operation can succeed and still have one (a move
-    /// across file systems has EXDEV), and can fail without one.
-    std::int32_t errCode = 0;
-};
+enum { FILE_MIGRATE_SOURCE_MISSING = -2 };  // a result of the migrate commands and of copy_comb
 
-/// Of a command that changes something.
-struct Outcome : Reply {
-    [[nodiscard]] bool Succeeded() const { return !failure && result == 0; }
-    [[nodiscard]] bool SourceMissing() const {
-        return !failure && result == -2;
-    }  ///< migrate commands and CopyComb only
-};
+typedef struct file_migrate_entry {
+    const char* name;
+    int is_directory;  // 0 also where the file system does not tell types in its directories
+} file_migrate_entry;
 
-/// Of a question; a question that could not be told has both false.
-struct YesNo : Reply {
-    [[nodiscard]] bool IsYes() const { return !failure && result == 1; }
-    [[nodiscard]] bool IsNo() const { return !failure && result == 0; }
-};
+typedef struct file_migrate_listing {
+    file_migrate_reply reply;
+    file_migrate_entry* entries;  // for file_migrate_release, names included; NULL if there are none
+    size_t count;
+} file_migrate_listing;
 
-struct Entry {
-    std::string name;
-    bool isDirectory;  ///< false also where the file system does not tell types in its directories
+typedef struct file_migrate_path {
+    file_migrate_reply reply;
+    char* path;  // for file_migrate_release; NULL unless the result is 0
+} file_migrate_path;
 
-    bool operator==(const Entry&) const = default;
-};
+// How far a command reaches.
+typedef enum file_migrate_recursion {
+    FILE_MIGRATE_PATH_ONLY = 1,
+    FILE_MIGRATE_RECURSIVE = 2,  // where directories are made: every missing ancestor; else everything below the path
+} file_migrate_recursion;
 
-struct Listing : Reply {
-    std::vector<Entry> entries;  ///< in the directory's own order, without "." and ".."
-    [[nodiscard]] bool Succeeded() const { return !failure && result == 0; }
-};
+// Makes a handle; nothing is connected yet. The options are copied; NULL takes the defaults. NULL: no memory.
+file_migrate_client* file_migrate_client_new(const file_migrate_options* options);
 
-struct ExistedPathReply : Reply {
-    std::string path;
-    [[nodiscard]] bool Succeeded() const { return !failure && result == 0; }
-};
+// Closes the connection and frees the handle, not what it gave. NULL is allowed.
+void file_migrate_client_free(file_migrate_client* client);
 
-struct Size : Reply {
-    std::int32_t kilobytes = 0;  ///< allocated space; of UsedSpace also where the walk met errors
-    bool isWhole = false;        ///< whether everything below the path was seen
-};
+// Frees the entries of a listing or a path; any thread may do so. NULL is allowed.
+void file_migrate_release(void* memory);
 
-/// Connects at the first request. A failure in mid-exchange closes the connection, so that a late answer is never
-/// taken for the next one; the next request connects anew. No request is ever sent twice.
-///
-/// Paths are resolved by the daemon, so relative ones are relative to the daemon's working directory. `user` and
-/// `group` are names or decimal numbers, `perm` is octal text ("0755"); an empty text or a mode of 0 is answered with
-/// a failure. Texts that the daemon would refuse without an answer (a NUL byte, "../", src and dst over 4095 bytes,
-/// user and group over 35, perm over 15 or with "-") fail with ClientErrc::InvalidRequest, before connecting.
-class Client {
-public:
-    explicit Client(ClientOptions clientOptions = {}) : options(std::move(clientOptions)) {}
+// Connects now, to learn whether the daemon is there (result 0); requests do it by themselves.
+file_migrate_reply file_migrate_connect(file_migrate_client* client);
 
-    /// Connects now, to learn whether the daemon is there; requests do it by themselves.
-    [[nodiscard]] Failure Connect();
+// Questions. The first two have the results 1 for yes, 0 for no, -1 when it could not be told. The last two have KB as
+// their result; that of used_space is whole only if err_code is 0, max_size gives -1 when it could not be told.
+file_migrate_reply file_migrate_is_exist(file_migrate_client* client, const char* path);
+file_migrate_reply file_migrate_is_dir(file_migrate_client* client, const char* path);
+file_migrate_listing file_migrate_list_dir(file_migrate_client* client, const char* path);
+file_migrate_path file_migrate_existed_path(file_migrate_client* client, const char* path);
+file_migrate_reply file_migrate_used_space(file_migrate_client* client, const char* path);
+file_migrate_reply file_migrate_max_size(file_migrate_client* client, const char* path);
 
-    // Questions; they change nothing.
-    [[nodiscard]] YesNo IsExist(std::string_view path);                 ///< follows links: no for a dangling one
-    [[nodiscard]] YesNo IsDir(std::string_view path);                   ///< no for a link to a directory
-    [[nodiscard]] Listing ListDir(std::string_view path);               ///< one level
-    [[nodiscard]] ExistedPathReply ExistedPath(std::string_view path);  ///< the nearest ancestor that exists, or path
-    [[nodiscard]] Size UsedSpace(std::string_view path);                ///< of the whole tree
-    [[nodiscard]] Size MaxSize(std::string_view path);                  ///< of the largest non-directory in the tree
+// Commands that change something have the results 0 for success and -1 for failure.
+file_migrate_reply file_migrate_mkdir(file_migrate_client* client, const char* path, file_migrate_recursion recursion);
+file_migrate_reply file_migrate_prepare_dir(file_migrate_client* client, const char* path, const char* user,
+                                            const char* group, const char* perm, file_migrate_recursion recursion);
+file_migrate_reply file_migrate_move_sub(file_migrate_client* client, const char* src, const char* dst);
+file_migrate_reply file_migrate_move_all(file_migrate_client* client, const char* src, const char* dst);
+file_migrate_reply file_migrate_copy_sub(file_migrate_client* client, const char* src, const char* dst);
+file_migrate_reply file_migrate_copy_all(file_migrate_client* client, const char* src, const char* dst);
+file_migrate_reply file_migrate_copy_comb(file_migrate_client* client, const char* src, const char* dst,
+                                          const char* user, const char* group, const char* perm);
+file_migrate_reply file_migrate_remove(file_migrate_client* client, const char* path);
+file_migrate_reply file_migrate_try_remove(file_migrate_client* client, const char* path);
+file_migrate_reply file_migrate_restorecon(file_migrate_client* client, const char* path,
+                                           file_migrate_recursion recursion);
+file_migrate_reply file_migrate_restorecon_from_parent(file_migrate_client* client, const char* path);
+file_migrate_reply file_migrate_chown(file_migrate_client* client, const char* path, const char* user,
+                                      const char* group, file_migrate_recursion recursion);
+file_migrate_reply file_migrate_chmod(file_migrate_client* client, const char* path, const char* perm,
+                                      file_migrate_recursion recursion);
 
-    /// Creates a directory; one that exists is left as it is. MkDir gives mode 0700 and the daemon's owner.
-    [[nodiscard]] Outcome MkDir(std::string_view path, Recursion recursion = Recursion::PathOnly);
-    [[nodiscard]] Outcome PrepareDir(std::string_view path, std::string_view user, std::string_view group,
-                                     std::string_view perm, Recursion recursion = Recursion::PathOnly);
-
-    // Migration. `dst` is the object to be made, not the directory that receives it. The Sub commands take each child
-    // of `src` to the same name in `dst`, which must exist, and go on after a child that failed.
-    [[nodiscard]] Outcome MoveSub(std::string_view src, std::string_view dst);
-    [[nodiscard]] Outcome MoveAll(std::string_view src, std::string_view dst);
-    [[nodiscard]] Outcome CopySub(std::string_view src, std::string_view dst);
-    [[nodiscard]] Outcome CopyAll(std::string_view src, std::string_view dst);
-
-    /// Copies files and directories with one owner and mode for all of them. The source is removed, also where copies
-    /// failed. For a directory, `dst` must exist.
-    [[nodiscard]] Outcome CopyComb(std::string_view src, std::string_view dst, std::string_view user,
-                                   std::string_view group, std::string_view perm);
-
-    /// Removes a tree; TryRemove goes entry by entry and leaves only what cannot be removed.
-    [[nodiscard]] Outcome Remove(std::string_view path);
-    [[nodiscard]] Outcome TryRemove(std::string_view path);
-
-    // Labels, owner and mode; links are not followed.
-    [[nodiscard]] Outcome Restorecon(std::string_view path, Recursion recursion = Recursion::PathOnly);
-    [[nodiscard]] Outcome RestoreconFromParent(std::string_view path);
-    [[nodiscard]] Outcome ChOwn(std::string_view path, std::string_view user, std::string_view group,
-                                Recursion recursion = Recursion::PathOnly);
-    [[nodiscard]] Outcome ChMod(std::string_view path, std::string_view perm,
-                                Recursion recursion = Recursion::PathOnly);
-
-private:
-    Reply Exchange(const Request& request, std::int32_t mostPackages, std::vector<std::string>& packages);
-    Reply Exchange(const Request& request);
-    Failure Malformed(std::string detail);
-
-    ClientOptions options;
-    Connection connection;  ///< between two exchanges; during one it is the exchange's
-};
-
-}  // namespace TAVO::FileMigrateOrvane
+#pragma GCC visibility pop
+#ifdef __cplusplus
+}
+#endif

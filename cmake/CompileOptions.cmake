@@ -20,6 +20,10 @@ add_compile_options("$<$<CONFIG:Release>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>"
 
 # FILE_MIGRATE_SANITIZE: what -fsanitize= takes ("address,undefined", "thread"); set by the presets.
 set(FILE_MIGRATE_SANITIZE "" CACHE STRING "Sanitizers to build with")
+option(FILE_MIGRATE_FUZZ "Build the fuzz targets for libFuzzer, and everything with its sanitizers (clang)" OFF)
+if(FILE_MIGRATE_FUZZ)
+    set(FILE_MIGRATE_SANITIZE fuzzer-no-link,address,undefined)
+endif()
 if(FILE_MIGRATE_SANITIZE)
     add_compile_options(-fsanitize=${FILE_MIGRATE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${FILE_MIGRATE_SANITIZE})

@@ -1,9 +1,26 @@
-// The client library against a daemon that answers with what the test wants. What its commands send and how their
-// answers are read is tried through the tool.
+// The client library against a daemon that answers with what the test wants. What the commands of its C++ interface
+// send and how their answers are read is tried through the tool.
 #include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <new>
 
 #include "fake_daemon.h"
 #include "file_migrate_client.h"
+#include "file_migrate_client.hpp"
+
+/// How many allocations of this thread succeed before one fails; negative: all.
+static thread_local int allocationsLeft = -1;
+void* operator new(std::size_t size) {
+    return allocationsLeft >= 0 && allocationsLeft-- == 0 ? throw std::bad_alloc() : std::malloc(size);
+}
+// Inlined, the two would look to g++ as if they freed what they did not allocate.
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept {
+    std::free(memory);
+}
 
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
@@ -77,6 +94,13 @@ TEST(ClientConnection, OneThatTheDaemonClosedWhileIdleIsMadeAgain) {
     EXPECT_EQ(daemon.Requests().size(), 4U);
 }
 
+TEST(ClientConnection, OneThatIsFoundClosedBySendingIsMadeAgain) {
+    FakeDaemon daemon({{.thenStopReading = true}, {.thenStopReading = true}});
+    Client client(OptionsFor(daemon));
+    EXPECT_TRUE(client.MkDir("/1").Succeeded() && client.MkDir("/2").Succeeded());
+    EXPECT_EQ(daemon.Requests(), (std::vector<std::string>{"12|/1|||||1", "12|/2|||||1"}));
+}
+
 TEST(ClientConnection, FailsInTimeAndWithAReason) {
     EXPECT_EQ(Client({.socketPath = std::string(108, 'p')}).Connect().code, std::errc::filename_too_long);
     FakeDaemon deaf({}, 0);  // room for one; nobody accepts
@@ -85,6 +109,70 @@ TEST(ClientConnection, FailsInTimeAndWithAReason) {
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(second.IsExist("/a").failure.code, ClientErrc::TimedOut);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+}
+
+struct CClient {
+    explicit CClient(const std::string& socketPath) : options{socketPath.c_str(), 200, 200} {}
+    ~CClient() { file_migrate_client_free(c); }
+    const file_migrate_options options;
+    file_migrate_client* const c = file_migrate_client_new(&options);
+};
+
+TEST(CInterface, EveryCommandHasItsNumberAndFields) {
+    FakeDaemon daemon;
+    const CClient client(daemon.socketPath);
+    file_migrate_client* const c = client.c;
+    const auto one = FILE_MIGRATE_PATH_ONLY, all = FILE_MIGRATE_RECURSIVE;
+    for (const file_migrate_reply& reply :
+         {file_migrate_is_exist(c, "/a"), file_migrate_is_dir(c, "/a"), file_migrate_list_dir(c, "/a").reply,
+          file_migrate_prepare_dir(c, "/a", "u", "g", "7", all), file_migrate_move_sub(c, "/a", "/b"),
+          file_migrate_move_all(c, "/a", "/b"), file_migrate_copy_sub(c, "/a", "/b"),
+          file_migrate_copy_all(c, "/a", "/b"), file_migrate_remove(c, "/a"), file_migrate_restorecon(c, "/a", one),
+          file_migrate_restorecon_from_parent(c, "/a"), file_migrate_try_remove(c, "/a"),
+          file_migrate_mkdir(c, "/a", all), file_migrate_chown(c, "/a", "u", "g", one),
+          file_migrate_chmod(c, "/a", "7", one), file_migrate_used_space(c, "/a"), file_migrate_max_size(c, "/a"),
+          file_migrate_copy_comb(c, "/a", "/b", "u", "g", "7")}) {
+        EXPECT_EQ(reply.status, FILE_MIGRATE_ANSWERED) << reply.message;
+    }
+    EXPECT_EQ(daemon.Requests(),
+              (std::vector<std::string>{"0|/a|||||0", "1|/a|||||0", "2|/a|||||0", "3|/a||u|g|7|2", "4|/a|/b||||0",
+                                        "5|/a|/b||||0", "6|/a|/b||||0", "7|/a|/b||||0", "8|/a|||||0", "9|/a|||||1",
+                                        "10|/a|||||0", "11|/a|||||0", "12|/a|||||2", "13|/a||u|g||1", "14|/a||||7|1",
+                                        "16|/a|||||0", "17|/a|||||0", "18|/a|/b|u|g|7|0"}));
+}
+
+void ExpectUnanswered(const file_migrate_reply& reply, file_migrate_status status, const std::string& message) {
+    EXPECT_TRUE(reply.status == status && reply.result == -1) << reply.status << " " << message;
+    EXPECT_NE(std::string(reply.message).find(message), std::string::npos) << reply.message;
+}
+
+TEST(CInterface, WithoutAnAnswerStatusAndMessageTellWhy) {
+    FakeDaemon daemon({{ReplyBytes(0, 0, {"a"})}, {"", true}, {""}});
+    const CClient client(daemon.socketPath), nowhere(std::string(300, 'n'));
+    ExpectUnanswered(file_migrate_is_dir(client.c, "/"), FILE_MIGRATE_MALFORMED_REPLY, "1 packages announced");
+    ExpectUnanswered(file_migrate_is_dir(client.c, "/"), FILE_MIGRATE_CONNECTION_CLOSED, "closed");
+    ExpectUnanswered(file_migrate_is_dir(client.c, "/"), FILE_MIGRATE_TIMED_OUT, "the request was sent");
+    ExpectUnanswered(file_migrate_is_dir(client.c, "a/../b"), FILE_MIGRATE_INVALID_REQUEST, "../");
+    ExpectUnanswered(file_migrate_is_dir(nullptr, "/"), FILE_MIGRATE_NULL_ARGUMENT, "argument 1 is NULL");
+    ExpectUnanswered(file_migrate_list_dir(client.c, nullptr).reply, FILE_MIGRATE_NULL_ARGUMENT, "argument 2");
+    EXPECT_EQ(daemon.Requests().size(), 3U);
+    ExpectUnanswered(file_migrate_connect(nowhere.c), FILE_MIGRATE_SYSTEM_ERROR, "connecting to nnn");
+    EXPECT_EQ(file_migrate_connect(nowhere.c).system_error, ENAMETOOLONG);
+}
+
+TEST(CInterface, WantOfMemoryAnywhereIsAReply) {
+    FakeDaemon daemon(std::vector<Answer>(50, {ReplyBytes(0, 0, {"sub:1", "a:0"})}));
+    const CClient client(daemon.socketPath);
+    file_migrate_listing listing{};
+    for (int allowed = 0; listing.count == 0 && allowed < 50; ++allowed) {
+        allocationsLeft = allowed;
+        listing = file_migrate_list_dir(client.c, "/");
+        allocationsLeft = -1;
+        EXPECT_EQ(listing.reply.status, listing.count == 0 ? FILE_MIGRATE_NO_MEMORY : FILE_MIGRATE_ANSWERED);
+    }
+    ASSERT_EQ(listing.count, 2U);
+    EXPECT_TRUE(listing.entries[1].name == std::string("a") && listing.entries[0].is_directory);
+    file_migrate_release(listing.entries);
 }
 
 }  // namespace

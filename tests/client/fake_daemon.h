@@ -33,6 +33,7 @@ inline std::string ReplyBytes(std::int32_t result, std::int32_t errCode, const s
 struct Answer {
     std::string bytes = ReplyBytes(0, 0);  ///< none: the client waits in vain
     bool thenHangUp = false;
+    bool thenStopReading = false;  ///< keeps the connection, so that only a send finds out
 };
 
 class FakeDaemon {
@@ -81,6 +82,8 @@ private:
         const Answer answer = requests.size() < answers.size() ? answers[requests.size()] : Answer();
         requests.push_back(std::to_string(r.cmd) + "|" + r.src + "|" + r.dst + "|" + r.user + "|" + r.group + "|" +
                            r.perm + "|" + std::to_string(r.recurseOpt));
+        kept = UniqueFd(answer.thenStopReading ? dup(fd) : -1);
+        shutdown(kept.Get(), SHUT_RD);
         // Two pieces, so that the client has to put a reply together.
         const std::size_t half = answer.bytes.size() / 2;
         send(fd, answer.bytes.data(), half, MSG_NOSIGNAL);
@@ -92,6 +95,7 @@ private:
     const std::vector<Answer> answers;
     mutable std::mutex mutex;
     std::vector<std::string> requests;  ///< guarded by mutex
+    UniqueFd kept;                      ///< the thread's
     const UniqueFd listener{socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
     std::jthread thread;  ///< last, so that it ends before what it uses
 };

@@ -1,0 +1,70 @@
+// Moves an application's data to a new place, hands them to their owner there and labels them.
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <file_migrate_orvane/file_migrate_client.hpp>
+#include <string>
+
+using namespace TAVO::FileMigrateOrvane;
+
+namespace {
+
+[[noreturn]] void Fail(const std::string& step, const Reply& reply) {
+    std::string why = "the daemon gave no error number";
+    if (reply.failure) {
+        why = reply.failure.Message();  // no answer: no daemon, no permission, out of time, a bad path
+    } else if (reply.errCode != 0) {
+        why = std::strerror(reply.errCode);
+    }
+    std::fprintf(stderr, "%s: %s\n", step.c_str(), why.c_str());
+    if (reply.failure.code == ClientErrc::TimedOut) {
+        std::fprintf(stderr, "the daemon may still be at work: look before asking again\n");
+    }
+    std::exit(EXIT_FAILURE);
+}
+
+void Require(const std::string& step, const Outcome& outcome) {
+    if (!outcome.Succeeded()) {
+        Fail(step, outcome);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 5) {
+        std::fprintf(stderr, "usage: move_app_data OLD NEW USER GROUP\n");
+        return EXIT_FAILURE;
+    }
+    const std::string from = argv[1], to = argv[2], user = argv[3], group = argv[4];
+
+    ClientOptions options;
+    options.replyLimit = std::chrono::hours(2);  // for each request; across file systems a move copies
+    Client client(options);
+
+    const YesNo isThere = client.IsExist(from);
+    if (isThere.IsNo()) {
+        std::printf("%s: nothing to move\n", from.c_str());
+        return EXIT_SUCCESS;
+    }
+    if (!isThere.IsYes()) {
+        Fail("looking for " + from, isThere);
+    }
+
+    Require("creating " + to, client.PrepareDir(to, user, group, "0750", Recursion::Recursive));
+    Require("moving to " + to, client.MoveSub(from, to));
+    Require("changing owners in " + to, client.ChOwn(to, user, group, Recursion::Recursive));
+
+    const Outcome labelled = client.Restorecon(to, Recursion::Recursive);
+    if (!labelled.Succeeded() && labelled.errCode != EOPNOTSUPP) {  // a machine without a label policy
+        Fail("labelling " + to, labelled);
+    }
+
+    const Size used = client.UsedSpace(to);
+    if (!used.isWhole) {
+        Fail("measuring " + to, used);
+    }
+    std::printf("%s: %d KB moved\n", to.c_str(), used.kilobytes);
+    return EXIT_SUCCESS;
+}

@@ -1,0 +1,38 @@
+// The library as a program elsewhere uses it: installed, moved, found by CMake and by pkg-config. The project is that
+// of docs/client.md, word for word.
+#include <cstdlib>
+
+#include "daemon_test.h"
+
+namespace TAVO::FileMigrateOrvane::Testing {
+namespace {
+
+using OutsideProject = DaemonTest;
+
+TEST_F(OutsideProject, OfTheDocumentationIsBuiltAndTalksToTheDaemon) {
+    Start();
+    tree->Dir("old/sub");
+    tree->File("old/a.txt");
+    const std::string log = tree->Path("log");
+    const std::string script =
+        "set -e; exec >" + log + " 2>&1; cd " + tree->Path() + "; build=" BUILD_PATH "; source=" SOURCE_PATH R"sh(
+        cmake --install $build --prefix $PWD/installed >install.log && mv installed prefix
+        ! grep -rlF -e $source -e $build prefix/include prefix/lib*
+        cmake -S $source/docs/examples/client -B cpp -DCMAKE_PREFIX_PATH=$PWD/prefix >cmake.log
+        cmake --build cpp >build.log
+        export PKG_CONFIG_PATH=$(dirname $(find $PWD/prefix -name file_migrate_client.pc))
+        gcc -std=c99 -Wall -Wextra -Wpedantic -Werror $source/docs/examples/client/list_dir.c -o list_dir \
+            $(pkg-config --cflags --libs file_migrate_client)
+        cpp/move_app_data $PWD/old $PWD/new 1000 1000 | grep -o moved
+        export LD_LIBRARY_PATH=$(pkg-config --variable=libdir file_migrate_client)
+        ./list_dir $PWD/new | sort)sh";
+    EXPECT_EQ(std::system(script.c_str()), 0);  // NOLINT(cert-env33-c,concurrency-mt-unsafe): a shell is wanted.
+    EXPECT_EQ(ReadFile(log), "moved\na.txt\nsub/\n");
+    const std::string examples = SOURCE_PATH "/docs/examples/client/", page = ReadFile(SOURCE_PATH "/docs/client.md");
+    for (const char* file : {"CMakeLists.txt", "move_app_data.cpp", "list_dir.c"}) {
+        EXPECT_NE(page.find(ReadFile(examples + file).append("```\n")), page.npos) << file;
+    }
+}
+
+}  // namespace
+}  // namespace TAVO::FileMigrateOrvane::Testing
