@@ -1,13 +1,24 @@
-// orvanectl: sends one command to the daemon and tells its answer by text and exit status.
-#include <sys/un.h>
-
+// orvanectl: reads the command line, lets the chosen sub-command do its work and ends with its status.
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <clocale>
 #include <cstdio>
 #include <exception>
-#include <filesystem>
+#include <span>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
-#include "sub_command.h"
+#include "argument_checks.h"
+#include "daemon_commands.h"
+#include "dumps_command.h"
+#include "json_text.h"
+#include "nearest.h"
+#include "records_command.h"
+#include "status_command.h"
+#include "text.h"
 
 namespace TAVO::FileMigrateOrvane {
 namespace {
@@ -30,163 +41,99 @@ constexpr const char* FOOTER =
     "Example:\n"
     "  orvanectl move /data/app.old /data/app";
 
-/// Puts a relative path below the working directory, as text: links and a trailing slash stay what they are.
-std::string MakeAbsolute(std::string& path) {
-    if (path.empty()) {
-        return "an empty path names nothing";
-    }
-    if (path.find("../") != std::string::npos) {
-        return path + ": the daemon takes no path with \"../\" in it";
-    }
-    if (path.front() == '/') {
-        return {};
-    }
-    std::error_code error;
-    const std::string directory = std::filesystem::current_path(error).string();
-    if (error) {
-        return path + ": the working directory is not known: " + error.message();
-    }
-    path = directory + (directory.ends_with('/') ? "" : "/") + path;
-    return {};
-}
-
-/// The daemon reads as far as octal digits go; "75o" is to be a mistake here, not mode 075. It takes 0 for a text
-/// that is no mode.
-std::string CheckMode(std::string& mode) {
-    if (mode.empty() || mode.find_first_not_of("01234567") != std::string::npos) {
-        return mode + ": a mode is octal digits, such as 0755";
-    }
-    return mode.find_first_not_of('0') == std::string::npos ? "a mode of 0 is not possible" : std::string();
-}
-
-std::string CheckSocketPath(const std::string& path) {
-    constexpr std::size_t longest = sizeof(sockaddr_un::sun_path) - 1;
-    return path.empty() || path.size() > longest ? "a socket's path has 1 to " + std::to_string(longest) + " bytes"
-                                                 : std::string();
-}
-
-std::string SplitOwner(const std::string& owner, Arguments& arguments) {
-    const std::size_t colon = owner.find(':');
-    if (colon == std::string::npos || colon == 0 || colon + 1 == owner.size()) {
-        return owner + ": an owner is USER:GROUP, both given";
-    }
-    arguments.user = owner.substr(0, colon);
-    arguments.group = owner.substr(colon + 1);
-    return {};
-}
-
-struct Settings {
-    ClientOptions client;
-    std::string owner;  ///< only a place for the parser; the parts are in `arguments`
-    int timeoutSeconds = -1;
-    Arguments arguments;
-    const SubCommand* chosen = nullptr;
-};
-
-void AddPath(CLI::App& parser, const char* name, std::string& path) {
-    parser.add_option(name, path, "relative to the working directory unless it begins with /")
-        ->required()
-        ->type_name("")
-        ->transform(CLI::Validator(MakeAbsolute, ""));
-}
-
-void AddPositionals(CLI::App& parser, unsigned takes, Settings& settings) {
-    Arguments& arguments = settings.arguments;
-    if ((takes & TAKES_OWNER) != 0) {
-        const auto split = [&arguments](std::string& owner) { return SplitOwner(owner, arguments); };
-        parser.add_option("OWNER", settings.owner, "USER:GROUP, names or numbers")
-            ->required()
-            ->type_name("")
-            ->transform(CLI::Validator(split, ""));
-    }
-    if ((takes & TAKES_MODE) != 0) {
-        parser.add_option("MODE", arguments.mode, "permission bits in octal, not 0")
-            ->required()
-            ->type_name("")
-            ->transform(CLI::Validator(CheckMode, ""));
-    }
-    if ((takes & (TAKES_PATH | TAKES_SOURCE)) != 0) {
-        AddPath(parser, (takes & TAKES_SOURCE) != 0 ? "SOURCE" : "PATH", arguments.path);
-    }
-    if ((takes & TAKES_DESTINATION) != 0) {
-        AddPath(parser, "DESTINATION", arguments.destination);
-    }
-}
-
-void AddFlags(CLI::App& parser, unsigned takes, Arguments& arguments) {
-    CLI::Option* recursive = nullptr;
-    if ((takes & TAKES_RECURSIVE) != 0) {
-        recursive = parser.add_flag_callback(
-            "-r,--recursive", [&arguments] { arguments.recursion = Recursion::Recursive; },
-            "everything below PATH too; where directories are made, every missing ancestor");
-    }
-    if ((takes & TAKES_KEEP_GOING) != 0) {
-        parser.add_flag("--keep-going", arguments.keepGoing, "go entry by entry and remove all that can be removed");
-    }
-    if ((takes & TAKES_FROM_PARENT) != 0) {
-        parser
-            .add_flag("--from-parent", arguments.fromParent,
-                      "give the label that the policy has for the parent directory")
-            ->excludes(recursive);
-    }
-}
-
-void AddSubCommand(CLI::App& app, const SubCommand& command, Settings& settings) {
-    CLI::App* parser = app.add_subcommand(command.name, command.purpose);
-    AddFlags(*parser, command.takes, settings.arguments);
-    AddPositionals(*parser, command.takes, settings);
-    const std::string wait =
-        command.replySeconds == 0 ? "as long as it takes" : std::to_string(command.replySeconds) + " seconds";
-    parser->footer("Waits for the answer " + wait +
-                   " unless --timeout is given (see orvanectl --help).\n\nExample:\n  orvanectl " + command.example);
-    parser->callback([&settings, &command] { settings.chosen = &command; });
-}
-
-void AddOptions(CLI::App& app, Settings& settings) {
-    app.add_option("--socket", settings.client.socketPath, "the daemon's socket")
+void AddOptions(CLI::App& app, DaemonOptions& daemon) {
+    app.add_option("--socket", daemon.client.socketPath, "the daemon's socket")
         ->capture_default_str()
         ->check(CLI::Validator(CheckSocketPath, ""))
         ->type_name("PATH");
-    app.add_option("--timeout", settings.timeoutSeconds, "longest wait for the answer, 0 for ever (default: see below)")
+    app.add_option("--timeout", daemon.timeoutSeconds, "longest wait for the answer, 0 for ever (default: see below)")
         ->check(CLI::Range(0, LONGEST_TIMEOUT).description(""))
         ->type_name("SECONDS");
     app.fallthrough();             // both may stand behind the sub-command, too
     app.require_subcommand(0, 1);  // none is complained of in Main: the parser would hide a wrong word behind it
     app.footer(FOOTER);
-    app.failure_message([](const CLI::App*, const CLI::Error& error) {
-        return std::string("orvanectl: ") + error.what() + "\nRun orvanectl --help for more information.\n";
-    });
 }
 
-int Main(int argc, char** argv) {
-    CLI::App app("Sends one command to the file migration daemon and tells its answer.", "orvanectl");
-    Settings settings;
-    AddOptions(app, settings);
-    for (const SubCommand& command : SubCommands()) {
-        AddSubCommand(app, command, settings);
+/// The first word that nobody took, where a sub-command was to stand.
+std::string WrongWord(const CLI::App& app) {
+    const std::vector<std::string> words = app.remaining();
+    return words.empty() || words.front().starts_with('-') || !app.get_subcommands().empty() ? "" : words.front();
+}
+
+std::string MeantCommand(const CLI::App& app, const std::string& word) {
+    std::vector<std::string> names;
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+        names.push_back(command->get_name());
     }
+    return Nearest(word, names);
+}
+
+std::string Usage(const CLI::App& app) {
+    const std::vector<CLI::App*> parsed = app.get_subcommands();
+    const std::string name = app.get_name();
+    const CLI::Formatter formatter;
+    const std::string usage = parsed.empty()
+                                  ? formatter.make_usage(&app, name)
+                                  : formatter.make_usage(parsed.front(), name + " " + parsed.front()->get_name());
+    return usage.substr(0, usage.find_last_not_of('\n') + 1);
+}
+
+/// Tells what is wrong with the command line.
+/// @param isJson  whether it asks for JSON, as far as that can be seen in words that were not understood
+ExitStatus Refuse(const CLI::App& app, std::string why, bool isJson) {
+    const std::string word = WrongWord(app);
+    const std::string meant = MeantCommand(app, word);
+    why = word.empty() ? std::move(why) : Printable(word) + ": there is no such sub-command";
+    const std::string hint = meant.empty() ? "" : "did you mean \"" + meant + "\"?";
+    (void)std::fprintf(stderr, "orvanectl: %s\n%s%s%s\nRun orvanectl --help for more information.\n", why.c_str(),
+                       hint.c_str(), hint.empty() ? "" : "\n", Usage(app).c_str());
+    if (isJson) {
+        const std::vector<CLI::App*> parsed = app.get_subcommands();
+        Json object;
+        object["command"] = parsed.empty() ? Json() : Json(parsed.front()->get_name());
+        object["ok"] = false;
+        object["result"] = nullptr;
+        object["errno"] = EINVAL;
+        object["error"] = ErrorName(EINVAL);
+        PutText(object, "message", why);
+        PutText(object, "hint", hint);
+        PrintJsonLine(object);
+    }
+    return ExitStatus::Usage;
+}
+
+ExitStatus Main(int argc, char** argv) {
+    CLI::App app("Sends one command to the file migration daemon and tells its answer, or reads its records.",
+                 "orvanectl");
+    DaemonOptions daemon;
+    Action chosen;
+    AddOptions(app, daemon);
+    AddDaemonCommands(app, daemon, chosen);
+    AddStatusCommand(app, daemon, chosen);
+    AddRecordsCommand(app, chosen);
+    AddDumpsCommand(app, chosen);
+    const std::span words(argv, static_cast<std::size_t>(argc));
+    const bool isJson = std::ranges::find(words, std::string_view("--json")) != words.end();
     try {
         app.parse(argc, argv);
-        if (settings.chosen == nullptr) {
-            throw CLI::RequiredError("A sub-command");
-        }
+    } catch (const CLI::Success& help) {
+        return app.exit(help) == 0 ? ExitStatus::Success : ExitStatus::Failed;
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : static_cast<int>(ExitStatus::Usage);
+        return Refuse(app, error.what(), isJson);
     }
-    const int seconds = settings.timeoutSeconds >= 0 ? settings.timeoutSeconds : settings.chosen->replySeconds;
-    settings.client.replyLimit = std::chrono::seconds(seconds);
-    Client client(settings.client);
-    return static_cast<int>(Run(*settings.chosen, client, settings.arguments));
+    return chosen ? chosen() : Refuse(app, "A sub-command is required", isJson);
 }
 
 }  // namespace
 }  // namespace TAVO::FileMigrateOrvane
 
 int main(int argc, char** argv) {
+    using namespace TAVO::FileMigrateOrvane;
+    (void)std::setlocale(LC_ALL, "");  // NOLINT(concurrency-mt-unsafe): before any thread
     try {
-        return TAVO::FileMigrateOrvane::Main(argc, argv);
+        return static_cast<int>(Main(argc, argv));
     } catch (const std::exception& error) {
         (void)std::fprintf(stderr, "orvanectl: %s\n", error.what());
-        return static_cast<int>(TAVO::FileMigrateOrvane::ExitStatus::Failed);
+        return static_cast<int>(ExitStatus::Failed);
     }
 }

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -103,6 +104,19 @@ DaemonProcess::~DaemonProcess() {
 
 pid_t DaemonProcess::Pid() const {
     return FindDaemon(child);
+}
+
+Usage DaemonProcess::Used() const {
+    const std::string process = "/proc/" + std::to_string(Pid());
+    const auto descriptors = std::distance(fs::directory_iterator(process + "/fd"), fs::directory_iterator());
+    long pages = 0;
+    std::ifstream(process + "/statm") >> pages >> pages;  // the second is what is resident
+    clockid_t clock{};
+    timespec used{};
+    clock_getcpuclockid(Pid(), &clock);
+    clock_gettime(clock, &used);
+    return {static_cast<std::size_t>(descriptors), pages * sysconf(_SC_PAGESIZE) / 1024,
+            static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9};
 }
 
 std::string DaemonProcess::Log() const {

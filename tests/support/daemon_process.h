@@ -19,6 +19,18 @@ struct DaemonOptions {
     bool isExpectedToListen = true;             ///< the constructor waits until it does
 };
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool IS_SANITIZED = true;  ///< memory says little: what was freed is kept
+#else
+inline constexpr bool IS_SANITIZED = false;
+#endif
+
+struct Usage {
+    std::size_t descriptors;
+    long residentKb;
+    double cpuSeconds;  ///< of all threads
+};
+
 class DaemonProcess {
 public:
     /// Removes a stale socket file and starts the daemon. Throws when it does not listen in time.
@@ -29,6 +41,9 @@ public:
 
     /// The daemon's own process id, not its wrapper's; 0 when it is not there.
     [[nodiscard]] pid_t Pid() const;
+
+    /// What the daemon uses at the moment.
+    [[nodiscard]] Usage Used() const;
 
     /// Everything that was written to standard error until now.
     [[nodiscard]] std::string Log() const;

@@ -5,10 +5,14 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <regex>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "daemon_process.h"
 #include "raw_client.h"
@@ -16,6 +20,21 @@
 #include "scratch_tree.h"
 
 namespace TAVO::FileMigrateOrvane::Testing {
+
+using Clients = std::vector<RawClient>;
+
+/// Waits, for as long as PATIENCE, until something holds.
+bool Becomes(const auto& isTrue, Deadline deadline = PATIENCE) {
+    const auto end = std::chrono::steady_clock::now() + deadline;
+    while (!isTrue() && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(Deadline{5});
+    }
+    return std::chrono::steady_clock::now() < end;
+}
+
+inline void SendAll(Clients& clients, const Request& request) {
+    std::for_each(clients.begin(), clients.end(), [&](RawClient& client) { client.Send(request); });
+}
 
 class DaemonTest : public testing::Test {
 protected:
@@ -53,6 +72,18 @@ protected:
             Start();
         }
         return RawClient().Call(request);
+    }
+
+    /// What matches in the daemon's log, whose lines are read as "LEVEL [FUNCTION] TEXT".
+    [[nodiscard]] std::vector<std::string> Found(const std::string& pattern) const {
+        static const std::regex head(R"(.{19}(.) FileMigrateOrvane: \[(.*?):\d+\])");
+        const std::string log = std::regex_replace(daemon->Log(), head, "$1 [$2]");
+        const std::regex wanted(pattern);
+        return {std::sregex_token_iterator(log.begin(), log.end(), wanted), std::sregex_token_iterator()};
+    }
+
+    bool Await(const std::string& pattern, std::size_t n = 1) {
+        return Becomes([&] { return Found(pattern).size() >= n; });
     }
 
     std::optional<ScratchTree> tree;  ///< on /data

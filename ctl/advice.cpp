@@ -1,0 +1,68 @@
+#include "advice.h"
+
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+constexpr const char* HOW_TO_START =
+    "start it with \"systemctl start file_migrate_orvane.socket\", or run file_migrate_orvane as root";
+
+// NOLINTBEGIN(concurrency-mt-unsafe): asked by one thread only.
+std::string UserName(uid_t uid) {
+    const passwd* entry = getpwuid(uid);
+    return entry != nullptr ? entry->pw_name : std::to_string(uid);
+}
+
+std::string GroupName(gid_t gid) {
+    const group* entry = getgrgid(gid);
+    return entry != nullptr ? entry->gr_name : std::to_string(gid);
+}
+// NOLINTEND(concurrency-mt-unsafe)
+
+/// Whom the socket's file lets connect: that takes the right to write.
+std::string WhoMayConnect(const std::string& socketPath) {
+    struct stat st {};
+    if (stat(socketPath.c_str(), &st) != 0) {
+        return "run orvanectl as root: the directory of the socket is closed to you";
+    }
+    if ((st.st_mode & S_IWGRP) != 0) {
+        return "the socket belongs to the group \"" + GroupName(st.st_gid) +
+               "\": run orvanectl as root or as a member of it";
+    }
+    return "the socket belongs to \"" + UserName(st.st_uid) + "\" alone: run orvanectl as that user or as root";
+}
+
+}  // namespace
+
+std::string Advice(const std::error_code& code, const std::string& socketPath) {
+    if (code == std::errc::no_such_file_or_directory) {
+        const std::string directory = std::filesystem::path(socketPath).parent_path();
+        return std::string("the daemon is not running: ") + HOW_TO_START +
+               (access(directory.c_str(), F_OK) == 0 ? "" : "; it needs the directory " + directory);
+    }
+    if (code == std::errc::connection_refused) {
+        return std::string("nobody listens on the socket any more: ") + HOW_TO_START;
+    }
+    return code == std::errc::permission_denied ? WhoMayConnect(socketPath) : std::string();
+}
+
+std::string OwnerAndMode(const std::string& path) {
+    struct stat st {};
+    if (stat(path.c_str(), &st) != 0) {
+        return {};
+    }
+    std::array<char, 16> mode{};
+    (void)std::snprintf(mode.data(), mode.size(), " %04o", st.st_mode & 07777U);
+    return UserName(st.st_uid) + ":" + GroupName(st.st_gid) + mode.data();
+}
+
+}  // namespace TAVO::FileMigrateOrvane

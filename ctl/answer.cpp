@@ -1,0 +1,164 @@
+#include "answer.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "columns.h"
+#include "text.h"
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+/// Failures of the library in the numbers of the system, so that a script has one kind of number.
+int ErrorNumberOf(const std::error_code& code) {
+    if (code.category() == std::system_category()) {
+        return code.value();
+    }
+    switch (static_cast<ClientErrc>(code.value())) {
+        case ClientErrc::InvalidRequest:
+            return EINVAL;
+        case ClientErrc::ConnectionClosed:
+            return ECONNRESET;
+        case ClientErrc::TimedOut:
+            return ETIMEDOUT;
+        case ClientErrc::MalformedReply:
+            return EBADMSG;
+    }
+    return EIO;
+}
+
+void PutError(Json& fields, int errorNumber) {
+    fields["errno"] = errorNumber;
+    fields["error"] = errorNumber == 0 ? Json() : Json(ErrorName(errorNumber));
+}
+
+/// The answer with what every reply has.
+Answer Begin(const Reply& reply) {
+    if (reply.failure) {
+        return NoAnswer(reply.failure);
+    }
+    Answer answer;
+    answer.fields["result"] = reply.result;
+    PutError(answer.fields, reply.errCode);
+    return answer;
+}
+
+Answer Failed(Answer answer, const std::string& message, ExitStatus status = ExitStatus::Failed) {
+    answer.status = status;
+    answer.isOk = false;
+    answer.message = message;
+    return answer;
+}
+
+Answer Failed(const Reply& reply) {
+    return reply.failure ? NoAnswer(reply.failure) : Failed(Begin(reply), ErrorText(reply.errCode));
+}
+
+Json EntriesOf(const Listing& reply) {
+    Json entries = Json::array();
+    for (const Entry& entry : reply.entries) {
+        Json object;
+        PutText(object, "name", entry.name);
+        object["directory"] = entry.isDirectory;
+        entries.push_back(std::move(object));
+    }
+    return entries;
+}
+
+/// A terminal is not to act on the bytes of a name; a script is to get them as they are.
+std::string ForOutput(const std::string& bytes) {
+    return isatty(STDOUT_FILENO) == 1 ? Printable(bytes) : bytes;
+}
+
+}  // namespace
+
+Answer NoAnswer(const Failure& failure) {
+    const bool isRefused = failure.code == ClientErrc::InvalidRequest;
+    Answer answer = Failed({}, failure.Message(), isRefused ? ExitStatus::Usage : ExitStatus::NoAnswer);
+    answer.noAnswer = failure.code;
+    answer.fields["result"] = nullptr;
+    PutError(answer.fields, ErrorNumberOf(failure.code));
+    return answer;
+}
+
+Answer AnswerTo(const Outcome& reply, const AnswerStyle& /*style*/) {
+    if (reply.SourceMissing()) {
+        return Failed(Begin(reply), "the source does not exist", ExitStatus::SourceMissing);
+    }
+    return reply.Succeeded() ? Begin(reply) : Failed(reply);
+}
+
+Answer AnswerTo(const YesNo& reply, const AnswerStyle& /*style*/) {
+    if (!reply.IsYes() && !reply.IsNo()) {
+        return Failed(reply);
+    }
+    Answer answer = Begin(reply);
+    answer.status = reply.IsYes() ? ExitStatus::Success : ExitStatus::Failed;
+    answer.fields["answer"] = reply.IsYes();
+    return answer;
+}
+
+Answer AnswerTo(const Listing& reply, const AnswerStyle& style) {
+    if (!reply.Succeeded()) {
+        return Failed(reply);
+    }
+    Answer answer = Begin(reply);
+    if (style.isJson) {
+        answer.fields["entries"] = EntriesOf(reply);
+    } else {
+        answer.output = ListingText(reply.entries);
+    }
+    return answer;
+}
+
+Answer AnswerTo(const ExistedPathReply& reply, const AnswerStyle& /*style*/) {
+    if (!reply.Succeeded()) {
+        return Failed(reply);
+    }
+    Answer answer = Begin(reply);
+    PutText(answer.fields, "existing_path", reply.path);
+    answer.output = ForOutput(reply.path) + "\n";
+    return answer;
+}
+
+Answer AnswerTo(const Size& reply, const AnswerStyle& style) {
+    if (reply.failure || reply.result < 0) {
+        return Failed(reply);
+    }
+    Answer answer = Begin(reply);
+    answer.fields["kilobytes"] = reply.kilobytes;
+    answer.fields["whole"] = reply.isWhole;
+    answer.output =
+        (style.isHuman ? HumanSize(static_cast<std::uint64_t>(reply.kilobytes)) : std::to_string(reply.kilobytes)) +
+        "\n";
+    return reply.isWhole ? answer : Failed(std::move(answer), "the figure is not whole: " + ErrorText(reply.errCode));
+}
+
+ExitStatus Tell(const Answer& answer, const std::string& what, Json object, bool isJson) {
+    if (!answer.message.empty()) {
+        Complain(what, answer.message);
+    }
+    if (!answer.hint.empty()) {
+        (void)std::fprintf(stderr, "hint: %s\n", answer.hint.c_str());
+    }
+    if (isJson) {
+        object["ok"] = answer.isOk;
+        object["result"] = nullptr;
+        PutError(object, 0);
+        object.update(answer.fields);
+        PutText(object, "message", answer.message);
+        PutText(object, "hint", answer.hint);
+        PrintJsonLine(object);
+    } else {
+        (void)std::fwrite(answer.output.data(), 1, answer.output.size(), stdout);
+    }
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        Complain(what, "the answer could not be written to standard output");
+        return ExitStatus::Failed;
+    }
+    return answer.status;
+}
+
+}  // namespace TAVO::FileMigrateOrvane

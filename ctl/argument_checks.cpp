@@ -1,0 +1,75 @@
+#include "argument_checks.h"
+
+#include <sys/un.h>
+
+#include <cstddef>
+#include <filesystem>
+
+#include "text.h"
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+// What fits the fields of a request, in bytes.
+constexpr std::size_t LONGEST_PATH = 4095;
+constexpr std::size_t LONGEST_NAME = 35;
+constexpr std::size_t LONGEST_MODE = 15;
+
+std::string CheckLength(const char* what, const std::string& text, std::size_t longest) {
+    constexpr std::size_t shown = 40;  // of a text that is far too long
+    return text.size() <= longest ? std::string()
+                                  : std::string(what) + " is longer than " + std::to_string(longest) +
+                                        " bytes: " + Printable(text.substr(0, shown)) + "...";
+}
+
+}  // namespace
+
+std::string MakeAbsolute(std::string& path) {
+    if (path.empty()) {
+        return "an empty path names nothing";
+    }
+    if (path.find("../") != std::string::npos) {
+        return Printable(path) + ": the daemon takes no path with \"../\" in it";
+    }
+    if (path.front() != '/') {
+        std::error_code error;
+        const std::string directory = std::filesystem::current_path(error).string();
+        if (error) {
+            return Printable(path) + ": the working directory is not known: " + error.message();
+        }
+        path = directory + (directory.ends_with('/') ? "" : "/") + path;
+    }
+    return CheckLength("the path", path, LONGEST_PATH);
+}
+
+std::string CheckMode(std::string& mode) {
+    if (mode.find('-') != std::string::npos) {
+        return Printable(mode) + ": the daemon takes no mode with \"-\" in it, only octal digits, such as 0755";
+    }
+    if (mode.empty() || mode.find_first_not_of("01234567") != std::string::npos) {
+        return Printable(mode) + ": a mode is octal digits, such as 0755";
+    }
+    if (mode.find_first_not_of('0') == std::string::npos) {
+        return "a mode of 0 is not possible";
+    }
+    return CheckLength("the mode", mode, LONGEST_MODE);
+}
+
+std::string SplitOwner(const std::string& owner, std::string& user, std::string& group) {
+    const std::size_t colon = owner.find(':');
+    if (colon == std::string::npos || colon == 0 || colon + 1 == owner.size()) {
+        return Printable(owner) + ": an owner is USER:GROUP, both given";
+    }
+    user = owner.substr(0, colon);
+    group = owner.substr(colon + 1);
+    const std::string complaint = CheckLength("the user", user, LONGEST_NAME);
+    return complaint.empty() ? CheckLength("the group", group, LONGEST_NAME) : complaint;
+}
+
+std::string CheckSocketPath(const std::string& path) {
+    constexpr std::size_t longest = sizeof(sockaddr_un::sun_path) - 1;
+    return path.empty() || path.size() > longest ? "a socket's path has 1 to " + std::to_string(longest) + " bytes"
+                                                 : std::string();
+}
+
+}  // namespace TAVO::FileMigrateOrvane

@@ -1,0 +1,119 @@
+#include "daemon_commands.h"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <string>
+
+#include "argument_checks.h"
+#include "sub_command.h"
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+/// Where the parser puts the words of one sub-command.
+struct Words {
+    std::string owner;     ///< its parts are in `arguments`
+    std::string progress;  ///< "always", "never", or not given
+    Arguments arguments;
+};
+
+void AddPath(CLI::App& parser, const char* name, std::string& path) {
+    parser.add_option(name, path, "relative to the working directory unless it begins with /")
+        ->required()
+        ->type_name("")
+        ->transform(CLI::Validator(MakeAbsolute, ""));
+}
+
+void AddPositionals(CLI::App& parser, const SubCommand& command, Words& words) {
+    Arguments& arguments = words.arguments;
+    if (command.Is(TAKES_OWNER)) {
+        const auto split = [&](std::string& owner) { return SplitOwner(owner, arguments.user, arguments.group); };
+        parser.add_option("OWNER", words.owner, "USER:GROUP, names or numbers")
+            ->required()
+            ->type_name("")
+            ->transform(CLI::Validator(split, ""));
+    }
+    if (command.Is(TAKES_MODE)) {
+        parser.add_option("MODE", arguments.mode, "permission bits in octal, not 0")
+            ->required()
+            ->type_name("")
+            ->transform(CLI::Validator(CheckMode, ""));
+    }
+    if (command.Is(TAKES_PATH | TAKES_SOURCE)) {
+        AddPath(parser, command.Is(TAKES_SOURCE) ? "SOURCE" : "PATH", arguments.path);
+    }
+    if (command.Is(TAKES_DESTINATION)) {
+        AddPath(parser, "DESTINATION", arguments.destination);
+    }
+}
+
+void AddChoices(CLI::App& parser, const SubCommand& command, Arguments& arguments) {
+    CLI::Option* recursive = nullptr;
+    if (command.Is(TAKES_RECURSIVE)) {
+        recursive = parser.add_flag_callback(
+            "-r,--recursive", [&arguments] { arguments.recursion = Recursion::Recursive; },
+            "everything below PATH too; where directories are made, every missing ancestor");
+    }
+    if (command.Is(TAKES_KEEP_GOING)) {
+        parser.add_flag("--keep-going", arguments.keepGoing, "go entry by entry and remove all that can be removed");
+    }
+    if (command.Is(TAKES_FROM_PARENT)) {
+        parser
+            .add_flag("--from-parent", arguments.fromParent,
+                      "give the label that the policy has for the parent directory")
+            ->excludes(recursive);
+    }
+}
+
+void AddStyle(CLI::App& parser, const SubCommand& command, Words& words) {
+    Arguments& arguments = words.arguments;
+    if (command.Is(TAKES_DRY_RUN)) {
+        parser.add_flag("--dry-run", arguments.isDryRun, "change nothing; tell what would be done");
+    }
+    if (command.Is(TAKES_PROGRESS)) {
+        parser
+            .add_option("--progress", words.progress,
+                        "always or never tell how far it has come (default: on a terminal)")
+            ->check(CLI::IsMember({"always", "never"}).description(""))
+            ->type_name("WHEN");
+    }
+    if (command.Is(TAKES_HUMAN)) {
+        // "-h" asks for help in all others.
+        parser.set_help_flag("--help", "Print this help message and exit");
+        parser.add_flag("-h,--human-readable", arguments.style.isHuman, "35M rather than 35840");
+    }
+    parser.add_flag("--json", arguments.style.isJson, "tell the answer as one JSON object");
+}
+
+bool ShowsProgress(const SubCommand& command, const std::string& when) {
+    return command.Is(TAKES_PROGRESS) && (when.empty() ? isatty(STDERR_FILENO) == 1 : when == "always");
+}
+
+void AddDaemonCommand(CLI::App& app, const SubCommand& command, const DaemonOptions& daemon, Action& chosen) {
+    CLI::App* parser = app.add_subcommand(command.name, command.purpose);
+    const auto words = std::make_shared<Words>();
+    AddChoices(*parser, command, words->arguments);
+    AddStyle(*parser, command, *words);
+    AddPositionals(*parser, command, *words);
+    const std::string wait =
+        command.replySeconds == 0 ? "as long as it takes" : std::to_string(command.replySeconds) + " seconds";
+    parser->footer("Waits for the answer " + wait +
+                   " unless --timeout is given (see orvanectl --help).\n\nExample:\n  orvanectl " + command.example);
+    // The parser outlives the action, and `words` lives as long as it.
+    parser->callback([&command, &daemon, &chosen, words] {
+        words->arguments.showsProgress = ShowsProgress(command, words->progress);
+        chosen = [&command, &daemon, words] { return Run(command, daemon, words->arguments); };
+    });
+}
+
+}  // namespace
+
+void AddDaemonCommands(CLI::App& app, const DaemonOptions& daemon, Action& chosen) {
+    for (const SubCommand& command : SubCommands()) {
+        AddDaemonCommand(app, command, daemon, chosen);
+    }
+}
+
+}  // namespace TAVO::FileMigrateOrvane

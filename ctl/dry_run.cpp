@@ -1,0 +1,211 @@
+#include "dry_run.h"
+
+#include <climits>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "place.h"
+#include "text.h"
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+constexpr std::size_t LONGEST_PATH = PATH_MAX - 1;
+
+/// Counts a tree, and what of it has its name taken at the destination.
+class Survey {
+public:
+    explicit Survey(Client& usedClient) : client(usedClient) {}
+
+    /// Everything below a directory.
+    /// @param destination  the directory that it would be merged with; empty: none
+    void CountBelow(const std::string& directory, const std::string& destination) {
+        const Listing listing = client.ListDir(directory);
+        const std::map<std::string, bool> taken = NamesIn(destination);
+        isWhole = isWhole && listing.Succeeded();
+        for (const Entry& entry : listing.entries) {
+            if (!isWhole) {
+                return;
+            }
+            const auto found = taken.find(entry.name);
+            const bool isTaken = found != taken.end();
+            const bool isMerged = isTaken && entry.isDirectory && found->second;
+            replaced += isTaken && !isMerged ? 1 : 0;
+            Count(entry, directory + "/" + entry.name, isMerged ? destination + "/" + entry.name : std::string());
+        }
+    }
+
+    std::uint64_t directories = 0;
+    std::uint64_t others = 0;
+    std::uint64_t replaced = 0;
+    bool isWhole = true;  ///< false: a listing failed or a path is too long to ask about; what was counted is a part
+
+private:
+    void Count(const Entry& entry, const std::string& path, const std::string& destination) {
+        ++(entry.isDirectory ? directories : others);
+        if (entry.isDirectory && path.size() > LONGEST_PATH) {
+            isWhole = false;
+        } else if (entry.isDirectory) {
+            CountBelow(path, destination);
+        }
+    }
+
+    /// The names in a directory, and whether each is one.
+    std::map<std::string, bool> NamesIn(const std::string& directory) {
+        std::map<std::string, bool> names;
+        if (directory.empty() || directory.size() > LONGEST_PATH) {
+            return names;
+        }
+        const Listing listing = client.ListDir(directory);
+        isWhole = isWhole && listing.Succeeded();
+        for (const Entry& entry : listing.entries) {
+            names.emplace(entry.name, entry.isDirectory);
+        }
+        return names;
+    }
+
+    Client& client;
+};
+
+/// What would become of the destination.
+struct Verdict {
+    std::string text;
+    bool wouldFail = false;
+};
+
+Verdict OntoNothing(const Place& destination, bool needsDirectory) {
+    const std::string path = Printable(destination.path);
+    if (destination.kind == Place::Kind::NoParent) {
+        return {"it would fail: the directory that is to hold " + path + " does not exist", true};
+    }
+    if (destination.kind == Place::Kind::Unknown) {
+        return {"what is at " + path + " is not known: the way there leads through a link or a file"};
+    }
+    return needsDirectory ? Verdict{"it would fail: the directory " + path + " does not exist", true}
+                          : Verdict{"nothing would be replaced: " + path + " does not exist"};
+}
+
+Verdict IntoDirectory(const Place& destination, const Survey& survey, bool moves) {
+    const std::string path = Printable(destination.path);
+    if (destination.kind == Place::Kind::Other) {
+        return {path + " is a file, which would fail, or a link"};
+    }
+    return {std::to_string(survey.replaced) + " objects in " + path + " would be replaced" +
+            (moves ? "; a directory that is there too can be replaced when it is empty, and across file systems is "
+                     "merged"
+                   : "")};
+}
+
+Verdict OntoObject(const Place& source, const Place& destination, const Survey& survey) {
+    const std::string path = Printable(destination.path);
+    if (source.kind == Place::Kind::Directory && destination.kind == Place::Kind::Directory) {
+        return {path +
+                " is replaced when it is empty, else it would fail; across file systems the two are merged, and " +
+                std::to_string(survey.replaced) + " objects replaced"};
+    }
+    if (source.kind == Place::Kind::Directory) {
+        return {"it would fail: " + path + " is no directory", true};
+    }
+    return destination.kind == Place::Kind::Other
+               ? Verdict{path + " would be replaced"}
+               : Verdict{path +
+                         " is a directory and the source is not: it would fail, or across file systems go into "
+                         "that directory"};
+}
+
+Verdict Judge(const SubCommand& command, const Place& source, const Place& destination, const Survey& survey) {
+    const bool needsDirectory =
+        command.Is(MEANS_CHILDREN) || (!command.Is(MOVES) && source.kind == Place::Kind::Directory);
+    if (source.path != destination.path && IsWithin(destination, source)) {
+        return {"it would fail: " + Printable(destination.path) + " lies in the source", true};
+    }
+    if (!destination.IsThere()) {
+        return OntoNothing(destination, needsDirectory);
+    }
+    return needsDirectory ? IntoDirectory(destination, survey, command.Is(MOVES))
+                          : OntoObject(source, destination, survey);
+}
+
+/// What would not arrive or would stay; the daemon's listings tell no links from files, so that these are not counted.
+std::string LeftBehind(const SubCommand& command, const Arguments& arguments) {
+    std::string text = command.Is(MOVES) ? "across file systems " : "";
+    text += "only files and directories arrive; links and special files go with the source\n";
+    return command.Is(MEANS_CHILDREN) ? Printable(arguments.path) + " itself stays; " + text : text;
+}
+
+Answer NotKnown(ExitStatus status, std::string why) {
+    Answer answer;
+    answer.status = status;
+    answer.isOk = false;
+    answer.message = std::move(why);
+    return answer;
+}
+
+std::optional<Answer> Refuse(const SubCommand& command, const Failure& connected, const Place& source) {
+    if (connected) {
+        return NoAnswer(connected);
+    }
+    if (source.kind == Place::Kind::Absent || source.kind == Place::Kind::NoParent) {
+        return NotKnown(ExitStatus::SourceMissing, "there is no such object");
+    }
+    if (source.kind == Place::Kind::Unknown) {
+        return NotKnown(ExitStatus::Failed, "not known: the way there leads through a link or a file");
+    }
+    if (command.Is(MEANS_CHILDREN) && source.kind != Place::Kind::Directory) {
+        return NotKnown(ExitStatus::Failed, "not known: the source is a file, which would fail, or a link");
+    }
+    return std::nullopt;
+}
+
+void CountSource(const SubCommand& command, const Place& source, const Place& destination, Survey& survey) {
+    if (source.kind != Place::Kind::Directory) {
+        ++survey.others;
+        return;
+    }
+    survey.directories += command.Is(MEANS_CHILDREN) ? 0 : 1;
+    const bool isMerged = destination.kind == Place::Kind::Directory;
+    survey.CountBelow(source.path, isMerged ? destination.path : std::string());
+}
+
+}  // namespace
+
+Answer DryRun(const SubCommand& command, Client& client, const Arguments& arguments) {
+    const Failure connected = client.Connect();
+    const Place source = connected ? Place() : Look(client, arguments.path);
+    if (std::optional<Answer> refusal = Refuse(command, connected, source)) {
+        return *std::move(refusal);
+    }
+    const bool goesSomewhere = command.Is(TAKES_DESTINATION);
+    const Place destination = goesSomewhere ? Look(client, arguments.destination) : Place();
+    Survey survey(client);
+    CountSource(command, source, destination, survey);
+    const Size size = survey.isWhole ? client.UsedSpace(source.path) : Size();
+    const bool isKnown = survey.isWhole && !size.failure && size.isWhole;
+
+    Answer answer;
+    answer.output = std::string("would have ") + command.done + " " + Objects(command, arguments) + ": " +
+                    std::to_string(survey.directories) + " directories, " + std::to_string(survey.others) +
+                    " other objects" +
+                    (isKnown ? ", " + HumanSize(static_cast<std::uint64_t>(size.kilobytes)) : std::string()) + "\n";
+    answer.fields["dry_run"] = true;
+    answer.fields["directories"] = survey.directories;
+    answer.fields["others"] = survey.others;
+    answer.fields["kilobytes"] = isKnown ? Json(size.kilobytes) : Json();
+    if (goesSomewhere) {
+        const Verdict verdict = Judge(command, source, destination, survey);
+        answer.output += verdict.text + "\n" + LeftBehind(command, arguments);
+        answer.fields["replaced"] = survey.replaced;
+        answer.fields["would_fail"] = verdict.wouldFail;
+    }
+    if (!isKnown) {
+        answer.status = ExitStatus::Failed;
+        answer.isOk = false;
+        answer.message = "not all of it could be looked at: the figures are a part";
+    }
+    return answer;
+}
+
+}  // namespace TAVO::FileMigrateOrvane

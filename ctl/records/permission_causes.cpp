@@ -1,0 +1,119 @@
+#include <linux/capability.h>
+#include <linux/fs.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+#include <vector>
+
+#include "causes.h"
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+constexpr std::uint32_t PROTECTED = FS_IMMUTABLE_FL | FS_APPEND_FL;
+
+Cause Protected(const Evidence& e, const std::string& path, std::uint32_t flags) {
+    if (e.HasFlag(path, flags & FS_IMMUTABLE_FL)) {
+        return e.Named(path) + " has the immutable flag";
+    }
+    return e.HasFlag(path, flags & FS_APPEND_FL) ? e.Named(path) + " has the append-only flag" : "";
+}
+
+}  // namespace
+
+Cause Flagged(const Evidence& e) {
+    const std::string& dst = e.record.dst;
+    // What each call needs to change: an append-only directory takes new names, but gives none away.
+    std::vector<std::pair<std::string, std::uint32_t>> needed;
+    if (e.IsType("CHOWN")) {
+        needed = {{e.record.src, PROTECTED}};
+    } else if (e.IsType("MOVE")) {
+        needed = {{e.record.src, PROTECTED},
+                  {dst, PROTECTED},
+                  {e.srcParent, PROTECTED},
+                  {e.dstParent, e.Object(dst) == nullptr ? FS_IMMUTABLE_FL : PROTECTED}};
+    } else if (e.IsType("COPY") && e.ErrorOf(dst) == ENOENT) {
+        needed = {{e.dstParent, FS_IMMUTABLE_FL}};
+    } else if (e.IsType("COPY") && e.Is(dst, S_IFREG)) {
+        needed = {{dst, PROTECTED}};
+    }
+    for (const auto& [path, flags] : needed) {
+        if (Cause cause = Protected(e, path, flags); !cause.empty()) {
+            return cause;
+        }
+    }
+    return {};
+}
+
+/// In a sticky directory only the owner of it or of the object may take the object's name away.
+Cause Sticky(const Evidence& e) {
+    const ProcessSnapshot* const process = e.Process();
+    if (!e.IsType("MOVE") || process == nullptr || !e.Lacks(CAP_FOWNER)) {
+        return {};
+    }
+    for (const auto& [path, parent] : {std::pair(e.record.src, e.srcParent), {e.record.dst, e.dstParent}}) {
+        const StatSnapshot* const object = e.Object(path);
+        const StatSnapshot* const above = e.Object(parent);
+        if (object != nullptr && above != nullptr && (above->mode & S_ISVTX) != 0 && object->uid != process->euid &&
+            above->uid != process->euid) {
+            return e.Named(parent) + " is sticky, and the daemon, with user " + std::to_string(process->euid) +
+                   ", neither owns it or " + path + " nor has cap_fowner";
+        }
+    }
+    return {};
+}
+
+Cause MayNotChown(const Evidence& e) {
+    const ProcessSnapshot* const process = e.Process();
+    const StatSnapshot* const object = e.Object(e.record.src);
+    if (!e.IsType("CHOWN") || process == nullptr || object == nullptr || !e.Lacks(CAP_CHOWN)) {
+        return {};
+    }
+    const bool isOwner = object->uid == process->euid;
+    if (isOwner && e.record.user == std::to_string(object->uid)) {
+        return {};
+    }
+    return "the daemon does not have cap_chown" + (isOwner ? "" : ", and does not own " + e.record.src);
+}
+
+/// fs.protected_regular: in a sticky directory that others may write to, the kernel lets nobody, not even root, open a
+/// file for writing that may have been planted there.
+Cause StickyFile(const Evidence& e) {
+    const ProcessSnapshot* const process = e.Process();
+    const StatSnapshot* const file = e.Object(e.record.dst);
+    const StatSnapshot* const above = e.Object(e.dstParent);
+    const bool isSo = e.IsType("COPY") && process != nullptr && e.Is(e.record.dst, S_IFREG) && above != nullptr &&
+                      (above->mode & S_ISVTX) != 0 && (above->mode & (S_IWOTH | S_IWGRP)) != 0 &&
+                      file->uid != above->uid && file->uid != process->euid;
+    return isSo ? "fs.protected_regular: " + e.Named(e.record.dst) + " is another user's file in a sticky directory"
+                : "";
+}
+
+/// Permission bits do not stop a process with CAP_DAC_OVERRIDE.
+Cause Denied(const Evidence& e) {
+    if (!e.Holds(CAP_DAC_OVERRIDE)) {
+        return {};
+    }
+    std::vector<std::pair<std::string, std::string_view>> labels;
+    for (const std::string& path : {e.record.src, e.record.dst, e.srcParent, e.dstParent}) {
+        const bool isKnown =
+            std::any_of(labels.begin(), labels.end(), [&](const auto& known) { return known.first == path; });
+        if (!isKnown && !e.Label(path).empty()) {
+            labels.emplace_back(path, e.Label(path));
+        }
+    }
+    Cause cause = "denied by a security module, or by the file system's server";
+    const bool isOneLabel = std::all_of(labels.begin(), labels.end(),
+                                        [&](const auto& label) { return label.second == labels.front().second; });
+    if (isOneLabel && labels.size() > 1) {
+        return cause.append("; all have the label ").append(labels.front().second);
+    }
+    for (const auto& [path, label] : labels) {
+        cause.append(&path == &labels.front().first ? "; labels: " : ", ").append(path).append(" ").append(label);
+    }
+    return cause;
+}
+
+}  // namespace TAVO::FileMigrateOrvane

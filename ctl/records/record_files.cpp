@@ -1,0 +1,211 @@
+#include "record_files.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <iterator>
+#include <string_view>
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view SUFFIX = ".txt";
+
+/// Whether `name` is `stem`, "_", 14 digits, ".txt".
+bool IsRotatedName(std::string_view name, std::string_view stem) {
+    constexpr std::size_t digits = 14;
+    if (name.size() != stem.size() + 1 + digits + SUFFIX.size() || !name.starts_with(stem) ||
+        name[stem.size()] != '_' || !name.ends_with(SUFFIX)) {
+        return false;
+    }
+    return name.substr(stem.size() + 1, digits).find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+bool IsSameFile(const struct stat& st, const RecordInput& input) {
+    struct stat own {};
+    return fstat(input.Fd(), &own) == 0 && own.st_dev == st.st_dev && own.st_ino == st.st_ino;
+}
+
+}  // namespace
+
+std::vector<std::string> RotatedFiles(const std::string& path, int& err) {
+    std::vector<std::string> files;
+    const fs::path file(path);
+    if (file.extension() != SUFFIX) {
+        return files;
+    }
+    std::error_code error;
+    const fs::path directory = file.has_parent_path() ? file.parent_path() : fs::path(".");
+    for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
+        if (IsRotatedName(entry->path().filename().native(), file.stem().native())) {
+            files.push_back((file.parent_path() / entry->path().filename()).native());
+        }
+    }
+    if (error && error.value() != ENOENT) {
+        err = error.value();
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+std::vector<RecordPath> AllRecordPaths() {
+    std::vector<RecordPath> paths;
+    for (const char* file : RECORD_FILES) {
+        paths.push_back({file, /*mayBeMissing=*/true, /*includesRotated=*/true});
+    }
+    return paths;
+}
+
+RecordSequence::RecordSequence(RecordPath toRead) : wanted(std::move(toRead)) {
+    AddSources();
+}
+
+LocatedRecord* RecordSequence::Peek() {
+    while (result.records.empty() && !sources.empty() && ReadOn()) {
+    }
+    return result.records.empty() ? nullptr : &result.records.front();
+}
+
+void RecordSequence::End() {
+    if (!sources.empty()) {
+        sources.back().isFinal = true;
+    }
+}
+
+void RecordSequence::LookAgain() {
+    if (!sources.empty()) {
+        Source& current = sources.back();
+        struct stat st {};
+        if (stat(wanted.path.c_str(), &st) == 0 && IsSameFile(st, *current.input)) {
+            current.input->LookAgain(result);
+            return;
+        }
+        current.isFinal = true;  // it has another name now; what was written before that is still to be read
+    }
+    AddSources();
+}
+
+/// The file is opened before the rotated ones are listed: what is rotated in between is then read as the file.
+void RecordSequence::AddSources() {
+    std::unique_ptr<RecordInput> current = TryOpen(wanted.path);
+    if (wanted.includesRotated) {
+        AddRotated(current.get());
+    }
+    if (current != nullptr) {
+        sources.push_back({wanted.path, std::move(current), /*isFinal=*/false});
+    }
+}
+
+/// @param current  the file itself, opened before; null when it is missing
+void RecordSequence::AddRotated(const RecordInput* current) {
+    const RecordInput* former = sources.empty() ? nullptr : sources.back().input.get();
+    int err = 0;
+    for (const std::string& path : RotatedFiles(wanted.path, err)) {
+        struct stat st {};
+        if (stat(path.c_str(), &st) != 0) {
+            continue;  // replaced by another one of the same second
+        }
+        if (current != nullptr && IsSameFile(st, *current)) {
+            break;  // rotated since: it, and what came after it, is for the next look
+        }
+        const bool isNew = seen.emplace(st.st_dev, st.st_ino, st.st_mtim.tv_sec, st.st_mtim.tv_nsec).second;
+        if (isNew && (former == nullptr || !IsSameFile(st, *former))) {
+            sources.push_back({path, nullptr});
+        }
+    }
+    if (err != 0) {
+        Tell(fs::path(wanted.path).parent_path().native(), err);
+    }
+}
+
+std::unique_ptr<RecordInput> RecordSequence::TryOpen(const std::string& path) {
+    int err = 0;
+    std::unique_ptr<RecordInput> input = RecordInput::Open(path, err);
+    const bool mayBeMissing = wanted.mayBeMissing || hasFiles;  // between its rotation and the next record it is
+    if (input == nullptr && (err != ENOENT || !mayBeMissing)) {
+        Tell(path, err);
+    }
+    hasFiles = hasFiles || input != nullptr;
+    return input;
+}
+
+/// Whether there may be more at once.
+bool RecordSequence::ReadOn() {
+    Source& front = sources.front();
+    if (front.input == nullptr) {
+        front.input = TryOpen(front.path);
+    }
+    int err = 0;
+    if (front.input != nullptr) {
+        const RecordInput::Progress progress = front.input->ReadOn(result, err);
+        if (progress == RecordInput::Progress::Read) {
+            return true;
+        }
+        if (progress == RecordInput::Progress::Failed) {
+            Tell(front.path, err);
+        }
+        if (!front.isFinal) {
+            return false;
+        }
+        front.input->Finish(result);
+    }
+    sources.pop_front();
+    return true;
+}
+
+void RecordSequence::Tell(const std::string& path, int err) {
+    if (told.emplace(path, err).second) {
+        result.troubles.push_back({path, err, {}, {}});
+    }
+}
+
+RecordStream::RecordStream(const std::vector<RecordPath>& paths) {
+    for (const RecordPath& path : paths) {
+        sequences.emplace_back(path);
+    }
+}
+
+std::optional<LocatedRecord> RecordStream::Next() {
+    RecordSequence* earliest = nullptr;
+    for (RecordSequence& sequence : sequences) {
+        const LocatedRecord* head = sequence.Peek();
+        if (head != nullptr && (earliest == nullptr || head->record.times < earliest->Peek()->record.times)) {
+            earliest = &sequence;
+        }
+    }
+    if (earliest == nullptr) {
+        return std::nullopt;
+    }
+    std::optional<LocatedRecord> next(std::move(*earliest->Peek()));
+    earliest->Pop();
+    return next;
+}
+
+void RecordStream::End() {
+    for (RecordSequence& sequence : sequences) {
+        sequence.End();
+    }
+}
+
+void RecordStream::LookAgain() {
+    for (RecordSequence& sequence : sequences) {
+        sequence.LookAgain();
+    }
+}
+
+bool RecordStream::HasFiles() const {
+    return std::any_of(sequences.begin(), sequences.end(), [](const auto& sequence) { return sequence.HasFiles(); });
+}
+
+std::vector<ReadTrouble> RecordStream::TakeTroubles() {
+    std::vector<ReadTrouble> troubles;
+    for (RecordSequence& sequence : sequences) {
+        std::vector<ReadTrouble> some = sequence.TakeTroubles();
+        std::move(some.begin(), some.end(), std::back_inserter(troubles));
+    }
+    return troubles;
+}
+
+}  // namespace TAVO::FileMigrateOrvane

@@ -1,0 +1,107 @@
+#include "record_input.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+constexpr std::size_t PIECE = std::size_t{256} * 1024;
+constexpr std::size_t EXCERPT = 40;
+/// A record is written at once: what is not whole after this many looks was cut by a full disk or a crash.
+constexpr int PATIENT_LOOKS = 2;
+
+}  // namespace
+
+std::unique_ptr<RecordInput> RecordInput::Open(const std::string& path, int& err) {
+    const int fd = path == STANDARD_INPUT ? dup(STDIN_FILENO) : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    if (fd < 0) {
+        err = errno;
+        return nullptr;
+    }
+    std::unique_ptr<RecordInput> input(new RecordInput(path, fd));
+    struct stat st {};
+    if (fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
+        err = EISDIR;
+        return nullptr;
+    }
+    return input;
+}
+
+RecordInput::~RecordInput() {
+    (void)close(fd);
+}
+
+RecordInput::Progress RecordInput::ReadOn(ReadResult& result, int& err) {
+    const std::size_t known = rest.size();
+    // Twice as much each time, so that bytes which stay undecided for long are not looked at again too often.
+    rest.resize(known + std::max(PIECE, known));
+    const ssize_t count = read(fd, rest.data() + known, rest.size() - known);
+    const int readError = errno;
+    rest.resize(known + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    if (count < 0) {
+        err = readError;
+        return Progress::Failed;
+    }
+    if (count == 0) {
+        return Progress::AtEnd;
+    }
+    quietLooks = 0;
+    Parse(Input::Growing, result);
+    return Progress::Read;
+}
+
+void RecordInput::Finish(ReadResult& result) {
+    Parse(Input::Whole, result);
+    offset += rest.size();
+    rest.clear();
+}
+
+void RecordInput::LookAgain(ReadResult& result) {
+    struct stat st {};
+    if (fstat(fd, &st) != 0) {
+        return;
+    }
+    const std::size_t known = offset + rest.size();
+    if (std::cmp_less(st.st_size, known)) {
+        Finish(result);
+        offset = 0;
+        (void)lseek(fd, 0, SEEK_SET);  // what has a size can be sought in
+    } else if (std::cmp_equal(st.st_size, known) && ++quietLooks == PATIENT_LOOKS) {
+        Finish(result);
+    }
+}
+
+void RecordInput::Parse(Input input, ReadResult& result) {
+    ParsedRecords parsed = ParseRecords(rest, input);
+    for (const SkippedBytes& skipped : parsed.skipped) {
+        AddSkipped(skipped, result);
+    }
+    for (Record& record : parsed.records) {
+        record.offset += offset;
+        result.records.push_back({file, std::move(record)});
+    }
+    rest.erase(0, parsed.consumed);
+    offset += parsed.consumed;
+}
+
+/// Bytes that two pieces share are told once.
+void RecordInput::AddSkipped(const SkippedBytes& skipped, ReadResult& result) const {
+    const std::size_t begin = offset + skipped.offset;
+    if (!result.troubles.empty()) {
+        ReadTrouble& last = result.troubles.back();
+        if (last.errorNumber == 0 && last.file == file && last.skipped.offset + last.skipped.length == begin) {
+            last.skipped.length += skipped.length;
+            return;
+        }
+    }
+    result.troubles.push_back(
+        {file, 0, {begin, skipped.length}, rest.substr(skipped.offset, std::min(skipped.length, EXCERPT))});
+}
+
+}  // namespace TAVO::FileMigrateOrvane

@@ -1,0 +1,124 @@
+#include "record_reader.h"
+
+#include <algorithm>
+#include <functional>
+#include <utility>
+
+#include "cursor.h"
+#include "record_types.h"
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+/// How many ends of a line are tried, and how many where only the question is whether a record begins there.
+constexpr int MOST_LINES = 32;
+constexpr int MOST_LINES_INSIDE = 4;
+constexpr std::size_t PER_LINE = 16;
+
+bool Repeats(const std::vector<Snapshot>& snapshots, std::string_view path) {
+    return std::any_of(snapshots.begin(), snapshots.end(), [&](const Snapshot& snapshot) {
+        const auto* const stat = std::get_if<StatSnapshot>(&snapshot);
+        return stat != nullptr && stat->path == path;
+    });
+}
+
+Proof ProofOf(const Reading& reading, const RecordType& type) {
+    const std::vector<Snapshot>& snapshots = reading.snapshots.snapshots;
+    if (type.snapshots.empty() || (type.name.empty() && snapshots.empty())) {
+        return Proof::LineAlone;
+    }
+    const auto isStat = [](const Snapshot& snapshot) { return std::holds_alternative<StatSnapshot>(snapshot); };
+    // Where there are two paths, the second tells where the line ends.
+    const bool isProven = reading.line.dst.empty() ? std::any_of(snapshots.begin(), snapshots.end(), isStat)
+                                                   : Repeats(snapshots, reading.line.dst);
+    return isProven ? Proof::Snapshots : Proof::Missing;
+}
+
+}  // namespace
+
+/// The first end of the line that the snapshots, or what else follows, agree with is the right one.
+std::optional<Reading> RecordReader::Read(const RecordStart& start, bool looksInside) {
+    if (!start.refusedField.empty()) {
+        return ReadRefused(start);
+    }
+    const RecordType& type = TypeOf(start.type);
+    std::function<bool(const RecordStart&)> isRecord;
+    if (looksInside) {
+        isRecord = [this](const RecordStart& inside) { return IsRecord(inside); };
+    }
+    std::optional<Reading> best;
+    int lines = looksInside ? MOST_LINES : MOST_LINES_INSIDE;
+    const std::vector<std::size_t>& times = text.landmarks.Times();
+    for (auto at = std::lower_bound(times.begin(), times.end(), start.bodyBegin);
+         at != times.end() && lines > 0 && credit.Spend(PER_LINE); ++at) {
+        // A later end can only be better where something fits behind it.
+        if (best && !IsFollowedWell(*at + Landmarks::TIMES_LENGTH, type)) {
+            continue;
+        }
+        const auto line = ReadInformationLine(text.bytes, start, type.line, *at, credit);
+        if (!line) {
+            continue;
+        }
+        --lines;
+        Reading reading{&start, *line, SnapshotMatcher(text, type, *line, credit, isRecord).Match()};
+        reading.proof = ProofOf(reading, type);
+        if (!best || IsBetter(reading, *best, type)) {
+            best = std::move(reading);
+        }
+        if (best->snapshots.isWhole || best->proof == Proof::Snapshots) {
+            break;
+        }
+    }
+    return best;
+}
+
+Reading RecordReader::ReadRefused(const RecordStart& start) const {
+    Reading reading;
+    reading.start = &start;
+    reading.proof = Proof::LineAlone;
+    const std::size_t timesAt = start.bodyBegin + start.refusedValue.size();
+    reading.line.times = text.bytes.substr(timesAt + Landmarks::TIMES_KEY.size(), Landmarks::TIMES_DIGITS);
+    reading.line.end = timesAt + Landmarks::TIMES_LENGTH;
+    reading.snapshots.end = reading.line.end;
+    reading.snapshots.isWhole = true;
+    Cursor next(text.bytes, reading.line.end);
+    next.SkipNewlines();
+    reading.snapshots.isClean = next.Position() == text.bytes.size() || text.landmarks.IsStart(next.Position());
+    return reading;
+}
+
+/// Whether a later end of the line is to be preferred: where it is proven, or where the first one leaves bytes over
+/// that would be no record.
+bool RecordReader::IsBetter(Reading& reading, const Reading& best, const RecordType& type) const {
+    if (reading.proof == Proof::Snapshots) {
+        return true;
+    }
+    const RecordStart* const between = text.landmarks.StartFrom(best.line.end);
+    const bool isOneLine = between == nullptr || between->position >= reading.line.end;
+    reading.line.isInDoubt = true;
+    return isOneLine && !IsFollowedWell(best.line.end, type);
+}
+
+bool RecordReader::IsFollowedWell(std::size_t lineEnd, const RecordType& type) const {
+    Cursor next(text.bytes, lineEnd);
+    next.SkipNewlines();
+    return next.Position() == text.bytes.size() || text.landmarks.IsStart(next.Position()) ||
+           (!type.snapshots.empty() && (next.IsAt("lstat ") || next.IsAt("ret=")));
+}
+
+bool RecordReader::IsRecord(const RecordStart& start) {
+    const auto [known, isNew] = isRecordAt.try_emplace(start.position, false);
+    if (isNew) {
+        const std::optional<Reading> reading = Read(start, /*looksInside=*/false);
+        known->second = reading && ((reading->snapshots.isWhole && reading->snapshots.isClean) ||
+                                    (reading->proof == Proof::Snapshots && IsGlued(start)));
+    }
+    return known->second;
+}
+
+bool RecordReader::IsGlued(const RecordStart& start) const {
+    const std::size_t last = text.bytes.substr(0, start.position).find_last_not_of('\n');
+    return last == std::string_view::npos || text.bytes[last] != ';';
+}
+
+}  // namespace TAVO::FileMigrateOrvane

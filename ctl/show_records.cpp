@@ -1,0 +1,177 @@
+#include "show_records.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <deque>
+#include <optional>
+#include <utility>
+
+#include "access_hint.h"
+#include "record_json.h"
+#include "record_summary.h"
+#include "record_table.h"
+#include "records/record_files.h"
+#include "text.h"
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+constexpr int LOOK_INTERVAL = 200;  // ms
+constexpr std::size_t FORMER_RECORDS = 10;
+constexpr std::size_t OUTPUT_BUFFER = std::size_t{1} << 16U;
+
+enum class Rotated { LeftOut, Included };
+
+std::vector<RecordPath> PathsOf(const RecordsOptions& options, Rotated rotated) {
+    std::vector<RecordPath> paths;
+    for (const std::string& file : options.files) {
+        paths.push_back({file, /*mayBeMissing=*/false, rotated == Rotated::Included});
+    }
+    return paths.empty() ? AllRecordPaths() : paths;
+}
+
+/// Shows the records that are wanted.
+class Output {
+public:
+    explicit Output(const RecordsOptions& wanted) : options(wanted), style{MayColour(STDOUT_FILENO), wanted.isVerbose} {
+        static std::array<char, OUTPUT_BUFFER> buffer;  // used until the end of the program
+        (void)std::setvbuf(stdout, buffer.data(), _IOFBF, buffer.size());
+    }
+
+    void Show(const LocatedRecord& located) {
+        if (options.isSummary) {
+            summary.Add(located.record);
+        } else if (options.isJson) {
+            PrintJsonLine(ToJson(located));
+        } else {
+            Write(RecordInWords(located.record, style));
+        }
+    }
+
+    void ShowSummary() const {
+        if (options.isJson) {
+            PrintJsonLine(summary.ToJson());
+        } else {
+            Write(summary.Text());
+        }
+    }
+
+    /// False when nobody reads any more, or the disk is full.
+    [[nodiscard]] static bool Flush() { return std::fflush(stdout) == 0 && std::ferror(stdout) == 0; }
+
+private:
+    static void Write(const std::string& text) { (void)std::fwrite(text.data(), 1, text.size(), stdout); }
+
+    const RecordsOptions& options;
+    TableStyle style;
+    RecordSummary summary;
+};
+
+std::string InWords(const ReadTrouble& trouble) {
+    if (trouble.errorNumber != 0) {
+        const bool isForbidden = trouble.errorNumber == EACCES || trouble.errorNumber == EPERM;
+        return ErrorText(trouble.errorNumber) + (isForbidden ? ": " + AccessHint(trouble.file) : "");
+    }
+    return "skipped " + std::to_string(trouble.skipped.length) + " bytes at offset " +
+           std::to_string(trouble.skipped.offset) + ": " + Printable(trouble.excerpt) +
+           (trouble.skipped.length > trouble.excerpt.size() ? "..." : "");
+}
+
+/// Tells what could not be read. False when a whole file could not.
+bool TellTroubles(RecordStream& stream) {
+    bool isReadable = true;
+    for (const ReadTrouble& trouble : stream.TakeTroubles()) {
+        isReadable = isReadable && trouble.errorNumber == 0;
+        Complain(Printable(trouble.file), InWords(trouble));
+    }
+    return isReadable;
+}
+
+void TellEmptiness() {
+    std::string files;
+    for (const char* file : RECORD_FILES) {
+        files += std::string("\n  ") + file;
+    }
+    Complain("records", "nothing is recorded; none of these files is there:" + files +
+                            "\nThe daemon makes the files, but not their directories.");
+}
+
+std::optional<LocatedRecord> NextWanted(RecordStream& stream, const RecordFilter& filter) {
+    std::optional<LocatedRecord> next = stream.Next();
+    while (next && !Matches(filter, next->record)) {
+        next = stream.Next();
+    }
+    return next;
+}
+
+ExitStatus WriteFailure() {
+    Complain("records", "standard output cannot be written");
+    return ExitStatus::Failed;
+}
+
+void ShowFormer(RecordStream& stream, Output& output, const RecordFilter& filter) {
+    std::deque<LocatedRecord> former;
+    while (std::optional<LocatedRecord> next = NextWanted(stream, filter)) {
+        former.push_back(std::move(*next));
+        if (former.size() > FORMER_RECORDS) {
+            former.pop_front();
+        }
+    }
+    for (const LocatedRecord& located : former) {
+        output.Show(located);
+    }
+}
+
+/// Until the next look. False when standard output is a pipe without a reader, or a terminal that was closed.
+bool Wait() {
+    pollfd out{STDOUT_FILENO, 0, 0};
+    return poll(&out, 1, LOOK_INTERVAL) <= 0;
+}
+
+}  // namespace
+
+ExitStatus ShowRecords(const RecordsOptions& options) {
+    RecordStream stream(PathsOf(options, Rotated::LeftOut));
+    stream.End();
+    Output output(options);
+    while (const std::optional<LocatedRecord> next = NextWanted(stream, options.filter)) {
+        output.Show(*next);
+    }
+    if (options.isSummary) {
+        output.ShowSummary();
+    }
+    if (!Output::Flush()) {
+        return WriteFailure();
+    }
+    const bool isReadable = TellTroubles(stream);
+    if (isReadable && !stream.HasFiles()) {
+        TellEmptiness();
+    }
+    return isReadable ? ExitStatus::Success : ExitStatus::Failed;
+}
+
+ExitStatus FollowRecords(const RecordsOptions& options) {
+    RecordStream stream(PathsOf(options, Rotated::Included));
+    Output output(options);
+    ShowFormer(stream, output, options.filter);
+    if (TellTroubles(stream) && !stream.HasFiles()) {
+        TellEmptiness();
+    }
+    while (Output::Flush()) {
+        (void)TellTroubles(stream);
+        if (!Wait()) {
+            return ExitStatus::Success;
+        }
+        stream.LookAgain();
+        while (const std::optional<LocatedRecord> next = NextWanted(stream, options.filter)) {
+            output.Show(*next);
+        }
+    }
+    return WriteFailure();
+}
+
+}  // namespace TAVO::FileMigrateOrvane

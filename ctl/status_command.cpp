@@ -1,0 +1,198 @@
+#include "status_command.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <utility>
+
+#include "access_hint.h"
+#include "advice.h"
+#include "answer.h"
+#include "record_json.h"
+#include "record_table.h"
+#include "records/kernel_log_dumps.h"
+#include "records/record_files.h"
+#include "text.h"
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+constexpr int ANSWER_SECONDS = 5;
+
+/// The median time of a few exchanges, in milliseconds. The question cannot fail, so that it leaves no record.
+std::optional<double> ExchangeTime(Client& client, Failure& failure) {
+    using Clock = std::chrono::steady_clock;
+    std::array<double, 5> times{};
+    for (double& time : times) {
+        const Clock::time_point start = Clock::now();
+        if (const YesNo answer = client.IsDir("/"); answer.failure) {
+            failure = answer.failure;
+            return std::nullopt;
+        }
+        time = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+    }
+    std::ranges::sort(times);
+    return times[times.size() / 2];
+}
+
+/// One line: what, and how it is with it.
+std::string Line(const char* what, const std::string& text) {
+    std::string line(what);
+    line.resize(std::max<std::size_t>(line.size(), 14), ' ');
+    return line + text + "\n";
+}
+
+void TellDaemon(const DaemonOptions& daemon, Answer& answer) {
+    const ClientOptions options = daemon.WaitingFor(ANSWER_SECONDS);
+    Client client(options);
+    Failure failure = client.Connect();
+    const std::optional<double> time = failure ? std::nullopt : ExchangeTime(client, failure);
+    const std::string owner = OwnerAndMode(options.socketPath);
+    if (failure) {
+        answer = NoAnswer(failure);
+        answer.hint = Advice(failure.code, options.socketPath);
+        answer.output = Line("daemon", "does not answer");
+    } else {
+        std::array<char, 64> text{};
+        (void)std::snprintf(text.data(), text.size(), "answers within %.2f ms", *time);
+        answer.output = Line("daemon", text.data());
+    }
+    answer.fields["reachable"] = time.has_value();
+    answer.fields["milliseconds"] = time ? Json(*time) : Json();
+    answer.output += Line("socket", Printable(options.socketPath) + (owner.empty() ? "" : " (" + owner + ")"));
+    answer.fields["socket"] = options.socketPath;
+    answer.fields["socket_owner"] = owner;
+}
+
+struct FileSizes {
+    std::uint64_t bytes = 0;
+    int errorNumber = 0;  ///< of the file itself
+    std::size_t rotated = 0;
+};
+
+FileSizes SizesOf(const std::string& path) {
+    FileSizes sizes;
+    const auto add = [&](const std::string& file) {
+        struct stat st {};
+        if (stat(file.c_str(), &st) != 0) {
+            return errno;
+        }
+        sizes.bytes += static_cast<std::uint64_t>(st.st_size);
+        return 0;
+    };
+    sizes.errorNumber = add(path);
+    int unused = 0;
+    for (const std::string& file : RotatedFiles(path, unused)) {
+        (void)add(file);  // one that is gone meanwhile has no size
+        ++sizes.rotated;
+    }
+    return sizes;
+}
+
+/// What is wrong with the place of a record file that is not there.
+std::string Lacking(const std::string& path, int errorNumber) {
+    const std::string directory = std::filesystem::path(path).parent_path();
+    if (errorNumber != ENOENT) {
+        return ErrorText(errorNumber) + ": " + AccessHint(path);
+    }
+    return access(directory.c_str(), F_OK) == 0
+               ? "no records"
+               : "no directory: records are lost until someone does \"mkdir -p " + directory + "\"";
+}
+
+void TellRecordFile(const std::string& path, Answer& answer) {
+    const FileSizes sizes = SizesOf(path);
+    Json object;
+    object["file"] = path;
+    object["bytes"] = sizes.bytes;
+    object["rotated"] = sizes.rotated;
+    object["errno"] = sizes.errorNumber;
+    answer.fields["records"].push_back(std::move(object));
+
+    std::string text = path + ": ";
+    text += sizes.errorNumber == 0 || sizes.rotated > 0 ? HumanSize((sizes.bytes + 1023) / 1024)
+                                                        : Lacking(path, sizes.errorNumber);
+    if (sizes.rotated > 0) {
+        text += " with " + std::to_string(sizes.rotated) + " rotated";
+    }
+    answer.output += Line("records", text);
+}
+
+/// The last record of the files as they are, or with the ones that they were rotated into.
+/// @param err  set when a file cannot be read
+std::optional<Record> LastRecord(bool includesRotated, int& err) {
+    std::vector<RecordPath> paths;
+    for (const char* file : RECORD_FILES) {
+        paths.push_back({file, /*mayBeMissing=*/true, includesRotated});
+    }
+    RecordStream stream(paths);
+    stream.End();
+    std::optional<Record> last;
+    while (std::optional<LocatedRecord> next = stream.Next()) {
+        last = std::move(next->record);
+    }
+    for (const ReadTrouble& trouble : stream.TakeTroubles()) {
+        err = trouble.errorNumber != 0 ? trouble.errorNumber : err;
+    }
+    return last;
+}
+
+void TellLastRecord(Answer& answer) {
+    int err = 0;
+    std::optional<Record> last = LastRecord(/*includesRotated=*/false, err);
+    if (!last) {
+        last = LastRecord(/*includesRotated=*/true, err);
+    }
+    answer.fields["last_record"] = last ? JsonLine(*last) : Json();
+    const std::string text = last       ? RecordInWords(*last, {MayColour(STDOUT_FILENO), /*isVerbose=*/false})
+                             : err == 0 ? "none"
+                                        : "not known: " + ErrorText(err);
+    answer.output += Line("last record", text.substr(0, text.find('\n')));
+}
+
+void TellDumps(Answer& answer) {
+    int err = 0;
+    const std::size_t count = KernelLogDumps(err).size();
+    answer.fields["dumps"] = err == 0 ? Json(count) : Json();
+    answer.output +=
+        Line("dumps", err == 0 ? std::to_string(count) : ErrorText(err) + ": " + AccessHint(DUMP_DIRECTORY));
+}
+
+ExitStatus TellStatus(const DaemonOptions& daemon, bool isJson) {
+    Answer answer;
+    TellDaemon(daemon, answer);
+    answer.fields["records"] = Json::array();
+    for (const char* file : RECORD_FILES) {
+        TellRecordFile(file, answer);
+    }
+    TellLastRecord(answer);
+    TellDumps(answer);
+    Json object;
+    object["command"] = "status";
+    return Tell(answer, "status", std::move(object), isJson);
+}
+
+}  // namespace
+
+void AddStatusCommand(CLI::App& app, const DaemonOptions& daemon, Action& chosen) {
+    CLI::App* parser = app.add_subcommand(
+        "status", "Tell whether the daemon can be reached, how fast it answers and what it recorded.");
+    const auto isJson = std::make_shared<bool>(false);
+    parser->add_flag("--json", *isJson, "tell it as one JSON object");
+    parser->footer("Waits for each answer 5 seconds unless --timeout is given.\n\nExample:\n  orvanectl status");
+    parser->callback(
+        [&daemon, &chosen, isJson] { chosen = [&daemon, isJson] { return TellStatus(daemon, *isJson); }; });
+}
+
+}  // namespace TAVO::FileMigrateOrvane

@@ -1,0 +1,79 @@
+# Completion of orvanectl for bash. Sub-commands and options are those of `orvanectl --help`; a test compares them.
+
+declare -gA _orvanectl_options=(
+    [exists]='--json'
+    [is-dir]='--json'
+    [ls]='--json'
+    [prepare-dir]='--recursive --json'
+    [mkdir]='--recursive --json'
+    [move]='--dry-run --progress --json'
+    [move-children]='--dry-run --progress --json'
+    [copy]='--progress --json'
+    [copy-children]='--progress --json'
+    [copy-comb]='--dry-run --progress --json'
+    [rm]='--keep-going --dry-run --json'
+    [restorecon]='--recursive --from-parent --json'
+    [chown]='--recursive --json'
+    [chmod]='--recursive --json'
+    [existing-path]='--json'
+    [du]='--human-readable --json'
+    [largest]='--human-readable --json'
+    [status]='--json'
+    [records]='--since --until --type --errno --path --verbose --json --summary --follow'
+    [dumps]='--json'
+)
+declare -g _orvanectl_common='--help --socket --timeout'
+
+# The sub-command on the line, and in `operands` how many of its arguments stand before the cursor.
+_orvanectl_parse() {
+    local i line=${COMP_LINE:0:COMP_POINT} words
+    read -r -a words <<<"$line"
+    [[ $line == *' ' ]] || unset 'words[-1]'
+    command='' operands=0
+    for ((i = 1; i < ${#words[@]}; i++)); do
+        case ${words[i]} in
+        --socket | --timeout | --progress | --since | --until | --type | --errno | --path) ((i++)) ;;
+        -*) ;;
+        *) if [[ -z $command ]]; then command=${words[i]}; else ((++operands)); fi ;;
+        esac
+    done
+}
+
+# USER:GROUP; readline completes the part behind the colon alone where a colon ends a word for it.
+_orvanectl_owner() {
+    local owner=${COMP_LINE:0:COMP_POINT} prefix=
+    owner=${owner##* }
+    if [[ $owner == *:* ]]; then
+        [[ $COMP_WORDBREAKS == *:* ]] || prefix=${owner%%:*}:
+        mapfile -t COMPREPLY < <(compgen -P "$prefix" -g -- "${owner#*:}")
+    else
+        mapfile -t COMPREPLY < <(compgen -S : -u -- "$owner")
+        compopt -o nospace 2>/dev/null
+    fi
+}
+
+_orvanectl() {
+    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command operands
+    if [[ $previous == = ]]; then previous=${COMP_WORDS[COMP_CWORD - 2]}; fi
+    if [[ $current == = ]]; then previous=${COMP_WORDS[COMP_CWORD - 1]} current=; fi
+    _orvanectl_parse
+    COMPREPLY=()
+    case $previous in
+    --progress) mapfile -t COMPREPLY < <(compgen -W 'always never' -- "$current") && return ;;
+    --timeout | --since | --until | --type | --errno) return ;;
+    --socket | --path) compopt -o default 2>/dev/null && return ;;
+    esac
+    if [[ $current == -* ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "$_orvanectl_common ${_orvanectl_options[${command:-none}]-}" -- "$current")
+    elif [[ -z $command ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "${!_orvanectl_options[*]}" -- "$current")
+    else
+        case $command:$operands in
+        chown:0 | prepare-dir:0 | copy-comb:0) _orvanectl_owner ;;
+        chmod:0 | prepare-dir:1 | copy-comb:1) ;; # a mode
+        status:* | dumps:*) ;;
+        *) compopt -o default 2>/dev/null ;;
+        esac
+    fi
+}
+complete -F _orvanectl orvanectl

@@ -1,0 +1,17 @@
+#!/bin/bash
+# The completions and the man page have the sub-commands and long options that the tool's help tells, and no others.
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+
+told() {
+    local command
+    for command in $("$1" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]*\) .*/\1/p'); do
+        echo "$command '$("$1" "$command" --help | grep -oP '^  (-.,)?\K--(?!help)[a-z-]+' | paste -sd ' ')'"
+    done
+}
+table=$(told "$1")
+diff <(echo "$table") <(sed -n "s/^    \[\(.*\)\]='/\1 '/p" packaging/completion/orvanectl.bash)
+diff <(echo "$table") <(sed -n "/^takes=(/,/^)/s/^    //p" packaging/completion/_orvanectl)
+for word in $(tr -d \' <<<"$table"); do
+    grep -qE "(^.It Cm|Fl) ${word#-}( |$)" docs/man/orvanectl.1 || { echo "orvanectl.1 lacks $word" && exit 1; }
+done

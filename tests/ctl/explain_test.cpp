@@ -1,0 +1,78 @@
+// What the numbers of a record mean in words, and the causes that it leaves no doubt about.
+#include "explain.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <map>
+#include <sstream>
+#include <tuple>
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+TEST(ExplainTest, NumbersInWords) {
+    StatSnapshot stat{"", 0, 0xfd00, 12, 040750, 1, 0, 1000, 0x103, 4096, 4096, 8};
+    EXPECT_EQ(StatInWords(stat), "drwxr-x--- 0:1000 4096 B 8 blocks ino 12 dev 253:0");
+    stat.mode = 027741;
+    EXPECT_EQ(StatInWords(stat), "crwsr-S--t 0:1000 1:3 8 blocks ino 12 dev 253:0");
+    EXPECT_EQ(InodeFlagsInWords(0x729bdcff).substr(0, 22), "suSDiadAcEjItTeCxFNPVm");
+    EXPECT_EQ(InodeFlagsInWords(0x80080110), "----i---------e------- immutable, extents, 0x80000100");
+    EXPECT_EQ(CapabilityReadings("2001").at(0).names, "cap_chown,41");
+    EXPECT_EQ(CapabilityReadings("111").at(1).names, "cap_chown,cap_mac_override,cap_block_suspend");
+    EXPECT_EQ(CapabilityReadings("2011").size(), 1U) << "the other has what no system has";
+    EXPECT_TRUE(CapabilityReadings("1000000001").empty()) << "no half has leading zeros";
+}
+
+/// From /a/s to /b/d, with snapshots of objects: "d/a" is a directory, "f" a file, "o" one of user 8, "l" a link, "p" a
+/// pipe, "t" a sticky directory of user 5, "x" nothing; with "!" immutable, with "+" append-only.
+/// "=DIGITS" is the daemon, as user 9, with these capabilities.
+Record Failed(const std::string& type, int error, const std::string& words) {
+    const std::map<char, std::uint32_t> modes = {{'d', 040755}, {'l', 0120777}, {'p', 010644}, {'t', 041777}};
+    Record record;
+    record.type = type;
+    record.errorNumber = error;
+    record.src = "/a/s";
+    record.dst = type == "MOVE" || type == "COPY" ? "/b/d" : "";
+    std::istringstream stream(words);
+    for (std::string word; stream >> word;) {
+        if (word[0] == '=') {
+            record.snapshots.emplace_back(ProcessSnapshot{0, 9, 9, word.substr(1), "00", "00"});
+            continue;
+        }
+        const std::string path = word.substr(word.find('/'));
+        const char kind = word[0];
+        const std::uint32_t mode = modes.count(kind) != 0 ? modes.at(kind) : 0100644;
+        const std::uint32_t uid = kind == 'o' ? 8 : kind == 't' ? 5 : 0;
+        const std::uint32_t flags = word[1] == '!' ? 0x10 : word[1] == '+' ? 0x20 : 0;
+        const int missing = kind == 'x' ? ENOENT : 0;
+        const StatSnapshot stat{path, missing, 1, path.size(), mode, 1, uid};
+        const AttributeSnapshot label{path, missing, missing == 0 ? "security.selinux" : "", "u:" + path};
+        record.snapshots.insert(record.snapshots.end(), {stat, label, FlagsSnapshot{path, "", missing, flags}});
+    }
+    return record;
+}
+
+TEST(ExplainTest, TheCauseIsToldWhereItIsCertain) {
+    const std::vector<std::tuple<std::string, int, std::string, std::string>> rows = {
+        {"MOVE", EPERM, "f!/a/s f/b/d d/a d/b", "the source /a/s has the immutable flag"},
+        {"MOVE", EPERM, "f/a/s x/b/d d+/a d/b", "the source's parent directory /a has the append-only flag"},
+        {"MOVE", EPERM, "l!/a/s x/b/d d/a d+/b", ""},
+        {"COPY", EPERM, "f!/a/s x/b/d d!/b", "the destination's parent directory /b has the immutable flag"},
+        {"CHOWN", EPERM, "f/a/s =10", "the daemon does not have cap_chown, and does not own /a/s"},
+        {"MOVE", ENOENT, "f/a/s x/b/d d/a x/b", "the destination's parent directory /b does not exist"},
+        {"MOVE", ENOENT, "x/a/s x/b/d d/a d/b", "the source /a/s does not exist"},
+        {"MOVE", ENOTDIR, "f/a/s x/b/d d/a f/b", "the destination's parent directory /b is a regular file"},
+        {"COPY", EINVAL, "p/a/s x/b/d d/b", "the source /a/s is a pipe: only files and directories are copied"},
+        {"COPY", EACCES, "f/a/s o/b/d t/b =00",
+         "fs.protected_regular: the destination /b/d is another user's file in a sticky directory"},
+        {"COPY", EACCES, "f/a/s x/b/d d/b =1ffffffffff",
+         "denied by a security module, or by the file system's server; labels: /a/s u:/a/s, /b u:/b"},
+    };
+    for (const auto& [type, error, snapshots, cause] : rows) {
+        EXPECT_EQ(LikelyCause(Failed(type, error, snapshots)), cause) << type << " " << snapshots;
+    }
+}
+
+}  // namespace
+}  // namespace TAVO::FileMigrateOrvane

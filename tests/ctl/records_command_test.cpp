@@ -1,0 +1,120 @@
+// What a person and a script get to see of record files and kernel-log dumps, from the tool itself.
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <thread>
+
+#include "daemon_test.h"
+#include "run_tool.h"
+
+namespace TAVO::FileMigrateOrvane::Testing {
+namespace {
+
+using nlohmann::json;
+using RecordsCommand = DaemonTest;
+
+std::string Line(const std::string& type, const std::string& src, int errNo, const std::string& time) {
+    return "type:" + type + ",src:" + src + ",dst:,user:,group:,perm:,recurseOpt:,errno:" + std::to_string(errNo) +
+           ",times:20261121" + time + ";";
+}
+
+void Append(const std::string& path, const std::string& text) {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    std::ofstream(path, std::ios::app | std::ios::binary) << text;
+}
+
+/// The numbers of the objects "/data/.../n7" in a text, in order.
+std::string Numbers(const std::string& text) {
+    static const std::regex name("/n([0-9]+)");
+    std::string numbers;
+    for (std::sregex_iterator found(text.begin(), text.end(), name), end; found != end; ++found) {
+        numbers += found->str(1) + " ";
+    }
+    return numbers;
+}
+
+TEST_F(RecordsCommand, ShowsTheOnesThatAreWanted) {
+    const std::string file = tree->Path("r.txt");
+    Append(file, Line("ISDIR", "/data/app/n1", 2, "101530") + Line("GETUIDGID", "/data/app2/n2", 13, "101531"));
+    Append(file, Line("ISDIR", "/data/app/x/n3", 13, "235959"));
+    Append(file, "type:MOVE,src:/n4,dst:/data/app,user:,group:,perm:,recurseOpt:,errno:18,times:20261122000000;");
+    const auto shown = [&](const std::string& words) { return Numbers(RunTool("records " + file + " " + words).out); };
+    EXPECT_EQ(shown("--since '2026-11-21 10:15:31' --until 2026-11-21"), "2 3 ");
+    EXPECT_EQ(shown("--since 20261121101531 --until 2026-11-21T10:15"), "2 ");
+    EXPECT_EQ(shown("--type isdir --errno eacces"), "3 ");
+    EXPECT_EQ(shown("--path /data/app"), "1 3 4 ");
+    EXPECT_EQ(shown("--path /data/app/x/ --json"), "3 ");
+    EXPECT_EQ(shown("- <" + file), "1 1 2 2 3 3 4 4 ");
+    for (const std::string words : {"--since 2026-02-30", "--until today", "--errno EWHAT", "-f -", "-f --summary"}) {
+        EXPECT_EQ(RunTool("records " + words).status, 2) << words;
+    }
+}
+
+TEST_F(RecordsCommand, NoByteOfARecordReachesTheTerminalAsItIs) {
+    const std::string file = tree->File("r.txt", "junk\x1b" + Line("ISDIR", "/data/\x1b[31m\xff\n→\\", 2, "101530"));
+    const Finished table = RunTool("records -v " + file, "LC_ALL=C.UTF-8");
+    EXPECT_EQ(table.out.substr(0, 32), "2026-11-21 10:15:30  ENOENT     ");
+    EXPECT_NE(table.out.find("/data/\\x1b[31m\\xff\\x0a→\\\\\n"), table.out.npos) << table.out;
+    EXPECT_EQ(table.err, "orvanectl: " + file + ": skipped 5 bytes at offset 0: junk\\x1b\n");
+    EXPECT_EQ(json::parse(RunTool("records --json " + file).out)["src_hex"], "2f646174612f1b5b33316dff0ae286925c");
+    Append(file, "type:MOVE,src:/a,dst:/b,user:,group:,perm:,recurseOpt:,errno:1,times:20261121101530;");
+    EXPECT_NE(RunTool("records " + file, "LC_ALL=C.UTF-8").out.find("/a → /b\n"), std::string::npos);
+    EXPECT_NE(RunTool("records " + file, "LC_ALL=C").out.find("/a -> /b\n"), std::string::npos);
+}
+
+TEST_F(RecordsCommand, ReadsAllFilesInTheOrderOfTime) {
+    EXPECT_NE(RunTool("records").err.find("nothing is recorded"), std::string::npos);
+    const std::string rotated = std::regex_replace(AB_FILE, std::regex("\\.txt"), "_2026112110153");
+    Append(BI_FILE_OLD, Line("ISDIR", "/data/n3", 2, "101533"));
+    Append(BI_FILE, Line("ISDIR", "/data/n1", 2, "101531") + Line("ISDIR", "/data/n4", 2, "101530"));
+    Append(rotated + "2.txt", Line("ISDIR", "/data/n2", 2, "101532"));
+    Append(rotated + "1.txt", Line("ISDIR", "/data/n0", 2, "101530"));
+    Append(AB_FILE, Line("ISDIR", "/data/n5", 13, "101534"));
+    EXPECT_EQ(Numbers(RunTool("records").out), "0 1 4 2 3 5 ");
+    const Finished summary = RunTool("records --summary");
+    EXPECT_TRUE(std::regex_search(summary.out, std::regex(" 5 .* ENOENT +[^\n]*\n +1 .* EACCES"))) << summary.out;
+    std::filesystem::permissions(AB_FILE, std::filesystem::perms::owner_read);
+    const Finished other = RunTool("records", "setpriv --reuid 65534 --clear-groups");
+    EXPECT_EQ(Numbers(other.out), "0 1 4 2 3 ");
+    EXPECT_TRUE(other.status == 1 && other.err.find("run this as root") != other.err.npos) << other.err;
+}
+
+TEST_F(RecordsCommand, FollowsAWriterAcrossRotations) {
+    const std::string file = tree->File("r.txt", "");
+    std::thread writer([&] {
+        for (int i = 1; i <= 300; ++i) {
+            const std::string line = Line("ISDIR", "/data/n" + std::to_string(i), 2, "101530");
+            if (i % 25 == 0) {
+                std::filesystem::rename(file, tree->Path("r_202611211015" + std::to_string(10 + i / 25) + ".txt"));
+            }
+            Append(file, line.substr(0, i % 50 == 3 ? 20 : 200));
+            std::this_thread::sleep_for(std::chrono::milliseconds(i % 10 == 3 ? 30 : 0));
+            Append(file, i % 50 == 3 ? line.substr(20) : "");
+        }
+    });
+    // It ends with its reader. How much was there at its start, of which it shows the last ten, is a matter of luck.
+    const std::string shown = Numbers(RunTool("records -f " + file + " | sed '/n300 *$/q'", "timeout 60").out);
+    writer.join();
+    std::string expected;
+    for (int i = shown.empty() ? 1 : std::stoi(shown); i <= 300; ++i) {
+        expected += std::to_string(i) + " ";
+    }
+    EXPECT_EQ(shown, expected);
+}
+
+TEST_F(RecordsCommand, AFailureOfTheDaemonWithItsCauseAndItsDump) {
+    tree->MakeImmutable(tree->File("a"));
+    EXPECT_EQ(Call({.cmd = Command::MoveAll, .src = tree->Path("a"), .dst = tree->Path("b")}).result, -1);
+    EXPECT_TRUE(std::regex_search(RunTool("records -v").out, std::regex("likely cause: .*immutable")));
+    const std::string time = json::parse(RunTool("records --json").out)["time"];
+    const std::string name = "MOVE@" + std::regex_replace(time, std::regex("[-T:]"), "");
+    Append(KMSG_DIR + ("/" + name), "denied \x1b[2J\n");
+    EXPECT_NE(RunTool("dumps").out.find(" EPERM  rename  " + tree->Path("a")), std::string::npos);
+    EXPECT_NE(RunTool("dumps " + name).out.find("denied \\x1b[2J\n"), std::string::npos);
+    EXPECT_EQ(json::parse(RunTool("dumps --json " + name).out)["record"]["src"], tree->Path("a"));
+    EXPECT_NE(RunTool("dumps MOVE").err.find("these are there:\n  " + name), std::string::npos);
+}
+
+}  // namespace
+}  // namespace TAVO::FileMigrateOrvane::Testing

@@ -1,0 +1,27 @@
+// orvanectl as a person calls it from a shell. One thread.
+#pragma once
+
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "scratch_tree.h"
+
+namespace TAVO::FileMigrateOrvane::Testing {
+
+struct Finished {
+    int status;
+    std::string out, err;
+};
+
+/// @param prefix  what stands before its name: a command that runs it
+inline Finished RunTool(const std::string& words, const std::string& prefix = "") {
+    const ScratchTree files;
+    const std::string out = files.Path("out"), err = files.Path("err");
+    const std::string call = prefix + " " ORVANECTL_PATH " " + words + " >" + out + " 2>" + err;
+    const int status = std::system(call.c_str());  // NOLINT(cert-env33-c,concurrency-mt-unsafe): a shell is wanted.
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(out), ReadFile(err)};
+}
+
+}  // namespace TAVO::FileMigrateOrvane::Testing
