@@ -1,11 +1,7 @@
 #include "copy.h"
 
 #include <cerrno>
-#include <filesystem>
-#include <new>
-#include <system_error>
 
-#include "directory_stream.h"
 #include "error_record.h"
 #include "log.h"
 #include "prepare_dir.h"
@@ -13,71 +9,130 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-/// The error-code form of copy still throws: when memory runs out, and when reading a directory fails half-way.
-std::error_code CopyAll(const std::string& src, const std::string& dst) {
-    constexpr auto options = std::filesystem::copy_options::overwrite_existing |
-                             std::filesystem::copy_options::recursive | std::filesystem::copy_options::skip_symlinks;
-    std::error_code ec;
-    try {
-        std::filesystem::copy(src, dst, options, ec);
-    } catch (const std::filesystem::filesystem_error& failure) {
-        ec = failure.code();
-    } catch (const std::bad_alloc&) {
-        ec = std::make_error_code(std::errc::not_enough_memory);
-    }
-    return ec;
+[[gnu::noinline]] void CopyFailed(const std::string& src, const std::string& dst, int err, int recordKind) {
+    LogError({"copy %{public}s to %{public}s failed, errno=%{public}d", "DoCopy"}, src, dst, err);
+    RecordCopyErr(src, dst, err, recordKind);
 }
 
-/// @param dst  path of the destination; grown and shrunk like the entry's own
-int TryCopyEntry(const Entry& src, std::string& dst, int& err, int recordKind);
-
-int TryCopyChild(const Entry& src, std::string& dst, int& err, int recordKind) {
-    if (src.type == DT_DIR && DoMkDir(dst, err, recordKind) != 0) {
-        return -1;
-    }
-    return TryCopyEntry(src, dst, err, recordKind);
+/// @param path  of the directory that could not be opened or read, on whichever side
+[[gnu::noinline]] int OpenFailed(const std::string& path, int error, int& err, int recordKind) {
+    err = error;
+    LogError({"open dir %{public}s failed, errno %{public}d", "TryCopy"}, path, err);
+    RecordNormalErr("OPEN_TRYCOPY", path, err, recordKind);
+    return -1;
 }
 
-int TryCopyEntry(const Entry& src, std::string& dst, int& err, int recordKind) {
+[[gnu::noinline]] int TryCopyFile(const Entry& src, const Entry& dst, const CopyTask& task, int& err, int recordKind) {
+    CopyTask fileTask{.isOwnerToChange = task.isOwnerToChange};
+    return DoCopy(src, dst, fileTask, err, recordKind) == CopyOutcome::Done ? 0 : -1;
+}
+
+int TryCopyDirectory(const Entry& src, const Entry& dst, CopyTask& task, int& err, int recordKind);
+
+int TryCopyChild(const Entry& src, const Entry& dst, CopyTask& task, int& err, int recordKind) {
+    if (src.type != DT_DIR) {
+        return TryCopyFile(src, dst, task, err, recordKind);
+    }
+    return DoMkDir(dst, err, recordKind) == 0 ? TryCopyDirectory(src, dst, task, err, recordKind) : -1;
+}
+
+/// @param into  the open destination
+int TryCopyContents(DirectoryStream& from, const Entry& src, const UniqueFd& into, const Entry& dst, CopyTask& task,
+                    int& err, int recordKind) {
+    int result = 0;
+    VisitFilesAndDirectories(from, src.path, into, dst.path, task.skipped,
+                             [&](const Entry& srcChild, const Entry& dstChild) {
+                                 if (TryCopyChild(srcChild, dstChild, task, err, recordKind) != 0) {
+                                     result = -1;
+                                 }
+                             });
+    return from.ReadError() == 0 ? result : OpenFailed(src.path, from.ReadError(), err, recordKind);
+}
+
+/// A directory below those of the request.
+int TryCopyDirectory(const Entry& src, const Entry& dst, CopyTask& task, int& err, int recordKind) {
+    DirectoryStream from = DirectoryStream::Open(src);
+    if (!from) {
+        return OpenFailed(src.path, errno, err, recordKind);
+    }
+    const UniqueFd into = OpenDirectory(dst, O_NOFOLLOW);
+    if (!into) {
+        return OpenFailed(dst.path, errno, err, recordKind);
+    }
+    return TryCopyContents(from, src, into, dst, task, err, recordKind);
+}
+
+/// The paths of a request. A destination that is open already is kept: its descriptor is as old as the copy.
+int TryCopyRequest(const Entry& src, const Entry& dst, CopyTask& task, int& err, int recordKind) {
+    task.skipped = 0;
     if (!TakeForDirectory(src, err)) {
-        return DoCopy(src.path, dst, err, recordKind);
+        return DoCopy(src, dst, task, err, recordKind) == CopyOutcome::Done ? 0 : -1;
     }
-    DirectoryStream stream = DirectoryStream::Open(src);
-    if (!stream) {
-        err = errno;
-        LogError({"open dir %{public}s failed, errno %{public}d", "TryCopy"}, src.path, err);
-        RecordNormalErr("OPEN_TRYCOPY", src.path, err, recordKind);
-        return -1;
+    DirectoryStream from = DirectoryStream::Open(src);
+    if (!from) {
+        return OpenFailed(src.path, errno, err, recordKind);
     }
-    return VisitFilesAndDirectories(stream, src.path, dst,
-                                    [&](const Entry& child) { return TryCopyChild(child, dst, err, recordKind); });
+    if (!task.destination) {
+        task.destination = OpenDestination(dst, task);
+    }
+    return TryCopyContents(from, src, task.destination, dst, task, err, recordKind);
 }
 
 }  // namespace
 
-int DoCopy(const std::string& src, const std::string& dst, int& err, int recordKind) {
-    const std::error_code ec = CopyAll(src, dst);
-    if (ec) {
-        err = ec.value();
-        LogError("copy %{public}s to %{public}s failed, errno=%{public}d", src, dst, err);
-        RecordCopyErr(src, dst, err, recordKind);
-        return -1;
+CopyOutcome DoCopy(const Entry& src, const Entry& dst, CopyTask& task, int& err, int recordKind) {
+    const CopyOutcome outcome = CopyStrictly(src, dst, task, err);
+    if (outcome != CopyOutcome::Done) {
+        CopyFailed(src.path, dst.path, err, recordKind);
     }
-    return 0;
+    return outcome;
+}
+
+int DoCopy(const std::string& src, const std::string& dst, int& err, int recordKind) {
+    std::string srcText = src;
+    std::string dstText = dst;
+    CopyTask task;
+    return DoCopy(TopEntry(src, srcText), TopEntry(dst, dstText), task, err, recordKind) == CopyOutcome::Done ? 0 : -1;
+}
+
+CopyOutcome CopyRequest(const std::string& src, const std::string& dst, CopyTask& task, int& err, int recordKind) {
+    std::string srcText = src;
+    std::string dstText = dst;
+    const Entry from = TopEntry(src, srcText);
+    const Entry to = TopEntry(dst, dstText);
+    const CopyOutcome outcome = DoCopy(from, to, task, err, recordKind);
+    if (outcome != CopyOutcome::Failed) {
+        return outcome;
+    }
+    LogError({"orig copy meet err, try skip err", "Copy"});
+    return TryCopyRequest(from, to, task, err, recordKind) == 0 ? CopyOutcome::Done : CopyOutcome::Failed;
 }
 
 int Copy(const std::string& src, const std::string& dst, int& err, int recordKind) {
-    if (DoCopy(src, dst, err, recordKind) == 0) {
-        return 0;
-    }
-    LogError("orig copy meet err, try skip err");
-    return TryCopy(src, dst, err, recordKind);
+    CopyTask task;
+    return CopyRequest(src, dst, task, err, recordKind) == CopyOutcome::Done ? 0 : -1;
+}
+
+int CopyChild(const std::string& src, const std::string& dst, int& err, int recordKind) {
+    CopyTask task{.isBelowRequest = true};
+    return CopyRequest(src, dst, task, err, recordKind) == CopyOutcome::Done ? 0 : -1;
 }
 
 int TryCopy(const std::string& src, const std::string& dst, int& err, int recordKind) {
     std::string srcText = src;
     std::string dstText = dst;
-    return TryCopyEntry(TopEntry(src, srcText), dstText, err, recordKind);
+    CopyTask task;
+    return TryCopyRequest(TopEntry(src, srcText), TopEntry(dst, dstText), task, err, recordKind);
+}
+
+int RefuseOntoItself(const std::string& src, const std::string& dst, int& err, int recordKind) {
+    const int error = FindOntoItself(src, dst);
+    if (error == 0) {
+        return 0;
+    }
+    err = error;
+    CopyFailed(src, dst, err, recordKind);
+    return -1;
 }
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -1,8 +1,10 @@
 #include "copy_comb.h"
 
-#include <sys/stat.h>
+#include <fcntl.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <string>
 
 #include "copy.h"
 #include "directory_stream.h"
@@ -15,49 +17,64 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-/// Copies one file and gives it its mode, then its owner. A change of owner clears set-id bits, so a mode that
-/// has them is applied once more.
-int CopyFile(const std::string& src, const std::string& dst, const PermPara& perm, int& err, int recordKind) {
-    if (DoCopy(src, dst, err, recordKind) != 0 || DoChMod(dst, perm.mode, err, recordKind) != 0 ||
-        DoChOwn(dst, perm.uid, perm.gid, err, recordKind) != 0) {
+/// Copies one file and gives the very file that was filled its mode and owner. Then the source goes, copied or not;
+/// it stays only where the request names one object twice.
+[[gnu::noinline]] int CopyCombFile(const Entry& src, const Entry& dst, const PermPara& perm, int& err, int recordKind) {
+    CopyTask task{.isOwnerToChange = true};
+    const CopyOutcome outcome = DoCopy(src, dst, task, err, recordKind);
+    if (outcome == CopyOutcome::OntoItself) {
         return -1;
     }
-    const bool hasSetId = (perm.mode & (S_ISUID | S_ISGID)) != 0;
-    return hasSetId ? DoChMod(dst, perm.mode, err, recordKind) : 0;
+    const int copied =
+        outcome == CopyOutcome::Done ? SetModeAndOwner(task.destination, dst.path, perm, err, recordKind) : -1;
+    return DoUnlink(src.dirFd, src.name, src.path, err, recordKind) == 0 ? copied : -1;
 }
 
-int CopyCombEntry(const Entry& src, std::string& dst, const PermPara& perm, int& err, int recordKind);
+[[gnu::noinline]] int OpenFailed(const std::string& path, int& err, int recordKind) {
+    err = errno;
+    LogError({"open dir %{public}s failed, errno %{public}d", "CopyCombRecurse"}, path, err);
+    RecordNormalErr("OPEN_COPYCOMBRECURSE", path, err, recordKind);
+    return -1;
+}
+
+int CopyCombDirectory(const Entry& src, const Entry& dst, int noFollow, const PermPara& perm, int& err, int recordKind);
 
 /// A child of a directory: a subdirectory is prepared before it is entered.
-int CopyCombChild(const Entry& src, std::string& dst, const PermPara& perm, int& err, int recordKind) {
-    if (src.type == DT_DIR && DoPrepareDir({dst, perm.uid, perm.gid, perm.mode, 0}, err, recordKind) != 0) {
-        return -1;
+int CopyCombChild(const Entry& src, const Entry& dst, const PermPara& perm, int& err, int recordKind) {
+    if (src.type != DT_DIR) {
+        return CopyCombFile(src, dst, perm, err, recordKind);
     }
-    return CopyCombEntry(src, dst, perm, err, recordKind);
+    return DoPrepareDir(dst, perm, err, recordKind) == 0
+               ? CopyCombDirectory(src, dst, O_NOFOLLOW, perm, err, recordKind)
+               : -1;
 }
 
-int CopyCombDirectory(const Entry& src, std::string& dst, const PermPara& perm, int& err, int recordKind) {
-    DirectoryStream stream = DirectoryStream::Open(src);
-    if (!stream) {
-        err = errno;
-        LogError({"open dir %{public}s failed, errno %{public}d", "CopyCombRecurse"}, src.path, err);
-        RecordNormalErr("OPEN_COPYCOMBRECURSE", src.path, err, recordKind);
-        return -1;
+/// @param noFollow  O_NOFOLLOW, or 0 where the destination is a request's path
+int CopyCombDirectory(const Entry& src, const Entry& dst, int noFollow, const PermPara& perm, int& err,
+                      int recordKind) {
+    DirectoryStream from = DirectoryStream::Open(src);
+    if (!from) {
+        return OpenFailed(src.path, err, recordKind);
     }
-    const int result = VisitFilesAndDirectories(
-        stream, src.path, dst, [&](const Entry& child) { return CopyCombChild(child, dst, perm, err, recordKind); });
-    stream.Close();
+    const UniqueFd into = OpenDirectory(dst, noFollow);
+    if (!into && noFollow != 0) {
+        return OpenFailed(dst.path, err, recordKind);
+    }
+    int result = 0;
+    std::size_t skipped = 0;
+    VisitFilesAndDirectories(from, src.path, into, dst.path, skipped,
+                             [&](const Entry& srcChild, const Entry& dstChild) {
+                                 if (CopyCombChild(srcChild, dstChild, perm, err, recordKind) != 0) {
+                                     result = -1;
+                                 }
+                             });
+    if (from.ReadError() != 0) {
+        errno = from.ReadError();
+        return OpenFailed(src.path, err, recordKind);  // what was not read was not tried either
+    }
+    from.Close();
     // Always, with whatever is still in it.
-    return Remove(src.path, err, recordKind) == 0 ? result : -1;
-}
-
-int CopyCombEntry(const Entry& src, std::string& dst, const PermPara& perm, int& err, int recordKind) {
-    if (TakeForDirectory(src, err)) {
-        return CopyCombDirectory(src, dst, perm, err, recordKind);
-    }
-    const int copied = CopyFile(src.path, dst, perm, err, recordKind);
-    // Always, copied or not.
-    return DoUnlink(src.dirFd, src.name, src.path, err, recordKind) == 0 ? copied : -1;
+    return DoRemove(src, err, recordKind) == 0 ? result : -1;
 }
 
 }  // namespace
@@ -65,7 +82,14 @@ int CopyCombEntry(const Entry& src, std::string& dst, const PermPara& perm, int&
 int CopyCombRecurse(const std::string& src, const std::string& dst, const PermPara& perm, int& err, int recordKind) {
     std::string srcText = src;
     std::string dstText = dst;
-    return CopyCombEntry(TopEntry(src, srcText), dstText, perm, err, recordKind);
+    const Entry from = TopEntry(src, srcText);
+    const Entry to = TopEntry(dst, dstText);
+    if (!TakeForDirectory(from, err)) {
+        return CopyCombFile(from, to, perm, err, recordKind);
+    }
+    return RefuseOntoItself(src, dst, err, recordKind) == 0
+               ? CopyCombDirectory(from, to, /*noFollow=*/0, perm, err, recordKind)
+               : -1;
 }
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -9,7 +9,8 @@
 namespace TAVO::FileMigrateOrvane {
 
 /// Carries a file or a tree to `dst` and removes the source as it goes, copied or not: a file is unlinked and a
-/// directory removed also where copies failed. Only regular files and directories are carried. For a directory
+/// directory removed also where copies failed. Only a request that names one object twice, or a destination inside its
+/// source, is refused and keeps it (EEXIST, EINVAL). Only regular files and directories are carried. For a directory
 /// `dst` must exist; directories below are created. A set-id bit of the mode is given to files too.
 /// @return 0, or -1 if any step failed
 [[nodiscard]] int CopyCombRecurse(const std::string& src, const std::string& dst, const PermPara& perm, int& err,

@@ -1,10 +1,10 @@
 #include "directory_stream.h"
 
+#include <cerrno>
 #include <cstring>
 
 #include "path_helpers.h"
 #include "record_file.h"
-#include "unique_fd.h"
 
 namespace TAVO::FileMigrateOrvane {
 namespace {
@@ -48,11 +48,23 @@ DirectoryStream DirectoryStream::OpenFollowing(const std::string& path) {
 
 const dirent* DirectoryStream::Next() {
     while (true) {
+        errno = 0;
         const dirent* entry = readdir(stream.get());  // NOLINT(concurrency-mt-unsafe): one thread has the stream
+        if (entry == nullptr) {
+            readError = errno;
+        }
         if (entry == nullptr || !IsSelfOrParent(entry->d_name)) {
             return entry;
         }
     }
+}
+
+UniqueFd OpenDirectory(const Entry& entry, int noFollow) {
+    UniqueFd directory(openat(entry.dirFd, entry.name, OPEN_FLAGS | noFollow));
+    if (!directory && (errno == EACCES || errno == ENOTDIR)) {
+        directory = UniqueFd(openat(entry.dirFd, entry.name, O_PATH | O_CLOEXEC | noFollow));
+    }
+    return directory;
 }
 
 }  // namespace TAVO::FileMigrateOrvane

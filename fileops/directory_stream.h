@@ -1,6 +1,7 @@
 // Walking directories by descriptor. Below the path that a request names nothing is followed: an entry is acted
 // on relative to the open directory that lists it, and the path's text serves messages, records and labels only.
-// A walk holds one stream, so one descriptor, per level. Each object belongs to one thread.
+// A walk holds one stream, so one descriptor, per level; one that copies a second one, of the destination. Each object
+// belongs to one thread.
 //
 // A walk recurses once per level, and a hostile tree may be as deep as the descriptors allow. What a walk does not
 // need in its own frame, above all its failures with their log lines, stands in functions that are not inlined.
@@ -11,6 +12,8 @@
 
 #include <memory>
 #include <string>
+
+#include "unique_fd.h"
 
 namespace TAVO::FileMigrateOrvane {
 
@@ -46,9 +49,11 @@ public:
     [[nodiscard]] int Fd() const { return dirfd(stream.get()); }
     void Close() { stream.reset(); }
 
-    /// The next entry but "." and "..", or null at the end. An error while reading counts as the end. The
-    /// result is good until the next call.
+    /// The next entry but "." and "..", or null at the end. An error while reading counts as the end, and is kept for
+    /// ReadError(). The result is good until the next call.
     [[nodiscard]] const dirent* Next();
+    /// Why the end that Next() told was none; 0 if it was.
+    [[nodiscard]] int ReadError() const { return readError; }
 
     /// What Next() gave, as an entry. @param path its text, already that of the child (see ChildPath)
     [[nodiscard]] Entry Child(const dirent& child, std::string& path) const {
@@ -62,7 +67,21 @@ private:
     explicit DirectoryStream(int fd);
 
     std::unique_ptr<DIR, Closer> stream;
+    int readError = 0;
 };
+
+/// Opens a directory to act on names in it, which needs no permission to read it. Also opens what is no directory:
+/// acting on a name in that fails with ENOTDIR.
+/// @param noFollow  O_NOFOLLOW, or 0 where the name is a request's path
+[[nodiscard]] UniqueFd OpenDirectory(const Entry& entry, int noFollow);
+
+/// The entry `name` in a directory of a walk's destination.
+/// @param directory  none only for the path of a request at which nothing can be opened: acting on the entry then fails
+///                   as its path says
+/// @param path       the text of the entry's own path
+[[nodiscard]] inline Entry ChildOf(const UniqueFd& directory, const char* name, std::string& path) {
+    return directory ? Entry{directory.Get(), name, DT_UNKNOWN, path} : Entry{AT_FDCWD, path.c_str(), DT_UNKNOWN, path};
+}
 
 /// Makes a path's text that of a child, parent + "/" + name, for the length of a scope.
 class ChildPath {
@@ -80,23 +99,21 @@ private:
     const std::size_t parentLength;
 };
 
-/// Calls `visit` with each regular file and each directory that a source directory lists, while both paths' texts are
-/// those of the child. Entries of other types, and those whose type their file system does not tell, are left out.
-/// @return 0, or -1 if any visit did not return 0; all are made
+/// Calls `visit` with each regular file and each directory that a source directory lists, and with its place in the
+/// destination, while both paths' texts are those of the child. Entries of other types, and those whose type their file
+/// system does not tell, are left out and counted. Ends as Next() does.
 template <class Visit>
-int VisitFilesAndDirectories(DirectoryStream& source, std::string& srcPath, std::string& dstPath, Visit visit) {
-    int result = 0;
+void VisitFilesAndDirectories(DirectoryStream& source, std::string& srcPath, const UniqueFd& target,
+                              std::string& dstPath, std::size_t& skipped, Visit visit) {
     while (const dirent* child = source.Next()) {
         if (child->d_type != DT_REG && child->d_type != DT_DIR) {
+            ++skipped;
             continue;
         }
         const ChildPath joinedSrc(srcPath, child->d_name);
         const ChildPath joinedDst(dstPath, child->d_name);
-        if (visit(source.Child(*child, srcPath)) != 0) {
-            result = -1;
-        }
+        visit(source.Child(*child, srcPath), ChildOf(target, child->d_name, dstPath));
     }
-    return result;
 }
 
 }  // namespace TAVO::FileMigrateOrvane

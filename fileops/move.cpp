@@ -1,6 +1,8 @@
 #include "move.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -27,15 +29,63 @@ int GetUidGid(const std::string& path, uid_t& uid, gid_t& gid, int& err, int rec
     return 0;
 }
 
-int MoveByCopy(const std::string& src, const std::string& dst, int& err, int recordKind) {
+int ChOwnCopy(const std::string& dst, const CopyTask& task, uid_t uid, gid_t gid, int& err, int recordKind) {
+    return !task.destination || task.isByName ? DoChOwnRecurse(dst, uid, gid, err, recordKind)
+                                              : DoChOwnRecurse(task.destination, dst, uid, gid, err, recordKind);
+}
+
+/// Whether the copy has been written to its disk. The descriptor is as old as the copy: what went wrong in writing back
+/// since then shows here. One that is open for names only does not serve.
+bool IsSynced(const std::string& dst, const UniqueFd& destination) {
+    if (syncfs(destination.Get()) == 0) {
+        return true;
+    }
+    if (errno != EBADF) {
+        return false;
+    }
+    const UniqueFd again(open(dst.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    return again && syncfs(again.Get()) == 0;
+}
+
+/// So that a power cut finds the copy when the source is gone.
+int Flush(const std::string& src, const std::string& dst, const CopyTask& task, int& err, int recordKind) {
+    if (!task.destination || IsSynced(dst, task.destination)) {
+        return 0;
+    }
+    err = errno;
+    LogError({"flush %{public}s failed, errno=%{public}d", "MoveByCopy"}, dst, err);
+    RecordCopyErr(src, dst, err, recordKind);
+    return -1;
+}
+
+int MoveByCopy(const std::string& src, const std::string& dst, CopyTask& task, int& err, int recordKind) {
     uid_t uid = 0;
     gid_t gid = 0;
-    if (Copy(src, dst, err, recordKind) != 0 || GetUidGid(src, uid, gid, err, recordKind) != 0 ||
-        DoChOwnRecurse(dst, uid, gid, err, recordKind) != 0 || Remove(src, err, recordKind) != 0) {
+    if (CopyRequest(src, dst, task, err, recordKind) != CopyOutcome::Done ||
+        GetUidGid(src, uid, gid, err, recordKind) != 0 || ChOwnCopy(dst, task, uid, gid, err, recordKind) != 0) {
+        return -1;
+    }
+    if (task.skipped != 0) {
+        LogWarn("%{public}lu links or special files of %{public}s are not copied, and removed with it", task.skipped,
+                src);
+    }
+    if (Flush(src, dst, task, err, recordKind) != 0 || Remove(src, err, recordKind) != 0) {
         return -1;
     }
     LogInfo("MoveByCopy %{public}s to %{public}s suc", src, dst);
     return 0;
+}
+
+/// @param task  what the copy has to heed if it comes to one
+int MoveTask(const std::string& src, const std::string& dst, CopyTask task, int& err, int recordKind) {
+    if (DoMove(src, dst, err, recordKind) == 0) {
+        return 0;
+    }
+    if (err != EXDEV) {
+        return -1;
+    }
+    LogError({"rename %{public}s to %{public}s failed EXDEV, use copy", "Move"}, src, dst);
+    return MoveByCopy(src, dst, task, err, recordKind);
 }
 
 }  // namespace
@@ -54,14 +104,11 @@ int DoMove(const std::string& src, const std::string& dst, int& err, int recordK
 }
 
 int Move(const std::string& src, const std::string& dst, int& err, int recordKind) {
-    if (DoMove(src, dst, err, recordKind) == 0) {
-        return 0;
-    }
-    if (err != EXDEV) {
-        return -1;
-    }
-    LogError("rename %{public}s to %{public}s failed EXDEV, use copy", src, dst);
-    return MoveByCopy(src, dst, err, recordKind);
+    return MoveTask(src, dst, {.isOwnerToChange = true}, err, recordKind);
+}
+
+int MoveChild(const std::string& src, const std::string& dst, int& err, int recordKind) {
+    return MoveTask(src, dst, {.isBelowRequest = true, .isOwnerToChange = true}, err, recordKind);
 }
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -102,6 +102,19 @@ int ChangeTree(const Change& change, const Entry& entry, int& err, int recordKin
     return result;
 }
 
+bool IsDirectory(const UniqueFd& object) {
+    struct stat st {};
+    return fstat(object.Get(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+int ChModObject(const UniqueFd& object, const std::string& path, unsigned int mode) {
+    return object ? fchmod(object.Get(), mode) : ChModNoFollow(AT_FDCWD, path.c_str(), mode);
+}
+
+int ChOwnObject(const UniqueFd& object, const std::string& path, unsigned int uid, unsigned int gid) {
+    return object ? fchown(object.Get(), uid, gid) : lchown(path.c_str(), uid, gid);
+}
+
 }  // namespace
 
 int DoChOwn(const std::string& path, unsigned int uid, unsigned int gid, int& err, int recordKind) {
@@ -115,6 +128,29 @@ int DoChMod(const std::string& path, unsigned int mode, int& err, int recordKind
 int DoChOwnRecurse(const std::string& path, unsigned int uid, unsigned int gid, int& err, int recordKind) {
     std::string text = path;
     return ChangeTree(OwnerChange{uid, gid}, TopEntry(path, text), err, recordKind);
+}
+
+int DoChOwnRecurse(const UniqueFd& object, const std::string& path, unsigned int uid, unsigned int gid, int& err,
+                   int recordKind) {
+    const OwnerChange change{uid, gid};
+    if (IsDirectory(object)) {
+        std::string text = path;
+        return ChangeTree(change, Entry{object.Get(), ".", DT_DIR, text}, err, recordKind);
+    }
+    return ChOwnObject(object, path, uid, gid) == 0 ? 0 : change.Failed(path, err, recordKind);
+}
+
+int SetModeAndOwner(const UniqueFd& object, const std::string& path, const PermPara& perm, int& err, int recordKind) {
+    constexpr unsigned int SET_ID_BITS = S_ISUID | S_ISGID;
+    const ModeChange change{perm.mode};
+    if (ChModObject(object, path, perm.mode & ~SET_ID_BITS) != 0) {
+        return change.Failed(path, err, recordKind);
+    }
+    if (ChOwnObject(object, path, perm.uid, perm.gid) != 0) {
+        return OwnerChange{perm.uid, perm.gid}.Failed(path, err, recordKind);
+    }
+    const bool hasSetId = (perm.mode & SET_ID_BITS) != 0;
+    return !hasSetId || ChModObject(object, path, perm.mode) == 0 ? 0 : change.Failed(path, err, recordKind);
 }
 
 int DoChModRecurse(const std::string& path, unsigned int mode, int& err, int recordKind) {

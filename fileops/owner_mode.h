@@ -5,6 +5,7 @@
 #include <string>
 
 #include "path_para.h"
+#include "unique_fd.h"
 
 namespace TAVO::FileMigrateOrvane {
 
@@ -18,6 +19,15 @@ namespace TAVO::FileMigrateOrvane {
 
 /// The same for the mode; fails for each symbolic link in the tree, after everything else was changed.
 [[nodiscard]] int DoChModRecurse(const std::string& path, unsigned int mode, int& err, int recordKind);
+
+/// DoChOwnRecurse from an open object on. @param path its text for messages
+[[nodiscard]] int DoChOwnRecurse(const UniqueFd& object, const std::string& path, unsigned int uid, unsigned int gid,
+                                 int& err, int recordKind);
+
+/// DoChMod, then DoChOwn; a set-id bit comes last, when the owner is final.
+/// @param object  the object that is meant, open; none for whatever is at the path
+[[nodiscard]] int SetModeAndOwner(const UniqueFd& object, const std::string& path, const PermPara& perm, int& err,
+                                  int recordKind);
 
 /// Changes the owner as `recurseOpt` directs. EINVAL for an id that is not given or an unknown option.
 [[nodiscard]] int ChOwn(const PathPara& para, int& err, int recordKind);

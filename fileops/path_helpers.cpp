@@ -20,7 +20,11 @@ std::string DirName(const std::string& path) {
 }
 
 int IsPathExist(const std::string& path, int& err, int recordKind) {
-    if (access(path.c_str(), F_OK) == 0) {
+    return IsPathExist(AT_FDCWD, path.c_str(), path, err, recordKind);
+}
+
+int IsPathExist(int dirFd, const char* name, const std::string& path, int& err, int recordKind) {
+    if (faccessat(dirFd, name, F_OK, 0) == 0) {
         return 1;
     }
     if (errno == ENOENT) {

@@ -18,6 +18,9 @@ namespace TAVO::FileMigrateOrvane {
 /// one without a target does not exist.
 [[nodiscard]] int IsPathExist(const std::string& path, int& err, int recordKind);
 
+/// The same for `name` in the open directory `dirFd`. @param path its text for messages
+[[nodiscard]] int IsPathExist(int dirFd, const char* name, const std::string& path, int& err, int recordKind);
+
 /// 1 for a directory, 0 for anything else, -1 on failure. A link to a directory is none.
 [[nodiscard]] int IsDir(const std::string& path, int& err, int recordKind);
 

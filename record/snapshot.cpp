@@ -55,6 +55,24 @@ bool ReadValue(const char* key, std::size_t size, const std::string& path, std::
     return true;
 }
 
+/// Opens what `place`, opened with O_PATH, stands for, if it is a file or a directory. Anything else can act when it is
+/// opened: a pipe lets its writer go on, a tape is rewound; and a path could lead to one of them by the time it is
+/// opened again, so it goes by /proc. errno is what asking an open one for its flags gives, ENOTTY, and for a socket,
+/// which cannot be opened, ENXIO.
+UniqueFd OpenForFlags(const UniqueFd& place) {
+    struct stat st {};
+    if (!place || fstat(place.Get(), &st) != 0) {
+        return UniqueFd();
+    }
+    if (!S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode)) {
+        errno = S_ISSOCK(st.st_mode) ? ENXIO : ENOTTY;
+        return UniqueFd();
+    }
+    // O_NONBLOCK: the owner of a file may hold a lease on it.
+    const std::string magic = "/proc/self/fd/" + std::to_string(place.Get());
+    return UniqueFd(open(magic.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+}
+
 /// Both halves of a capability set in hexadecimal, the upper one first.
 std::string CapabilitySet(std::uint32_t upper, std::uint32_t lower) {
     return "(0x" + DecToHex(static_cast<int>(upper)) + DecToHex(static_cast<int>(lower)) + ")";
@@ -123,14 +141,14 @@ std::string GetInodeFlag(const std::string& path) {
         LogError("%{public}s is not exist or invalid, errno=%{public}d.", path, errno);
         return path + " realpath errno=" + std::to_string(errno) + ";";
     }
-    // A pipe without a writer must not hold the worker, nor a terminal become the daemon's own.
-    const UniqueFd fd(open(resolved, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (!fd) {
+    const UniqueFd place(open(resolved, O_PATH | O_CLOEXEC));
+    const UniqueFd fd = OpenForFlags(place);
+    if (!fd && errno != ENOTTY) {
         LogError("Failed to open file:%{public}s, errno=%{public}d.", resolved, errno);
         return std::string(resolved) + " open errno=" + std::to_string(errno) + ";";
     }
     std::uint32_t flags = 0;
-    if (ioctl(fd.Get(), FS_IOC_GETFLAGS, &flags) < 0) {
+    if (!fd || ioctl(fd.Get(), FS_IOC_GETFLAGS, &flags) < 0) {
         LogError("Failed to get flag, errno=%{public}d.", errno);
         return std::string(resolved) + " ioctl errno=" + std::to_string(errno) + ";";
     }

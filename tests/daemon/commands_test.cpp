@@ -198,7 +198,8 @@ TEST_F(CommandsTest, MigrationAndCombinedCopy) {
     CheckAll({
         {"move", "mkdir s; touch s/f", MoveAll, "@/s @/t", 0, 0, "I DoMove: MoveByRename @/s to @/t suc", "t/,t/f"},
         {"move across", "mkdir s; echo a >s/f; ln -s f s/l; chown 7:8 s", MoveAll, "@/s ~/t", 0, EXDEV,
-         "E DoMove: MoveByRename @/s to ~/t failed, errno=18\nE Move: rename @/s to ~/t failed EXDEV, use copy\nI "
+         "E DoMove: MoveByRename @/s to ~/t failed, errno=18\nE Move: rename @/s to ~/t failed EXDEV, use copy\nW "
+         "MoveByCopy: 1 links or special files of @/s are not copied, and removed with it\nI "
          "Remove: Remove @/s suc\nI MoveByCopy: MoveByCopy @/s to ~/t suc",
          "~t/ 7:8,~t/f 2B 7:8"},
         {"move across, immutable source", "mkdir s; touch s/f; chattr +i s/f", MoveAll, "@/s ~/t", -1, EPERM,
@@ -224,6 +225,10 @@ TEST_F(CommandsTest, MigrationAndCombinedCopy) {
          "s/,s/f,s/p|,t/,t/f"},
         {"copy onto a file", "echo a >f; touch g", CopyAll, "@/f @/g", 0, 0, "", "f 2B,g 2B"},
         {"copy of a file onto a directory", "touch f; mkdir d", CopyAll, "@/f @/d", 0, 0, "", "d/,d/f,f"},
+        {"copy onto itself by a link", "mkdir s; touch s/f; ln -s s l", CopyAll, "@/s @/l", -1, EEXIST,
+         "E DoCopy: copy @/s to @/l failed, errno=%\nCOPY,dst:@/l"},
+        {"copy into itself", "mkdir s; touch s/f", CopyAll, "@/s @/s/x/d", -1, EINVAL,
+         "E DoCopy: copy @/s to @/s/x/d failed, errno=%\nCOPY,dst:@/s/x/d\ndump COPY"},
         {"copy, below a file", "touch f", CopyAll, "@/f/x @/t", -1, ENOTDIR,
          "E IsPathExist: access @/f/x failed, errno=%\nE DoCopy: copy @/f/x to @/t failed, errno=%\nE Copy: orig copy "
          "meet err, try skip err\nE IsDir: lstat @/f/x failed, errno=%\nE TryCopy: open dir @/f/x failed, errno "
@@ -242,6 +247,14 @@ TEST_F(CommandsTest, MigrationAndCombinedCopy) {
          "E ProcessCopyCombCmd: transform mode 00 failed, errno=%\nTRANSFORM_MODE,src:,perm:00"},
         {"file lost", "touch s", CopyComb, "@/s @/x/t 1 2 755", -1, ENOENT,
          "E DoCopy: copy @/s to @/x/t failed, errno=%\nCOPY,dst:@/x/t", ""},
+        {"file onto itself", "touch s; ln s t", CopyComb, "@/s @/t 1 2 755", -1, EEXIST,
+         "E DoCopy: copy @/s to @/t failed, errno=%\nCOPY,dst:@/t"},
+        {"tree into itself", "mkdir -p s/d; touch s/f", CopyComb, "@/s @/s/d 1 2 755", -1, EINVAL,
+         "E DoCopy: copy @/s to @/s/d failed, errno=%\nCOPY,dst:@/s/d\ndump COPY"},
+        {"tree onto a link", "mkdir -p s/d t o; touch s/d/f; ln -s ../o t/d", CopyComb, "@/s @/t 1 2 755", -1, ENOTDIR,
+         "E DoCopy: copy @/s/d/f to @/t/d/f failed, errno=%\nI Remove: Remove @/s/d suc\nI Remove: Remove @/s "
+         "suc\nCOPY,src:@/s/d/f,dst:@/t/d/f",
+         "o/,t/,t/d -> ../o"},
         {"tree lost", "mkdir -p s/d", CopyComb, "@/s @/t 1 2 755", -1, ENOENT,
          "E DoMkDir: mkdir @/t/d 700 failed, errno=%\nE DoPrepareDir: DoPrepareDir @/t/d failed: 1, 2, 755\nI Remove: "
          "Remove @/s suc\nMKDIR,src:@/t/d,perm:700",
@@ -350,20 +363,36 @@ TEST_F(CommandsTest, FilesThatAreGoneAtTheSecondLook) {
     const std::string lost = ": lstat " + file + " failed, errno=2\n";
     const struct {
         Request request;
-        std::string line, type;
+        std::string line, type, look;
     } rows[] = {
-        {{MaxSize, file}, "E RecMaxSize" + lost, "MAXSIZE_LSTAT"},
-        {{MoveAll, file, second->Path("t")}, "E GetUidGid" + lost, "GETUIDGID"},
+        {{MaxSize, file}, "E RecMaxSize" + lost, "MAXSIZE_LSTAT", "2"},
+        {{MoveAll, file, second->Path("t")}, "E GetUidGid" + lost, "GETUIDGID", "3"},
     };
     for (const auto& row : rows) {
         ClearRecords();
-        Start({{}, {"strace", "-fqqo/dev/null", "-P", file, "-einject=newfstatat:error=ENOENT:when=2"}});
+        Start({{}, {"strace", "-fqqo/dev/null", "-P", file, "-einject=newfstatat:error=ENOENT:when=" + row.look}});
         const Reply reply = Call(row.request);
         EXPECT_TRUE(reply.result == -1 && reply.errCode == ENOENT) << row.type;
         EXPECT_NE(LinesOf(daemon->Log()).find(row.line), std::string::npos) << row.type;
         ASSERT_EQ(Records().size(), 1U) << row.type;
         EXPECT_EQ(Records()[0].find("type:" + row.type + ",src:" + file + ","), 0U);
     }
+}
+
+TEST_F(CommandsTest, WhatIsMovedAcrossIsFlushedBeforeItsSourceGoes) {
+    const std::string calls = second->Path("calls");
+    for (const bool isFailing : {false, true}) {
+        const std::string fault = isFailing ? "error=EIO" : "delay_exit=1";
+        Start({{}, {"strace", "-fqo", calls, "-einject=syncfs:" + fault, "-etrace=pwrite64,fchownat,syncfs,unlinkat"}});
+        ASSERT_TRUE(Shell("mkdir s; echo a >s/f; echo b >s/g"));
+        const Reply reply = Call(RequestOf(MoveAll, Expand("@/s ~/t")));
+        EXPECT_EQ(std::pair(reply.result, reply.errCode), isFailing ? std::pair(-1, EIO) : std::pair(0, EXDEV));
+        EXPECT_EQ(Shell("sed -E 's/^[0-9]+ +//; s/\\(.*//' ~/calls | uniq | xargs"),
+                  std::string("pwrite64 fchownat syncfs") + (isFailing ? "\n" : " unlinkat\n"));
+        EXPECT_EQ(Shell("find | sort | xargs"), isFailing ? ". ./s ./s/f ./s/g\n" : ".\n");
+    }
+    EXPECT_TRUE(daemon->WaitForLog(Expand("] flush ~/t failed, errno=5")));
+    EXPECT_EQ(Recorded(tree->Path("s"), "5"), Expand("COPY,dst:~/t\n"));
 }
 
 TEST_F(CommandsTest, SpaceIsThatOfTheAllocatedBlocksUnderEveryName) {

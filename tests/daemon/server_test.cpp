@@ -1,15 +1,12 @@
 // The process around the commands: its start and end, its connections and workers, and what it leaves on disk when a
 // system call fails under it.
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
 #include <algorithm>
 #include <array>
 #include <fstream>
-#include <regex>
-#include <thread>
 
 #include "daemon_test.h"
 
@@ -18,40 +15,15 @@ namespace {
 
 using std::chrono::steady_clock, std::this_thread::sleep_for;
 using Strings = std::vector<std::string>;
-using Clients = std::vector<RawClient>;
 const Request kIsThere{Command::IsExist, "/data"};     // answered with 1
 const Request kIsNotThere{Command::IsExist, "/none"};  // answered with 0
 const Request kRecorded{Command::IsDir, "/none"};      // answered with -1 and recorded
-
-bool Becomes(const auto& isTrue) {
-    const auto end = steady_clock::now() + PATIENCE;
-    while (!isTrue() && steady_clock::now() < end) {
-        sleep_for(Deadline{10});
-    }
-    return steady_clock::now() < end;
-}
-
-void SendAll(Clients& clients, const Request& request) {
-    std::for_each(clients.begin(), clients.end(), [&](RawClient& client) { client.Send(request); });
-}
 
 class ServerTest : public DaemonTest {
 protected:
     void TearDown() override {
         Release();
         DaemonTest::TearDown();
-    }
-
-    /// What matches in the daemon's log, whose lines are read as "LEVEL [FUNCTION] TEXT".
-    [[nodiscard]] Strings Found(const std::string& pattern) const {
-        static const std::regex head(R"(.{19}(.) FileMigrateOrvane: \[(.*?):\d+\])");
-        const std::string log = std::regex_replace(daemon->Log(), head, "$1 [$2]");
-        const std::regex wanted(pattern);
-        return {std::sregex_token_iterator(log.begin(), log.end(), wanted), std::sregex_token_iterator()};
-    }
-
-    bool Await(const std::string& pattern, size_t n = 1) {
-        return Becomes([&] { return Found(pattern).size() >= n; });
     }
 
     /// The daemon's descriptor for the n-th client that connected.
@@ -206,47 +178,6 @@ TEST_F(ServerTest, PiecesOfRequestsAreRefusedAndHoldNoWorker) {
         EXPECT_TRUE(Records().back().starts_with("type:RECVBUFSIZE,recvbufsize:" + size + ",times:"));
     }
     EXPECT_EQ(clients[0].Call(kIsNotThere).result, 0) << "answered a piece";
-}
-
-TEST_F(ServerTest, SilentReadersEndNoService) {
-    for (int i = 1000; i < 3000; ++i) {
-        tree->File(std::string(240, 'n') + std::to_string(i), "");
-    }
-    Start();
-    Clients clients(7);
-    SendAll(clients, {Command::ListDir, tree->Path()});
-    sleep_for(Deadline{1000});
-    EXPECT_EQ(clients[0].Receive().value().Strings().size(), 2000U * 247 - 1) << "reads late, but reads";
-    EXPECT_EQ(RawClient().Call(kIsThere).result, 1);
-    EXPECT_TRUE(daemon->WaitForLog("err, ret: -1, errno: 11"));
-    EXPECT_TRUE(Await("SendStrPkgs. pkgNum:(\\d+), pkgIndex:\\1,", 2)) << "gave up a reply";
-}
-
-TEST_F(ServerTest, WantOfDescriptorsMakesNothingSpinOrWait) {
-    Start();
-    RawClient served;
-    EXPECT_EQ(served.Call(kIsThere).result, 1);
-    rlimit limit{};
-    ASSERT_EQ(prlimit(daemon->Pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
-    const rlimit low{3, limit.rlim_max};
-    ASSERT_EQ(prlimit(daemon->Pid(), RLIMIT_NOFILE, &low, nullptr), 0);
-    RawClient waiting;
-    waiting.Send(kIsThere);
-    const std::string refusal = "E .EpollAccept. Failed to accept client connect request";
-    ASSERT_TRUE(Await(refusal));
-    const auto start = steady_clock::now();
-    const std::string usage = "/proc/" + std::to_string(daemon->Pid()) + "/schedstat";
-    const auto usedNs = std::stoll(ReadFile(usage));
-    sleep_for(Deadline{1000});
-    EXPECT_LT(std::stoll(ReadFile(usage)) - usedNs, 500000000) << "spins";
-    for (int i = 0; i < 100; ++i) {
-        EXPECT_EQ(served.Call(kIsThere).result, 1);
-    }
-    const std::chrono::duration<double> passed = steady_clock::now() - start;
-    EXPECT_LT(passed.count(), 6.0) << "delays others";
-    EXPECT_LT(static_cast<double>(Found(refusal).size()), 10 * passed.count() + 10);
-    ASSERT_EQ(prlimit(daemon->Pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
-    EXPECT_TRUE(Becomes([&] { return served.Call(kIsThere).result == 1 && waiting.Receive(Deadline{0}); }));
 }
 
 TEST_F(ServerTest, RecordThatCannotBeWrittenChangesNoAnswer) {

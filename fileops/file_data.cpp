@@ -1,0 +1,135 @@
+#include "file_data.h"
+
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+constexpr off_t STAT_BLOCK = 512;  // the unit of st_blocks, whatever the file system's own
+
+constexpr off_t BUFFER_SIZE = 65536;
+using Buffer = std::array<char, BUFFER_SIZE>;
+
+/// copy_file_range() cannot do it here, which says nothing about the file.
+bool IsUnable(int error) {
+    return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP || error == EPERM;
+}
+
+int WriteAll(int out, const char* data, std::size_t size, off_t at) {
+    while (size > 0) {
+        const ssize_t written = pwrite(out, data, size, at);
+        if (written > 0) {
+            data += written;
+            size -= static_cast<std::size_t>(written);
+            at += written;
+        } else if (written == 0 || errno != EINTR) {
+            return written == 0 ? EIO : errno;
+        }
+    }
+    return 0;
+}
+
+/// @return bytes carried over, 0 at the end of the file, or a negative error number
+ssize_t ReadAndWrite(int in, int out, Buffer& buffer, off_t at, off_t end) {
+    const auto size = static_cast<std::size_t>(std::min(BUFFER_SIZE, end - at));
+    ssize_t got = 0;
+    do {
+        got = pread(in, buffer.data(), size, at);
+    } while (got < 0 && errno == EINTR);
+    if (got < 0) {
+        return -errno;
+    }
+    const int error = WriteAll(out, buffer.data(), static_cast<std::size_t>(got), at);
+    return error == 0 ? got : -error;
+}
+
+[[gnu::noinline]] int CopyByReading(int in, int out, off_t at, off_t end) {
+    Buffer buffer;
+    while (at < end) {
+        const ssize_t done = ReadAndWrite(in, out, buffer, at, end);
+        if (done <= 0) {
+            return static_cast<int>(-done);
+        }
+        at += done;
+    }
+    return 0;
+}
+
+/// A file that tells no size is read to its end, unless it has got a size by then: one that somebody keeps
+/// lengthening would have no end.
+[[gnu::noinline]] int CopyWithoutSize(int in, int out) {
+    Buffer buffer;
+    struct stat now {};
+    off_t at = 0;
+    while (now.st_size == 0) {
+        const ssize_t done = ReadAndWrite(in, out, buffer, at, at + BUFFER_SIZE);
+        if (done <= 0) {
+            return static_cast<int>(-done);
+        }
+        at += done;
+        if (fstat(in, &now) != 0) {
+            return errno;
+        }
+    }
+    return 0;
+}
+
+}  // namespace
+
+int FileData::Copy(int in, int out, const struct stat& from) {
+    if (from.st_size == 0) {
+        return CopyWithoutSize(in, out);
+    }
+    canShare = canShare && ioctl(out, FICLONE, in) == 0;
+    if (canShare) {
+        return 0;
+    }
+    const bool hasHoles = from.st_blocks * STAT_BLOCK < from.st_size;
+    return hasHoles ? CopyBetweenHoles(in, out, from.st_size) : CopyPart(in, out, 0, from.st_size);
+}
+
+int FileData::CopyPart(int in, int out, off_t at, off_t end) {
+    // One buffer is carried over faster by reading than through the kernel's pipe.
+    const bool isSmall = end - at <= BUFFER_SIZE;
+    off_t outAt = at;
+    while (isInKernel && !isSmall && at < end) {
+        const ssize_t done = copy_file_range(in, &at, out, &outAt, static_cast<std::size_t>(end - at), 0);
+        if (done == 0) {
+            break;  // its end, or a file system that serves only read()
+        }
+        if (done < 0 && errno != EINTR) {
+            if (!IsUnable(errno)) {
+                return errno;
+            }
+            isInKernel = false;
+        }
+    }
+    return at < end ? CopyByReading(in, out, at, end) : 0;
+}
+
+int FileData::CopyBetweenHoles(int in, int out, off_t size) {
+    off_t at = 0;
+    while (at < size) {
+        const off_t data = lseek(in, at, SEEK_DATA);
+        if (data < 0 && errno != ENXIO) {
+            return CopyPart(in, out, at, size);  // a file system that does not tell its holes
+        }
+        if (data < 0 || data >= size) {
+            return ftruncate(out, size) == 0 ? 0 : errno;  // nothing but a hole is left
+        }
+        const off_t hole = lseek(in, data, SEEK_HOLE);
+        at = hole > data ? std::min(hole, size) : size;
+        if (const int error = CopyPart(in, out, data, at); error != 0) {
+            return error;
+        }
+    }
+    return 0;
+}
+
+}  // namespace TAVO::FileMigrateOrvane

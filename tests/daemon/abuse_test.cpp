@@ -1,0 +1,234 @@
+// Clients that mean ill, or do not care, against the real daemon: it answers what is valid, records what is not, goes
+// on to serve others, and neither its descriptors nor its memory grow. FILE_MIGRATE_SEED repeats a run of the random
+// records; FILE_MIGRATE_LOAD_SECONDS lengthens the mixed load.
+#include <sys/socket.h>
+
+#include <array>
+#include <atomic>
+#include <future>
+#include <iostream>
+#include <map>
+#include <mutex>
+#include <random>
+#include <set>
+
+#include "daemon_test.h"
+
+namespace TAVO::FileMigrateOrvane::Testing {
+namespace {
+
+using std::chrono::seconds, std::chrono::steady_clock, std::this_thread::sleep_for;
+using Random = std::mt19937;
+using Refusals = std::multiset<std::string>;        // their records up to the time
+const Request kIsThere{Command::IsExist, "/data"};  // answered with 1
+
+/// A request of any command. Sources and destinations are apart, so that no tree is copied into itself, and few, so
+/// that requests meet; no name holds a dot, so that none leads out of the trees.
+Request AnyRequest(Random& random, const ScratchTree& tree, const ScratchTree& second) {
+    static const std::vector<std::string> names{"", "/a", "/a/b", "/a/b/c", "/f", "/a/f", "/\x01\xff%s;\n"};
+    static const std::vector<std::string> owners{"0", "1000", "root", "", "no such", std::string(35, 'u')};
+    static const std::vector<std::string> modes{"0755", "755", "0640", "4711", "", "0", "9", std::string(15, '7')};
+    const auto any = [&](const auto& list) { return list[random() % list.size()]; };
+    const std::string src = tree.Path("s") + any(names);
+    const std::string dst = (random() % 4 == 0 ? second : tree).Path("d") + any(names);
+    return {Command(random() % COMMAND_COUNT), src, dst, any(owners), any(owners), any(modes), int(random() % 3)};
+}
+
+/// Spoils a record, or leaves it valid. @return the refusal, empty for none
+std::string Spoil(Random& random, FileMigrateRcvMsg& message, std::size_t& size) {
+    static constexpr std::int32_t numbers[] = {-1, 19, 256, INT32_MAX, INT32_MIN};
+    const std::string names[] = {"src", "dts", "user", "group", "perm"};
+    char* const texts[] = {message.src, message.dst, message.user, message.group, message.perm};
+    const std::size_t widths[] = {PATH_WIDTH, PATH_WIDTH, OWNER_WIDTH, OWNER_WIDTH, PERM_WIDTH};
+    const std::size_t i = random() % 5;
+    const std::size_t kind = random() % 10;
+    if (kind == 0) {
+        std::generate_n(texts[i], widths[i], [&] { return char(random() % 255 + 1); });
+    } else if (kind == 1) {
+        std::copy_n("../", 3, texts[i] + std::min(strlen(texts[i]), widths[i] - 4));
+    } else if (kind == 2) {
+        message.perm[random() % std::max(strlen(message.perm), 1UL)] = '-';
+        return std::string("type:INVALID_MODE,perm:") + message.perm;
+    } else if (kind == 3) {
+        message.cmd = numbers[i];
+        return "type:INVALID_CMD,cmd:" + std::to_string(numbers[i]);
+    } else if (kind == 4) {
+        message.recurseOpt = numbers[i];
+        return "type:INVALID_RECURSEOPT,recurseOpt:" + std::to_string(numbers[i]);
+    } else if (kind == 5) {
+        size = random() % (size - 1) + 1;
+        return "type:RECVBUFSIZE,recvbufsize:" + std::to_string(size);
+    }
+    return kind < 2 ? "type:INVALID_STR," + names[i] + ":" : "";
+}
+
+Refusals RecordedRefusals() {
+    Refusals refusals;
+    for (const std::string& record : Records()) {
+        if (record.find(",dst:") == record.npos) {
+            refusals.insert(record.substr(0, record.find(",times:")));
+        }
+    }
+    return refusals;
+}
+
+class AbuseTest : public DaemonTest {
+protected:
+    /// Asks for a reply of 121 packages: more than fits into a connection.
+    Request LongListing() {
+        for (int i = 1000; i < 3000; ++i) {
+            tree->File("list/" + std::string(240, 'n') + std::to_string(i), "");
+        }
+        return {Command::ListDir, tree->Path("list")};
+    }
+
+    void ExpectNoGrowthSince(const Usage& before) {
+        const Usage now = daemon->Used();
+        std::cout << "KB " << before.residentKb << " to " << now.residentKb << ", descriptors " << before.descriptors
+                  << " to " << now.descriptors << '\n';
+        EXPECT_TRUE(IS_SANITIZED || now.residentKb < before.residentKb + 1024);
+        EXPECT_TRUE(Becomes([&] { return daemon->Used().descriptors <= before.descriptors; }));
+    }
+
+    const ScratchTree second{ScratchTree::On::SecondFs};
+    std::array<char, sizeof(FileMigrateStrPkg)> unread{};  ///< parts of replies that nobody looks at
+};
+
+TEST_F(AbuseTest, RandomRecordsAreAnsweredOrRecorded) {
+    const char* const given = std::getenv("FILE_MIGRATE_SEED");
+    const std::string seed = given != nullptr ? given : std::to_string(std::random_device()());
+    std::cout << "FILE_MIGRATE_SEED=" << seed << '\n';
+    Random random(static_cast<Random::result_type>(std::stoul(seed)));
+    Start();
+    Clients clients(100);
+    Usage before{};
+    for (int round = 0; round < 100; ++round) {
+        ClearRecords();
+        Refusals expected;
+        std::vector<RawClient*> answered, refused;
+        for (RawClient& client : clients) {
+            FileMigrateRcvMsg message = AnyRequest(random, *tree, second).Wire();
+            std::size_t size = sizeof(message);
+            const std::string refusal = Spoil(random, message, size);
+            (refusal.empty() ? answered : refused).push_back(&client);
+            refusal.empty() ? expected.end() : expected.insert(refusal);
+            client.Send({reinterpret_cast<const char*>(&message), size});
+        }
+        ASSERT_TRUE(std::all_of(answered.begin(), answered.end(), [](RawClient* c) { return c->Receive(); }));
+        ASSERT_TRUE(Becomes([&] { return RecordedRefusals() == expected; })) << testing::PrintToString(expected);
+        ASSERT_TRUE(std::none_of(refused.begin(), refused.end(), [](RawClient* c) { return c->Receive(Deadline{0}); }));
+        before = round == 20 ? daemon->Used() : before;
+    }
+    ExpectNoGrowthSince(before);
+}
+
+TEST_F(AbuseTest, ImpoliteClientsAreLeftAlone) {
+    const Request listing = LongListing();
+    const FileMigrateRcvMsg message = listing.Wire();
+    const std::string_view bytes(reinterpret_cast<const char*>(&message), sizeof(message));
+    // The bytes that are sent, in pieces of so many bytes; those that are read; what is shut down then, if anything.
+    const std::array<std::size_t, 4> rows[] = {
+        {0, 1, 0, 9},       {4000, 4000, 0, 9},    {8288, 4144, 0, 9},          {8288, 1, 0, 9},
+        {8288, 8288, 0, 9}, {8288, 8288, 2000, 9}, {8288, 8288, 0, SHUT_WR},    {8288, 8288, 0, SHUT_RD},
+        {0, 1, 0, SHUT_WR}, {0, 1, 0, SHUT_RDWR},  {8288, 8288, 2000, SHUT_RD}, {4000, 4000, 0, SHUT_RD},
+    };
+    Start();
+    RawClient polite;
+    Usage before{};
+    for (int round = 0; round < 5; ++round) {
+        for (const auto& [sent, piece, read, how] : rows) {
+            RawClient client;
+            for (std::size_t at = 0; at < sent; at += piece) {
+                client.Send(bytes.substr(at, piece));
+            }
+            (void)!(read > 0 && recv(client.Fd(), unread.data(), read, MSG_WAITALL));
+            shutdown(client.Fd(), static_cast<int>(how));
+            EXPECT_EQ(polite.Call(kIsThere).result, 1);
+        }
+        before = round == 2 ? daemon->Used() : before;
+    }
+    ExpectNoGrowthSince(before);
+    polite.Send(listing);
+    sleep_for(seconds(1));
+    EXPECT_EQ(polite.Receive().value().Strings().size(), 2000U * 247 - 1) << "reads late, but reads";
+}
+
+TEST_F(AbuseTest, CrowdAtSixtyFourDescriptorsIsServedInTheEnd) {
+    Start({{}, {"prlimit", "--nofile=64:64"}});
+    RawClient served;
+    std::promise<void> start;
+    const auto call = [begin = start.get_future().share()] {
+        RawClient client;
+        begin.wait();
+        return client.Call(kIsThere).result;
+    };
+    std::vector<std::future<int>> crowd;
+    std::generate_n(std::back_inserter(crowd), 1000, [&] { return std::async(std::launch::async, call); });
+    ASSERT_TRUE(Await("Failed to accept"));
+    const Usage before = daemon->Used();
+    const std::size_t logged = daemon->Log().size();
+    sleep_for(seconds(2));
+    EXPECT_LT(daemon->Used().cpuSeconds - before.cpuSeconds, 0.5) << "spins";
+    EXPECT_LT(daemon->Log().size() - logged, 40 * 200U) << "floods the log";
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(served.Call(kIsThere).result, 1);
+    }
+    start.set_value();
+    EXPECT_TRUE(std::all_of(crowd.begin(), crowd.end(), [](std::future<int>& one) { return one.get() == 1; }));
+}
+
+TEST_F(AbuseTest, FifthIsServedWhileFourAreStuck) {
+    const Request listing = LongListing();
+    // Each of the four asks ten times more and reads nothing, or reads one package now and then. The fifth waits for
+    // one send's limit; or for the packages' limit and a send begun before it.
+    for (const auto& [askedMore, bound] : {std::pair(10, seconds(3)), std::pair(0, seconds(8))}) {
+        Start();
+        Clients stuck(4);
+        for (int i = 0; i <= askedMore; ++i) {
+            SendAll(stuck, listing);
+            ASSERT_TRUE(Await("AddThreadTask", 4 * (static_cast<std::size_t>(i) + 1)));
+        }
+        const auto end = steady_clock::now() + bound + seconds(1);
+        RawClient fifth;
+        fifth.Send(kIsThere);
+        std::optional<Reply> reply;
+        while (!reply && steady_clock::now() < end) {
+            reply = fifth.Receive(Deadline{2500});
+            for (RawClient& client : stuck) {
+                (void)!(askedMore == 0 && recv(client.Fd(), unread.data(), unread.size(), 0));
+            }
+        }
+        EXPECT_TRUE(reply) << askedMore;
+        EXPECT_TRUE(Await("SendStrPkgs. pkgNum:(\\d+), pkgIndex:\\1,")) << "gave up a reply";
+    }
+}
+
+TEST_F(AbuseTest, MixedLoadOfSixteenClients) {
+    const char* const given = std::getenv("FILE_MIGRATE_LOAD_SECONDS");
+    const seconds length(given != nullptr ? std::atol(given) : 2);
+    Start({{}, {"sh", "-c", "exec \"$0\" 2>/dev/null"}});
+    std::atomic<bool> isOver = false;
+    std::mutex mutex;
+    std::map<int, long> answers;  // by error number
+    const auto work = [&](Random random) {
+        for (RawClient client; !isOver;) {
+            const Reply reply = client.Call(AnyRequest(random, *tree, second));
+            const std::lock_guard lock(mutex);
+            ++answers[reply.result < 0 ? reply.errCode : 0];
+        }
+    };
+    std::vector<std::future<void>> clients;
+    for (Random::result_type seed = 0; seed < 16; ++seed) {
+        clients.push_back(std::async(std::launch::async, work, Random(seed)));
+    }
+    sleep_for(length / 2);
+    const Usage before = daemon->Used();
+    sleep_for(length - length / 2);
+    ExpectNoGrowthSince(before);
+    isOver = true;
+    std::for_each(clients.begin(), clients.end(), [](std::future<void>& client) { client.get(); });
+    std::cout << "answers by error number: " << testing::PrintToString(answers) << '\n';
+}
+
+}  // namespace
+}  // namespace TAVO::FileMigrateOrvane::Testing

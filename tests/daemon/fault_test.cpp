@@ -1,0 +1,221 @@
+// System calls that fail under the real daemon. EveryCallMayFail makes each kind of request once under strace to see
+// its calls, then again with one call failing, and prints what became of it: by default for a sample, with
+// FILE_MIGRATE_FAULTS=all for each call with each error.
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+#include <csignal>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <set>
+
+#include "daemon_test.h"
+
+namespace TAVO::FileMigrateOrvane::Testing {
+namespace {
+
+namespace fs = std::filesystem;
+using enum Command;
+using Strings = std::vector<std::string>;
+const std::string kContent(70000, 'c');
+constexpr const char* CALLS = "/tmp/calls";  ///< what strace writes
+
+/// Starts strace on a running daemon; from here on it counts the calls of each thread.
+pid_t Trace(pid_t daemon, const std::string& expression) {
+    const std::string pid = std::to_string(daemon);
+    const pid_t strace = fork();
+    if (strace == 0) {
+        execlp("strace", "strace", "-qqfo", CALLS, "-e", expression.c_str(), "-p", pid.c_str(), nullptr);
+        _exit(127);
+    }
+    EXPECT_TRUE(Becomes([&] {
+        const fs::directory_iterator tasks("/proc/" + pid + "/task");
+        return std::none_of(begin(tasks), end(tasks), [](const fs::directory_entry& task) {
+            return ReadFile(task.path() / "status").find("TracerPid:\t0\n") != std::string::npos;
+        });
+    }));
+    return strace;
+}
+
+/// In paths "@" is the tree on /data, "~" the one on the second file system.
+struct Way {
+    Command cmd;
+    const char* src;
+    const char* dst;
+    const char* arrived;  ///< where the files are after a success; empty for nowhere
+};
+
+const Way kWays[] = {
+    {MoveSub, "@src", "@sub", "@sub"},
+    {MoveAll, "@src", "~dst", "~dst"},
+    {CopyAll, "@src", "@dst", "@dst"},
+    {CopyAll, "@pipe", "@dst", "@dst"},  // tried twice, with a dump of the kernel's log
+    {Remove, "@src", "", ""},
+    {TryRemove, "@src", "", ""},
+    {CopyComb, "@src", "@sub", "@sub"},
+    {MoveAll, "@src", "/none/dst", "@src"},  // fails anyway
+    {ListDir, "@src", "", "@src"},
+};
+
+class FaultTest : public DaemonTest {
+protected:
+    std::string Path(const std::string& text) {
+        const ScratchTree* const on = text.starts_with('@') ? &*tree : text.starts_with('~') ? &*second : nullptr;
+        return on != nullptr ? on->Path(text.substr(1)) : text;
+    }
+
+    void MakeTrees() {
+        ClearRecords();
+        tree.emplace();
+        second.emplace(ScratchTree::On::SecondFs);
+        tree->Dir("sub");
+        tree->Pipe("pipe/pipe");
+        for (const char* file : {"src/d/a", "src/d/b", "pipe/d/a", "pipe/d/b"}) {
+            tree->File(file, kContent);
+        }
+    }
+
+    bool HasFiles(const std::string& directory) {
+        const std::string a = Path(directory) + "/d/a", b = Path(directory) + "/d/b";
+        return fs::exists(a) && fs::exists(b) && ReadFile(a) == kContent && ReadFile(b) == kContent;
+    }
+
+    bool IsAsPromised(const Way& way, bool isSuccess) {
+        const bool isMove = way.cmd == MoveSub || way.cmd == MoveAll;
+        const bool mayLose = way.cmd == CopyComb || *way.arrived == '\0';
+        const bool hasArrived = *way.arrived == '\0' ? !fs::exists(Path(way.src)) : HasFiles(way.arrived);
+        return isSuccess ? hasArrived : mayLose || HasFiles(way.src) || (isMove && hasArrived);
+    }
+
+    /// Makes a request while strace does what it is told.
+    std::string Outcome(const Way& way, const std::string& expression) {
+        MakeTrees();
+        std::ofstream(AB_FILE) << std::string(260 * 1024, ' ');  // the first record rotates it
+        const FileMigrateRcvMsg request = Request{way.cmd, Path(way.src), Path(way.dst), "0", "1000", "0750"}.Wire();
+        const auto log = [this, before = daemon->Log().size()] { return daemon->Log().substr(before); };
+        const pid_t strace = Trace(daemon->Pid(), expression);
+        const RawClient client;
+        (void)!send(client.Fd(), &request, sizeof(request), MSG_NOSIGNAL);  // it may have been dropped
+        FileMigrateResMsg reply{};
+        bool isAnswered = false;
+        const auto isDone = [&] {
+            isAnswered = recv(client.Fd(), &reply, sizeof(reply), MSG_DONTWAIT) == sizeof(reply);
+            const std::string text = log(), fd = text.substr(std::min(text.size(), text.find("acceptfd: ") + 10), 2);
+            const bool isDropped = text.find("connection dropped") != text.npos;
+            return isAnswered || isDropped ||
+                   text.find("fd:" + fd.substr(0, fd.find('\n')) + ", refcnt:1\n") != text.npos;
+        };
+        const bool isOver = Becomes(isDone, Deadline{10000});
+        kill(strace, SIGINT);
+        waitpid(strace, nullptr, 0);
+        if (daemon->WaitExit(Deadline{0})) {
+            return "crashed";
+        }
+        RawClient next;
+        next.Send({IsExist, "/data"});
+        if (!isOver || !next.Receive(Deadline{10000})) {
+            return "hung";
+        }
+        const bool isSuccess = isAnswered && reply.result == 0;
+        if (!IsAsPromised(way, isSuccess)) {
+            return isSuccess ? "untrue" : "lost";
+        }
+        static const std::regex logged(R"(update/migrate/[^\n]* failed|errno: \d+, eventfd|err, ret: -1|dropped)");
+        const std::string record = fs::exists(AB_FILE) ? ReadFile(AB_FILE) : "";
+        const bool isTold = record.find("type:") != record.npos || std::regex_search(log(), logged);
+        return isSuccess ? "ok-succeeded" : isTold ? "ok-failed" : "untold";
+    }
+
+    /// The numbers of each call in what strace wrote, by the count of its name in its thread; the log's lines apart.
+    /// Not those whose failure the C library (or a sanitizer) answers with the end, and those that strace does not
+    /// know.
+    static std::map<std::string, std::set<int>> CallsMade() {
+        static const std::string none =
+            IS_SANITIZED ? "futex|syscall_|m?map|munmap|mprotect|brk|madvise" : "futex|syscall_";
+        static const std::regex line("(\\d+) +(?!" + none + ")(\\w+)\\((2,)?.*");
+        std::map<std::string, int> counts;
+        std::map<std::string, std::set<int>> calls;
+        std::ifstream lines(CALLS);
+        std::smatch match;
+        for (std::string text; std::getline(lines, text);) {
+            if (std::regex_match(text, match, line)) {
+                const bool isLog = match[2] == "write" && match[3].matched;
+                calls[match.str(2) + (isLog ? " (log)" : "")].insert(++counts[match.str(1) + match.str(2)]);
+            }
+        }
+        return calls;
+    }
+
+    std::optional<ScratchTree> second;
+};
+
+TEST_F(FaultTest, EveryCallMayFail) {
+    std::map<std::string, std::map<std::string, int>> table;
+    for (std::size_t turn = 0; const Way& way : kWays) {
+        Start();
+        EXPECT_TRUE(Outcome(way, "trace=all").starts_with("ok-")) << way.src;
+        for (const auto& [call, numbers] : CallsMade()) {
+            Strings faults;
+            for (const std::string error : {"ENOMEM", "EIO", "ENOSPC", "EDQUOT", "EMFILE", "EACCES", "EINTR"}) {
+                for (const int n :
+                     std::set{*numbers.begin(), *std::next(numbers.begin(), numbers.size() > 1), *numbers.rbegin()}) {
+                    faults.push_back(":error=" + error + ":when=" + std::to_string(n));
+                }
+            }
+            if (std::getenv("FILE_MIGRATE_FAULTS") == nullptr) {
+                faults = {faults[turn++ % faults.size()]};
+            }
+            for (const std::string& fault : faults) {
+                const std::string outcome = Outcome(way, "inject=" + call.substr(0, call.find(' ')) + fault);
+                ++table[call + fault.substr(0, fault.rfind(':'))][outcome];
+                EXPECT_TRUE(outcome.starts_with("ok-")) << int(way.cmd) << way.src << call << fault << outcome;
+            }
+        }
+    }
+    for (const auto& [fault, outcomes] : table) {
+        std::cout << fault << ": " << testing::PrintToString(outcomes) << '\n';
+    }
+}
+
+TEST_F(FaultTest, FullDiskFailsTheRequestAndKeepsTheSource) {
+    Start();
+    for (const Command cmd : {CopyAll, MoveAll, CopyComb, IsDir}) {
+        MakeTrees();
+        const std::string small = cmd == IsDir ? fs::path(AB_FILE).parent_path().string() : tree->Dir("sub");
+        if (mount("small", small.c_str(), "tmpfs", 0, "size=64k") != 0) {
+            GTEST_SKIP() << "needs privilege: a mount";
+        }
+        std::ofstream(small + "/filler") << std::string(65536, 'f');
+        const std::string dst = small + (cmd == CopyComb ? "" : "/dst");
+        const Reply reply = RawClient().Call({cmd, Path(cmd == IsDir ? "/none" : "@src"), dst, "0", "0", "0700"});
+        EXPECT_TRUE(reply.result == -1 && reply.errCode == (cmd == IsDir ? ENOENT : ENOSPC)) << reply.errCode;
+        EXPECT_EQ(HasFiles("@src"), cmd != CopyComb);
+        EXPECT_TRUE(cmd == IsDir || ReadFile(AB_FILE).find("errno:28,") != std::string::npos);
+        umount2(small.c_str(), MNT_DETACH);
+    }
+    EXPECT_TRUE(daemon->WaitForLog("file_migrate_ab.txt failed, errno: 28."));
+    EXPECT_TRUE(RawClient().Call({IsDir, "/none"}).result == -1 && Records().size() == 1) << "once there is room";
+}
+
+TEST_F(FaultTest, WhatCannotBeReadStaysAndIsRecorded) {
+    Start({{}, {"setpriv", "--bounding-set", "-dac_override,-dac_read_search"}});
+    const std::pair<Way, const char*> rows[] = {{{CopyAll, "@src", "@dst", "@dst"}, "type:COPY,"},
+                                                {{MoveAll, "@src", "~dst", "~dst"}, "type:COPY,"},
+                                                {{Remove, "@src", "", ""}, "type:REMOVE,"},
+                                                {{TryRemove, "@src/d", "", ""}, "type:OPEN_TRYREMOVE,"},
+                                                {{CopyComb, "@src/d", "@sub", ""}, "type:OPEN_COPYCOMBRECURSE,"}};
+    for (const auto& [way, record] : rows) {
+        MakeTrees();
+        tree->File("src/other");
+        ASSERT_TRUE(chmod(Path("@src/d").c_str(), 0) == 0 && chown(Path("@src/d").c_str(), 1000, 1000) == 0);
+        const Reply reply = RawClient().Call({way.cmd, Path(way.src), Path(way.dst), "0", "0", "0700"});
+        EXPECT_TRUE(reply.result == -1 && reply.errCode == EACCES) << record << reply.errCode;
+        EXPECT_TRUE(HasFiles("@src") && ReadFile(AB_FILE).starts_with(record)) << record;
+        EXPECT_TRUE(*way.arrived == '\0' || fs::exists(Path(way.arrived) + "/other")) << "the rest is copied";
+    }
+}
+
+}  // namespace
+}  // namespace TAVO::FileMigrateOrvane::Testing
