@@ -26,7 +26,7 @@ std::int32_t ProcessMigrateSubCmd(const FileMigrateRcvMsg* msg, extraInfo& info)
         LogError("failed to open dir %{public}s, errno=%{public}d", src, info.errCode);
         return isAbsent ? SOURCE_ABSENT : -1;
     }
-    const auto carry = IsCommand(msg, Command::CopySub) ? Copy : Move;
+    const auto carry = IsCommand(msg, Command::CopySub) ? CopyChild : MoveChild;
     std::int32_t result = 0;
     while (const dirent* child = stream.Next()) {
         const ChildPath joinedSrc(src, child->d_name);
