@@ -12,19 +12,27 @@
 #include "request_text.h"
 
 namespace TAVO::FileMigrateOrvane {
+namespace {
+
+/// The source directory could not be opened, or not be read to its end.
+std::int32_t OpenFailed(const std::string& src, int error, extraInfo& info) {
+    info.errCode = error;
+    const bool isAbsent = error == ENOENT;
+    if (!isAbsent) {
+        RecordNormalErr("OPEN_MIGRATESUB", src, error, RECORD_KIND_AB);
+    }
+    LogError({"failed to open dir %{public}s, errno=%{public}d", "ProcessMigrateSubCmd"}, src, error);
+    return isAbsent ? SOURCE_ABSENT : -1;
+}
+
+}  // namespace
 
 std::int32_t ProcessMigrateSubCmd(const FileMigrateRcvMsg* msg, extraInfo& info) {
     std::string src = msg->src;
     std::string dst = msg->dst;
     DirectoryStream stream = DirectoryStream::OpenFollowing(src);
     if (!stream) {
-        info.errCode = errno;
-        const bool isAbsent = info.errCode == ENOENT;
-        if (!isAbsent) {
-            RecordNormalErr("OPEN_MIGRATESUB", src, info.errCode, RECORD_KIND_AB);
-        }
-        LogError("failed to open dir %{public}s, errno=%{public}d", src, info.errCode);
-        return isAbsent ? SOURCE_ABSENT : -1;
+        return OpenFailed(src, errno, info);
     }
     const auto carry = IsCommand(msg, Command::CopySub) ? CopyChild : MoveChild;
     std::int32_t result = 0;
@@ -35,7 +43,7 @@ std::int32_t ProcessMigrateSubCmd(const FileMigrateRcvMsg* msg, extraInfo& info)
             result = -1;
         }
     }
-    return result;
+    return stream.ReadError() == 0 ? result : OpenFailed(src, stream.ReadError(), info);
 }
 
 std::int32_t ProcessMigrateAllCmd(const FileMigrateRcvMsg* msg, extraInfo& info) {

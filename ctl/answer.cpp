@@ -29,11 +29,6 @@ int ErrorNumberOf(const std::error_code& code) {
     return EIO;
 }
 
-void PutError(Json& fields, int errorNumber) {
-    fields["errno"] = errorNumber;
-    fields["error"] = errorNumber == 0 ? Json() : Json(ErrorName(errorNumber));
-}
-
 /// The answer with what every reply has.
 Answer Begin(const Reply& reply) {
     if (reply.failure) {

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "text.h"
+
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
@@ -27,6 +29,11 @@ void PutText(Json& object, const std::string& key, std::string_view text) {
     if (Json::parse(Line(object[key])).get_ref<const std::string&>() != text) {
         object[key + "_hex"] = Hexadecimal(text);
     }
+}
+
+void PutError(Json& object, int errorNumber) {
+    object["errno"] = errorNumber;
+    object["error"] = errorNumber == 0 ? Json() : Json(ErrorName(errorNumber));
 }
 
 void PrintJsonLine(const Json& object) {

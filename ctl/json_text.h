@@ -14,6 +14,9 @@ using Json = nlohmann::ordered_json;
 /// each byte.
 void PutText(Json& object, const std::string& key, std::string_view text);
 
+/// Sets "errno" to the number and "error" to its name; null for 0, which is none.
+void PutError(Json& object, int errorNumber);
+
 /// The object as one line, with its newline, on standard output.
 void PrintJsonLine(const Json& object);
 

@@ -23,11 +23,6 @@ Json ObjectWithPath(const char* kind, const std::string& path) {
     return object;
 }
 
-void PutError(Json& object, int errorNumber) {
-    object["errno"] = errorNumber;
-    object["error"] = errorNumber == 0 ? Json() : Json(ErrorName(errorNumber));
-}
-
 Json ToJson(const StatSnapshot& stat) {
     Json object = ObjectWithPath("stat", stat.path);
     PutError(object, stat.errorNumber);

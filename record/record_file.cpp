@@ -79,8 +79,9 @@ void WriteRecordErrToFile(const std::string& content, int recordKind) {
 }
 
 bool WriteStringToFile(const std::string& path, const std::string& content, long whence) {
-    // No O_CLOEXEC, which every other descriptor has: the daemon runs no other program.
-    const UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT, RECORD_FILE_MODE));
+    // No O_CLOEXEC, which every other descriptor has: the daemon runs no other program. O_NOFOLLOW: others than root
+    // may create names where the kernel-log dumps lie.
+    const UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW, RECORD_FILE_MODE));
     if (!fd) {
         LogError("open %{public}s failed, errno: %{public}d.", path, errno);
         return false;

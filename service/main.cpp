@@ -9,9 +9,9 @@
 
 namespace {
 
-/// How many descriptors the daemon takes at most. A walk recurses, with about 220 bytes of stack and one descriptor
-/// for each level of a tree: with the usual 8 MB of stack a hostile tree runs out of descriptors first, which is an
-/// error like any other.
+/// How many descriptors the daemon takes at most. A walk recurses, with one descriptor and about 220 bytes of
+/// stack for each level of a tree, a copy with two and 350: with the usual 8 MB of stack a hostile tree runs out of
+/// descriptors first, which is an error like any other.
 constexpr rlim_t MOST_DESCRIPTORS = 32768;
 
 /// Raises the soft limit as far as the hard one and the stack allow; never lowers it.

@@ -1,8 +1,10 @@
 #include "reply.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <chrono>
 #include <utility>
 
 #include "bounded_copy.h"
@@ -10,6 +12,42 @@
 #include "log.h"
 
 namespace TAVO::FileMigrateOrvane {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// How long the packages of one reply may wait for the client altogether. One send's own limit does not end a reply to
+/// a client that reads a package now and then.
+constexpr std::chrono::seconds PACKAGES_LIMIT{5};
+
+/// From now on no send on the connection waits: its replies are broken already, and what the client has not read would
+/// make it cost a worker the same again with each request.
+void WaitNoMore(int fd) {
+    (void)fcntl(fd, F_SETFL, O_NONBLOCK);  // receiving does not wait anyway
+}
+
+/// Whether a send that failed, with this result, has waited in vain.
+bool HasTimedOut(int sent) {
+    return sent >= 0 || errno == EAGAIN;
+}
+
+/// @param waited  what the sends of this reply have taken so far
+void SendPackage(int fd, const FileMigrateStrPkg& pkg, Clock::duration& waited) {
+    const Clock::time_point begin = Clock::now();
+    const auto sent = static_cast<int>(send(fd, &pkg, sizeof(pkg), waited > PACKAGES_LIMIT ? MSG_DONTWAIT : 0));
+    waited += Clock::now() - begin;
+    if (sent == static_cast<int>(sizeof(pkg))) {
+        LogError({"write %{public}d bytes to fd:%{public}d", "SendStrPkgs"}, sent, fd);
+        return;
+    }
+    LogError({"write extra msg to fd:%{public}d err, ret: %{public}d, errno: %{public}d", "SendStrPkgs"}, fd, sent,
+             errno);
+    if (HasTimedOut(sent)) {
+        WaitNoMore(fd);
+    }
+}
+
+}  // namespace
 
 std::vector<std::string> PackStrings(const std::vector<std::string>& strs) {
     std::vector<std::string> packages;
@@ -41,6 +79,9 @@ void SendResMsg(int fd, std::int32_t result, const extraInfo& info) {
     const auto sent = static_cast<int>(send(fd, &msg, sizeof(msg), 0));
     if (sent != static_cast<int>(sizeof(msg))) {
         LogError("write res msg to fd:%{public}d err, ret: %{public}d, errno: %{public}d", fd, sent, errno);
+        if (HasTimedOut(sent)) {
+            WaitNoMore(fd);
+        }
         return;
     }
     LogError("write %{public}d bytes to fd:%{public}d", sent, fd);
@@ -50,7 +91,7 @@ void SendResMsg(int fd, std::int32_t result, const extraInfo& info) {
 void SendStrPkgs(int fd, std::int32_t pkgNum, const std::vector<std::string>& packages) {
     FileMigrateStrPkg pkg{};
     pkg.pkgNum = pkgNum;
-    int flags = 0;
+    Clock::duration waited{};
     for (const std::string& text : packages) {
         memset_s(pkg.data, sizeof(pkg.data), 0, sizeof(pkg.data));
         ++pkg.pkgIndex;
@@ -59,15 +100,7 @@ void SendStrPkgs(int fd, std::int32_t pkgNum, const std::vector<std::string>& pa
             LogError("strncpy_s ret:%{public}d", copied);
         }
         LogError("pkgNum:%{public}d, pkgIndex:%{public}d, fd:%{public}d", pkg.pkgNum, pkg.pkgIndex, fd);
-        const auto sent = static_cast<int>(send(fd, &pkg, sizeof(pkg), flags));
-        if (sent == static_cast<int>(sizeof(pkg))) {
-            LogError("write %{public}d bytes to fd:%{public}d", sent, fd);
-            continue;
-        }
-        LogError("write extra msg to fd:%{public}d err, ret: %{public}d, errno: %{public}d", fd, sent, errno);
-        if (sent >= 0 || errno == EAGAIN) {
-            flags = MSG_DONTWAIT;  // the client has used up its time limit: one wait for each reply is enough
-        }
+        SendPackage(fd, pkg, waited);
     }
 }
 

@@ -4,6 +4,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <ctime>
 #include <new>
 #include <string>
@@ -62,12 +63,13 @@ int CreateServerSocket() {
     return fd;
 }
 
-/// Sets what a descriptor is watched for. @param operation EPOLL_CTL_ADD or EPOLL_CTL_MOD
-void Watch(int epfd, int operation, int fd, std::uint32_t flags) {
+/// Sets what a descriptor is watched for; false, with errno set, on failure.
+/// @param operation  EPOLL_CTL_ADD or EPOLL_CTL_MOD
+bool Watch(int epfd, int operation, int fd, std::uint32_t flags) {
     epoll_event event{};
     event.events = flags;
     event.data.fd = fd;
-    epoll_ctl(epfd, operation, fd, &event);
+    return epoll_ctl(epfd, operation, fd, &event) == 0;
 }
 
 }  // namespace
@@ -166,7 +168,11 @@ void FileMigrateSocketServer::EpollAccept(int epfd, int listenFd) {
     const int fd = accepted.Get();
     LogError("acceptfd: %{public}d", fd);
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &SEND_LIMIT, sizeof(SEND_LIMIT));
-    Watch(epfd, EPOLL_CTL_ADD, fd, EPOLLIN | EPOLLET);
+    if (!Watch(epfd, EPOLL_CTL_ADD, fd, EPOLLIN | EPOLLET)) {
+        // Nobody would notice its requests, nor its hang-up.
+        LogError("epoll_ctl failed, connection dropped, fd: %{public}d, errno: %{public}d", fd, errno);
+        return;
+    }
     const std::lock_guard lock(fdMapMutex);
     const bool isNew = fdMap.emplace(fd, 1).second;
     (void)accepted.Release();  // the entry in fdMap owns it now

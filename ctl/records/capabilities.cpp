@@ -2,6 +2,7 @@
 #include <sys/capability.h>
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <memory>
 #include <optional>
@@ -28,6 +29,10 @@ std::optional<std::uint64_t> Half(std::string_view digits) {
 std::string Names(std::uint64_t bits) {
     if (bits == ALL_KNOWN || bits == 0) {
         return bits == 0 ? "none" : "all";
+    }
+    const std::uint64_t missing = ALL_KNOWN & ~bits;
+    if ((bits & ~ALL_KNOWN) == 0 && std::popcount(missing) < std::popcount(bits)) {
+        return "all but " + Names(missing);
     }
     std::string names;
     for (int capability = 0; capability < 64; ++capability) {

@@ -14,16 +14,18 @@ namespace TAVO::FileMigrateOrvane {
 /// What failed: "rename", "copy", "change owner"; the type itself where it is not known.
 std::string_view FailureInWords(std::string_view type);
 
-/// "drwxr-x--- 0:1000 4096 B 8 blocks ino 12 dev 253:0".
+/// Of an object that could be looked at: "drwxr-x--- 0:1000 4096 B 8 blocks ino 12 dev 253:0". A device has its number
+/// in place of the size.
 std::string StatInWords(const StatSnapshot& stat);
 
-/// lsattr's letters of the flags, and each flag in words: "----i--------- immutable"; one place to document the table.
+/// The letters of lsattr, then each flag in words and those without a letter as one number:
+/// "----i---------e------- immutable, extents, 0x200000".
 std::string InodeFlagsInWords(std::uint32_t flags);
 
 /// A set of capabilities that a record's joined digits can mean: names as capabilities(7) has them, lower case.
 struct CapabilityReading {
     std::uint64_t bits = 0;
-    std::string names;  ///< "all", "none", or names with commas between
+    std::string names;  ///< "all", "none", "all but NAMES", or names with commas between
 };
 
 /// All readings of the joined digits, those with capabilities that this system does not know only where there is no

@@ -22,7 +22,8 @@ struct ParsedRecords {
     std::size_t consumed = 0;           ///< bytes that need not be looked at again
 };
 
-/// Whether more bytes may follow those at hand: then a record that is not whole yet is left unconsumed.
+/// Whether more bytes may follow those at hand: then what may still become a record, or a longer one, is left
+/// unconsumed. Nothing but the process snapshot and what follows it tells that a record does not go on.
 enum class Input { Whole, Growing };
 
 ParsedRecords ParseRecords(std::string_view bytes, Input input);
