@@ -30,20 +30,20 @@ namespace {
 
 constexpr int ANSWER_SECONDS = 5;
 
-/// The median time of a few exchanges, in milliseconds. The question cannot fail, so that it leaves no record.
-std::optional<double> ExchangeTime(Client& client, Failure& failure) {
+/// Takes the median time of a few exchanges, in milliseconds. The question cannot fail, so that it leaves no record.
+Failure TimeExchange(Client& client, double& milliseconds) {
     using Clock = std::chrono::steady_clock;
     std::array<double, 5> times{};
     for (double& time : times) {
         const Clock::time_point start = Clock::now();
-        if (const YesNo answer = client.IsDir("/"); answer.failure) {
-            failure = answer.failure;
-            return std::nullopt;
+        if (YesNo answer = client.IsDir("/"); answer.failure) {
+            return std::move(answer.failure);
         }
         time = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
     }
     std::ranges::sort(times);
-    return times[times.size() / 2];
+    milliseconds = times[times.size() / 2];
+    return {};
 }
 
 /// One line: what, and how it is with it.
@@ -56,20 +56,21 @@ std::string Line(const char* what, const std::string& text) {
 void TellDaemon(const DaemonOptions& daemon, Answer& answer) {
     const ClientOptions options = daemon.WaitingFor(ANSWER_SECONDS);
     Client client(options);
-    Failure failure = client.Connect();
-    const std::optional<double> time = failure ? std::nullopt : ExchangeTime(client, failure);
+    double milliseconds = 0;
+    const Failure failure = TimeExchange(client, milliseconds);
     const std::string owner = OwnerAndMode(options.socketPath);
     if (failure) {
         answer = NoAnswer(failure);
         answer.hint = Advice(failure.code, options.socketPath);
         answer.output = Line("daemon", "does not answer");
+        answer.fields["milliseconds"] = nullptr;
     } else {
         std::array<char, 64> text{};
-        (void)std::snprintf(text.data(), text.size(), "answers within %.2f ms", *time);
+        (void)std::snprintf(text.data(), text.size(), "answers within %.2f ms", milliseconds);
         answer.output = Line("daemon", text.data());
+        answer.fields["milliseconds"] = milliseconds;
     }
-    answer.fields["reachable"] = time.has_value();
-    answer.fields["milliseconds"] = time ? Json(*time) : Json();
+    answer.fields["reachable"] = !failure;
     answer.output += Line("socket", Printable(options.socketPath) + (owner.empty() ? "" : " (" + owner + ")"));
     answer.fields["socket"] = options.socketPath;
     answer.fields["socket_owner"] = owner;
