@@ -12,7 +12,6 @@ fi
 readonly DAEMON=$1/service/file_migrate_orvane
 readonly CTL=$1/ctl/orvanectl
 readonly SOCKET=/dev/unix/socket/file_migrate_orvane
-readonly RECORDS=/data/zelto/update/migrate/file_migrate_ab.txt
 readonly HERE=/data/demo
 readonly THERE=$FILE_MIGRATE_SECOND_FS/demo
 readonly SCRATCH=$FILE_MIGRATE_SECOND_FS/demo-files # checksums and the daemon's log
@@ -98,9 +97,10 @@ provoke_failure() {
     echo "\$ orvanectl move $HERE/back $HERE/missing/back"
     "$CTL" move "$HERE/back" "$HERE/missing/back" || status=$?
     [[ $status -eq 1 ]] || die "a move into a missing directory ended with status $status, not 1"
-    grep -q "^type:MOVE,src:$HERE/back," "$RECORDS" || die "the failure was not recorded"
-    echo "Its record in $RECORDS, a line for each part:"
-    sed 's/;/;\n/g' "$RECORDS" | sed '/^$/d; s/^/    /'
+    echo "\$ orvanectl records -v"
+    "$CTL" records -v >"$SCRATCH/records" || die "the records cannot be read"
+    cat "$SCRATCH/records"
+    grep -q "likely cause: .*$HERE/missing does not exist" "$SCRATCH/records" || die "its cause was not recorded"
 }
 
 mkdir "$SCRATCH"

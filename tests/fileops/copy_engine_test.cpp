@@ -1,5 +1,6 @@
 // The strict copy against std::filesystem::copy: the same error numbers and trees, but for the differences that are
-// told here. COPY_CASES tells how many pairs of trees are made (300 without), COPY_SEED the number of the first.
+// told here. FILE_MIGRATE_COPY_CASES tells how many pairs of trees are made (300 without), FILE_MIGRATE_COPY_SEED the
+// number of the first.
 #include "copy_engine.h"
 
 #include <fcntl.h>
@@ -118,9 +119,10 @@ unsigned int NumberFrom(const char* variable, unsigned int otherwise) {
 }
 
 TEST(CopyEngineTest, CopiesAsTheStandardLibrary) {
-    const unsigned int first = NumberFrom("COPY_SEED", 1), count = NumberFrom("COPY_CASES", 300);
+    const unsigned int first = NumberFrom("FILE_MIGRATE_COPY_SEED", 1),
+                       count = NumberFrom("FILE_MIGRATE_COPY_CASES", 300);
     for (unsigned int at = first; at < first + count && !HasFailure(); ++at) {
-        SCOPED_TRACE("COPY_SEED=" + std::to_string(at));
+        SCOPED_TRACE("FILE_MIGRATE_COPY_SEED=" + std::to_string(at));
         const ScratchTree tree(at % 2 == 0 ? ScratchTree::On::Data : ScratchTree::On::SecondFs);
         umask(0);
         const Generator ours(at, tree.Path("a")), theirs(at, tree.Path("b"));
