@@ -82,7 +82,15 @@ Answer AnswerTo(const Outcome& reply, const AnswerStyle& /*style*/) {
     if (reply.SourceMissing()) {
         return Failed(Begin(reply), "the source does not exist", ExitStatus::SourceMissing);
     }
-    return reply.Succeeded() ? Begin(reply) : Failed(reply);
+    Answer answer = reply.Succeeded() ? Begin(reply) : Failed(reply);
+    // A move across file systems always has EXDEV. Any other error was got over by leaving something out.
+    if (answer.isOk && reply.errCode != 0 && reply.errCode != EXDEV) {
+        answer.message = "done, but something may be left out: " + ErrorText(reply.errCode);
+    }
+    if (!reply.failure && !answer.message.empty()) {
+        answer.hint = "\"orvanectl records -v\" shows what the daemon recorded of it";
+    }
+    return answer;
 }
 
 Answer AnswerTo(const YesNo& reply, const AnswerStyle& /*style*/) {

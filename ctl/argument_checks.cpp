@@ -42,6 +42,14 @@ std::string MakeAbsolute(std::string& path) {
     return CheckLength("the path", path, LONGEST_PATH);
 }
 
+std::string MakeAbsoluteBelowRoot(std::string& path) {
+    std::string complaint = MakeAbsolute(path);
+    if (complaint.empty() && path.find_first_not_of("/.") == std::string::npos) {
+        complaint = Printable(path) + ": everything there is cannot be meant";
+    }
+    return complaint;
+}
+
 std::string CheckMode(std::string& mode) {
     if (mode.find('-') != std::string::npos) {
         return Printable(mode) + ": the daemon takes no mode with \"-\" in it, only octal digits, such as 0755";

@@ -10,6 +10,9 @@ namespace TAVO::FileMigrateOrvane {
 /// may have 4095 bytes then.
 std::string MakeAbsolute(std::string& path);
 
+/// The same for what is removed: the root directory is refused.
+std::string MakeAbsoluteBelowRoot(std::string& path);
+
 /// The daemon reads as far as octal digits go; "75o" is to be a mistake here, not mode 075. It takes 0 for a text that
 /// is no mode.
 std::string CheckMode(std::string& mode);

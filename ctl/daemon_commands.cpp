@@ -19,11 +19,11 @@ struct Words {
     Arguments arguments;
 };
 
-void AddPath(CLI::App& parser, const char* name, std::string& path) {
+void AddPath(CLI::App& parser, const char* name, std::string& path, std::string (*check)(std::string&)) {
     parser.add_option(name, path, "relative to the working directory unless it begins with /")
         ->required()
         ->type_name("")
-        ->transform(CLI::Validator(MakeAbsolute, ""));
+        ->transform(CLI::Validator(check, ""));
 }
 
 void AddPositionals(CLI::App& parser, const SubCommand& command, Words& words) {
@@ -42,10 +42,11 @@ void AddPositionals(CLI::App& parser, const SubCommand& command, Words& words) {
             ->transform(CLI::Validator(CheckMode, ""));
     }
     if (command.Is(TAKES_PATH | TAKES_SOURCE)) {
-        AddPath(parser, command.Is(TAKES_SOURCE) ? "SOURCE" : "PATH", arguments.path);
+        AddPath(parser, command.Is(TAKES_SOURCE) ? "SOURCE" : "PATH", arguments.path,
+                command.Is(TAKES_DRY_RUN) ? MakeAbsoluteBelowRoot : MakeAbsolute);
     }
     if (command.Is(TAKES_DESTINATION)) {
-        AddPath(parser, "DESTINATION", arguments.destination);
+        AddPath(parser, "DESTINATION", arguments.destination, MakeAbsolute);
     }
 }
 

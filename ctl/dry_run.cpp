@@ -70,6 +70,19 @@ private:
     Client& client;
 };
 
+/// "1 directory", "2 directories".
+std::string Counted(std::uint64_t count, const char* one, const char* many) {
+    return std::to_string(count).append(" ").append(count == 1 ? one : many);
+}
+
+std::string CountedObjects(std::uint64_t count) {
+    return Counted(count, "object", "objects");
+}
+
+std::string SizeText(std::uint64_t kilobytes) {
+    return kilobytes == 0 ? "0 KB" : HumanSize(kilobytes);
+}
+
 /// What would become of the destination.
 struct Verdict {
     std::string text;
@@ -93,7 +106,7 @@ Verdict IntoDirectory(const Place& destination, const Survey& survey, bool moves
     if (destination.kind == Place::Kind::Other) {
         return {path + " is a file, which would fail, or a link"};
     }
-    return {std::to_string(survey.replaced) + " objects in " + path + " would be replaced" +
+    return {CountedObjects(survey.replaced) + " in " + path + " would be replaced" +
             (moves ? "; a directory that is there too can be replaced when it is empty, and across file systems is "
                      "merged"
                    : "")};
@@ -104,7 +117,7 @@ Verdict OntoObject(const Place& source, const Place& destination, const Survey& 
     if (source.kind == Place::Kind::Directory && destination.kind == Place::Kind::Directory) {
         return {path +
                 " is replaced when it is empty, else it would fail; across file systems the two are merged, and " +
-                std::to_string(survey.replaced) + " objects replaced"};
+                CountedObjects(survey.replaced) + " replaced"};
     }
     if (source.kind == Place::Kind::Directory) {
         return {"it would fail: " + path + " is no directory", true};
@@ -187,16 +200,18 @@ Answer DryRun(const SubCommand& command, Client& client, const Arguments& argume
 
     Answer answer;
     answer.output = std::string("would have ") + command.done + " " + Objects(command, arguments) + ": " +
-                    std::to_string(survey.directories) + " directories, " + std::to_string(survey.others) +
-                    " other objects" +
-                    (isKnown ? ", " + HumanSize(static_cast<std::uint64_t>(size.kilobytes)) : std::string()) + "\n";
+                    Counted(survey.directories, "directory", "directories") + ", " +
+                    Counted(survey.others, "other object", "other objects") +
+                    (isKnown ? ", " + SizeText(static_cast<std::uint64_t>(size.kilobytes)) : std::string()) + "\n";
     answer.fields["dry_run"] = true;
     answer.fields["directories"] = survey.directories;
     answer.fields["others"] = survey.others;
     answer.fields["kilobytes"] = isKnown ? Json(size.kilobytes) : Json();
     if (goesSomewhere) {
         const Verdict verdict = Judge(command, source, destination, survey);
-        answer.output += verdict.text + "\n" + LeftBehind(command, arguments);
+        const std::string text = verdict.text + "\n";
+        answer.output = verdict.wouldFail ? text + answer.output : answer.output + text;
+        answer.output += LeftBehind(command, arguments);
         answer.fields["replaced"] = survey.replaced;
         answer.fields["would_fail"] = verdict.wouldFail;
     }

@@ -10,12 +10,14 @@
 #include <vector>
 
 #include "access_hint.h"
+#include "answer.h"
 #include "record_json.h"
 #include "record_table.h"
 #include "record_time.h"
 #include "records/explain.h"
 #include "records/kernel_log_dumps.h"
 #include "records/record_files.h"
+#include "show_records.h"
 #include "text.h"
 
 namespace TAVO::FileMigrateOrvane {
@@ -33,23 +35,32 @@ struct Options {
     bool isJson = false;
 };
 
-std::vector<Record> DumpedRecords() {
+/// The records that the daemon makes dumps for.
+struct DumpedRecords {
+    std::vector<Record> records;
+    bool isWhole = true;  ///< false: a file could not be read, and it was told
+
+    [[nodiscard]] ExitStatus Status() const { return isWhole ? ExitStatus::Success : ExitStatus::Failed; }
+
+    /// The last one that the dump may belong to; null when there is none.
+    [[nodiscard]] const Record* OwnerOf(const KernelLogDump& dump) const {
+        const auto owner = std::find_if(records.rbegin(), records.rend(),
+                                        [&dump](const Record& record) { return MayBelong(dump, record); });
+        return owner == records.rend() ? nullptr : &*owner;
+    }
+};
+
+DumpedRecords ReadDumpedRecords() {
     RecordStream stream(AllRecordPaths());
     stream.End();
-    std::vector<Record> records;
+    DumpedRecords dumped;
     while (std::optional<LocatedRecord> next = stream.Next()) {
         if (IsDumped(next->record)) {
-            records.push_back(std::move(next->record));
+            dumped.records.push_back(std::move(next->record));
         }
     }
-    return records;
-}
-
-/// The last one that the dump may belong to; null when there is none.
-const Record* OwnerOf(const KernelLogDump& dump, const std::vector<Record>& records) {
-    const auto owner = std::find_if(records.rbegin(), records.rend(),
-                                    [&dump](const Record& record) { return MayBelong(dump, record); });
-    return owner == records.rend() ? nullptr : &*owner;
+    dumped.isWhole = TellTroubles(stream);
+    return dumped;
 }
 
 std::vector<std::string_view> LinesOf(std::string_view content) {
@@ -73,46 +84,67 @@ Json ToJson(const KernelLogDump& dump, const Record* owner) {
     return object;
 }
 
-std::string InWords(const KernelLogDump& dump, const Record* owner) {
+/// @param isKnown  whether all records could be read
+std::string InWords(const KernelLogDump& dump, const Record* owner, bool isKnown) {
     const std::size_t lines = LinesOf(dump.content).size();
     std::string text = Printable(dump.name) + "  " + std::to_string(dump.content.size()) + " B  " +
                        std::to_string(lines) + (lines == 1 ? " line  " : " lines  ");
     if (owner == nullptr) {
-        return text + "no record of it\n";
+        return text + (isKnown ? "no record of it\n" : "record not known\n");
     }
     return text + TimeText(owner->times, ' ') + "  " + ErrorColumn(*owner) + "  " +
            Printable(FailureInWords(owner->type)) + "  " + ObjectsColumn(*owner) + "\n";
 }
 
+std::string PathOf(const KernelLogDump& dump) {
+    return std::string(DUMP_DIRECTORY).append("/").append(dump.name);
+}
+
+/// Why a dump could not be read, or their directory not be listed.
+std::string Unreadable(const std::string& path, int errorNumber) {
+    return ErrorText(errorNumber).append(": ").append(AccessHint(path));
+}
+
 bool IsReadable(const KernelLogDump& dump) {
     if (dump.errorNumber != 0) {
-        const std::string path = std::string(DUMP_DIRECTORY) + "/" + dump.name;
-        Complain(Printable(path), ErrorText(dump.errorNumber) + ": " + AccessHint(path));
+        Complain(Printable(PathOf(dump)), Unreadable(PathOf(dump), dump.errorNumber));
     }
     return dump.errorNumber == 0;
+}
+
+/// Tells why there is nothing to show.
+ExitStatus Fail(const std::string& what, int errorNumber, std::string why, bool isJson) {
+    Answer answer;
+    answer.status = ExitStatus::Failed;
+    answer.isOk = false;
+    answer.message = std::move(why);
+    PutError(answer.fields, errorNumber);
+    Json object;
+    object["command"] = "dumps";
+    return Tell(answer, what, std::move(object), isJson);
 }
 
 ExitStatus List(const std::vector<KernelLogDump>& dumps, bool isJson) {
     if (dumps.empty()) {
         Complain("dumps", std::string("there is none in ") + DUMP_DIRECTORY);
     }
-    const std::vector<Record> records = DumpedRecords();
-    ExitStatus status = ExitStatus::Success;
+    const DumpedRecords dumped = ReadDumpedRecords();
+    ExitStatus status = dumped.Status();
     for (const KernelLogDump& dump : dumps) {
-        const Record* owner = OwnerOf(dump, records);
+        const Record* owner = dumped.OwnerOf(dump);
         if (isJson) {
             PrintJsonLine(ToJson(dump, owner));
         } else {
-            (void)std::fputs(InWords(dump, owner).c_str(), stdout);
+            (void)std::fputs(InWords(dump, owner, dumped.isWhole).c_str(), stdout);
         }
         status = IsReadable(dump) ? status : ExitStatus::Failed;
     }
     return status;
 }
 
-void ShowJson(const KernelLogDump& dump) {
-    const std::vector<Record> records = DumpedRecords();
-    Json object = ToJson(dump, OwnerOf(dump, records));
+ExitStatus ShowJson(const KernelLogDump& dump) {
+    const DumpedRecords dumped = ReadDumpedRecords();
+    Json object = ToJson(dump, dumped.OwnerOf(dump));
     object["content"] = Json::array();
     for (const std::string_view line : LinesOf(dump.content)) {
         Json entry;
@@ -120,6 +152,17 @@ void ShowJson(const KernelLogDump& dump) {
         object["content"].push_back(std::move(entry));
     }
     PrintJsonLine(object);
+    return dumped.Status();
+}
+
+ExitStatus ShowText(const KernelLogDump& dump) {
+    for (const std::string_view line : LinesOf(dump.content)) {
+        (void)std::puts(Printable(line).c_str());
+    }
+    if (dump.content.empty()) {
+        Complain(Printable(dump.name), "empty: the kernel log had no line about the daemon");
+    }
+    return ExitStatus::Success;
 }
 
 ExitStatus ShowOne(const std::vector<KernelLogDump>& dumps, const Options& options) {
@@ -129,29 +172,21 @@ ExitStatus ShowOne(const std::vector<KernelLogDump>& dumps, const Options& optio
             names += "\n  " + Printable(dump.name);
             continue;
         }
-        if (!IsReadable(dump)) {
-            return ExitStatus::Failed;
+        if (dump.errorNumber != 0) {
+            return Fail(Printable(PathOf(dump)), dump.errorNumber, Unreadable(PathOf(dump), dump.errorNumber),
+                        options.isJson);
         }
-        if (options.isJson) {
-            ShowJson(dump);
-            return ExitStatus::Success;
-        }
-        for (const std::string_view line : LinesOf(dump.content)) {
-            (void)std::puts(Printable(line).c_str());
-        }
-        return ExitStatus::Success;
+        return options.isJson ? ShowJson(dump) : ShowText(dump);
     }
-    Complain(Printable(options.name),
-             "no such dump; " + (names.empty() ? "there is none" : "these are there:" + names));
-    return ExitStatus::Failed;
+    return Fail(Printable(options.name), ENOENT,
+                "no such dump; " + (names.empty() ? "there is none" : "these are there:" + names), options.isJson);
 }
 
 ExitStatus ShowDumps(const Options& options) {
     int err = 0;
     const std::vector<KernelLogDump> dumps = KernelLogDumps(err);
     if (err != 0) {
-        Complain(DUMP_DIRECTORY, ErrorText(err) + ": " + AccessHint(DUMP_DIRECTORY));
-        return ExitStatus::Failed;
+        return Fail(DUMP_DIRECTORY, err, Unreadable(DUMP_DIRECTORY, err), options.isJson);
     }
     return options.name.empty() ? List(dumps, options.isJson) : ShowOne(dumps, options);
 }

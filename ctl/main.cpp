@@ -68,6 +68,12 @@ std::string MeantCommand(const CLI::App& app, const std::string& word) {
     return Nearest(word, names);
 }
 
+/// The sub-command that was understood; empty: none.
+std::string CommandOf(const CLI::App& app) {
+    const std::vector<CLI::App*> parsed = app.get_subcommands();
+    return parsed.empty() ? "" : parsed.front()->get_name();
+}
+
 std::string Usage(const CLI::App& app) {
     const std::vector<CLI::App*> parsed = app.get_subcommands();
     const std::string name = app.get_name();
@@ -81,16 +87,21 @@ std::string Usage(const CLI::App& app) {
 /// Tells what is wrong with the command line.
 /// @param isJson  whether it asks for JSON, as far as that can be seen in words that were not understood
 ExitStatus Refuse(const CLI::App& app, std::string why, bool isJson) {
+    const std::string name = CommandOf(app);
     const std::string word = WrongWord(app);
     const std::string meant = MeantCommand(app, word);
-    why = word.empty() ? std::move(why) : Printable(word) + ": there is no such sub-command";
+    if (!word.empty()) {
+        why = Printable(word) + ": there is no such sub-command";
+    } else if (const auto words = app.remaining(); !words.empty() && words.front() == "--json") {
+        why = "--json stands behind the sub-command";
+    }
     const std::string hint = meant.empty() ? "" : "did you mean \"" + meant + "\"?";
-    (void)std::fprintf(stderr, "orvanectl: %s\n%s%s%s\nRun orvanectl --help for more information.\n", why.c_str(),
-                       hint.c_str(), hint.empty() ? "" : "\n", Usage(app).c_str());
+    (void)std::fprintf(stderr, "orvanectl: %s\n%s%s%s\nRun orvanectl %s%s--help for more information.\n", why.c_str(),
+                       hint.c_str(), hint.empty() ? "" : "\n", Usage(app).c_str(), name.c_str(),
+                       name.empty() ? "" : " ");
     if (isJson) {
-        const std::vector<CLI::App*> parsed = app.get_subcommands();
         Json object;
-        object["command"] = parsed.empty() ? Json() : Json(parsed.front()->get_name());
+        object["command"] = name.empty() ? Json() : Json(name);
         object["ok"] = false;
         object["result"] = nullptr;
         object["errno"] = EINVAL;

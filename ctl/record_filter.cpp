@@ -16,7 +16,7 @@ bool EqualsInAnyCase(const std::string& one, const std::string& other) {
 }
 
 bool IsAtOrBelow(std::string_view path, std::string_view prefix) {
-    while (prefix.size() > 1 && prefix.ends_with('/')) {
+    while (prefix.size() > 1 && (prefix.ends_with('/') || prefix.ends_with("/."))) {
         prefix.remove_suffix(1);
     }
     return path.starts_with(prefix) && (path.size() == prefix.size() || prefix == "/" || path[prefix.size()] == '/');

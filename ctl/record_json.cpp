@@ -100,6 +100,14 @@ Json ToJson(const LabelResult& label) {
     return object;
 }
 
+void PutTextOrNull(Json& object, const char* key, const std::string& text) {
+    if (text.empty()) {
+        object[key] = nullptr;
+    } else {
+        PutText(object, key, text);
+    }
+}
+
 Json Refused(const Record& record) {
     if (record.refusedField.empty()) {
         return nullptr;
@@ -132,12 +140,8 @@ Json JsonLine(const Record& record) {
 Json ToJson(const LocatedRecord& located) {
     const Record& record = located.record;
     Json object = JsonLine(record);
-    const std::string cause = LikelyCause(record);
-    if (cause.empty()) {
-        object["likely_cause"] = nullptr;
-    } else {
-        PutText(object, "likely_cause", cause);
-    }
+    PutTextOrNull(object, "likely_cause", LikelyCause(record));
+    PutTextOrNull(object, "to_check", ToCheck(record));
     object["ambiguous"] = record.isAmbiguous;
     object["snapshots"] = Json::array();
     for (const Snapshot& snapshot : record.snapshots) {

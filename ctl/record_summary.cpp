@@ -35,9 +35,7 @@ std::vector<const typename Map::value_type*> ByFrequency(const Map& tallies) {
 }
 
 std::string ErrorColumn(const std::optional<int>& errorNumber) {
-    std::string text = errorNumber ? ErrorName(*errorNumber) : "-";
-    text.resize(std::max<std::size_t>(text.size(), 9), ' ');
-    return text;
+    return errorNumber ? ErrorName(*errorNumber) : "-";
 }
 
 }  // namespace
@@ -72,9 +70,15 @@ std::string RecordSummary::Text() const {
         return "no records\n";
     }
     std::string text = "  count  first                last\n" + all.Text() + "all records\n\n";
+    std::size_t width = 0;
+    for (const auto& [failure, tally] : failures) {
+        width = std::max(width, ErrorColumn(failure.second).size());
+    }
     for (const auto* entry : ByFrequency(failures)) {
         const auto& [type, errorNumber] = entry->first;
-        text += entry->second.Text() + ErrorColumn(errorNumber) + "  " + Printable(FailureInWords(type)) + "\n";
+        std::string error = ErrorColumn(errorNumber);
+        error.resize(width, ' ');
+        text += entry->second.Text() + error + "  " + Printable(FailureInWords(type)) + "\n";
     }
     text += "\n";
     for (const auto* entry : ByFrequency(directories)) {

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <set>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -37,7 +38,7 @@ std::string Parent(const std::string& path) {
 /// What a snapshot's path is to the record.
 std::string_view Role(const Record& record, const std::string& path) {
     if (path == record.src) {
-        return "source ";
+        return record.dst.empty() ? "object " : "source ";
     }
     if (path == record.dst) {
         return "destination ";
@@ -148,9 +149,11 @@ private:
 
 std::string Details(const Record& record, const TableStyle& style) {
     SnapshotLines lines(record, style.isColoured);
-    const std::string cause = LikelyCause(record);
-    if (!cause.empty()) {
-        lines.text = "    " + Toned(Tone::Strong, "likely cause: " + Printable(cause), style.isColoured) + "\n";
+    for (const auto& [name, text] :
+         {std::pair("likely cause: ", LikelyCause(record)), {"to check: ", ToCheck(record)}}) {
+        if (!text.empty()) {
+            lines.text += "    " + Toned(Tone::Strong, name + Printable(text), style.isColoured) + "\n";
+        }
     }
     for (const Snapshot& snapshot : record.snapshots) {
         std::visit(lines, snapshot);

@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "argument_checks.h"
 #include "record_filter.h"
 #include "record_time.h"
 #include "records/record_input.h"
@@ -57,7 +58,23 @@ void AddFilters(CLI::App& parser, RecordsOptions& options) {
             },
             "only records with this error, by name or number")
         ->type_name("NAME");
-    parser.add_option("--path", filter.path, "only records of this path, or a path below it")->type_name("PREFIX");
+    parser.add_option("--path", filter.path, "only records of this path, or a path below it")
+        ->type_name("PREFIX")
+        ->transform(CLI::Validator(MakeAbsolute, ""));
+}
+
+/// Options that are right one by one and wrong together.
+void Check(const RecordsOptions& options, bool isFollowing) {
+    if (isFollowing && options.isSummary) {
+        throw CLI::ValidationError("--follow", "there is no --summary of what is still to come");
+    }
+    if (isFollowing && std::ranges::find(options.files, STANDARD_INPUT) != options.files.end()) {
+        throw CLI::ValidationError("--follow", "standard input cannot be followed");
+    }
+    const RecordFilter& filter = options.filter;
+    if (!filter.until.empty() && filter.until < filter.since) {
+        throw CLI::ValidationError("--until", "it lies before --since");
+    }
 }
 
 }  // namespace
@@ -70,17 +87,14 @@ void AddRecordsCommand(CLI::App& app, Action& chosen) {
     AddFilters(*parser, *options);
     parser->add_flag("-v,--verbose", options->isVerbose, "the snapshots below each record, and the likely cause");
     parser->add_flag("--json", options->isJson, "one object a line");
-    CLI::Option* summary = parser->add_flag("--summary", options->isSummary,
-                                            "how many records of each failure and directory, first and last time");
-    parser
-        ->add_flag("-f,--follow", *isFollowing,
-                   "the last ten records, then each new one as it is written, until interrupted")
-        ->excludes(summary);
+    parser->add_flag("--summary", options->isSummary,
+                     "how many records of each failure and directory, first and last time");
+    parser->add_flag("-f,--follow", *isFollowing,
+                     "the last ten records, then each new one as it is written, until interrupted;\n"
+                     "not with --summary");
     parser->footer(FOOTER);
     parser->callback([options, isFollowing, &chosen] {
-        if (*isFollowing && std::ranges::find(options->files, STANDARD_INPUT) != options->files.end()) {
-            throw CLI::ValidationError("--follow", "standard input cannot be followed");
-        }
+        Check(*options, *isFollowing);
         chosen = [options, isFollowing] { return *isFollowing ? FollowRecords(*options) : ShowRecords(*options); };
     });
 }

@@ -43,6 +43,7 @@ public:
     }
 
     void Show(const LocatedRecord& located) {
+        hasShown = true;
         if (options.isSummary) {
             summary.Add(located.record);
         } else if (options.isJson) {
@@ -52,13 +53,16 @@ public:
         }
     }
 
-    void ShowSummary() const {
+    /// @param mayBeEmpty  whether it is known that there are no records, if it has none
+    void ShowSummary(bool mayBeEmpty) const {
         if (options.isJson) {
             PrintJsonLine(summary.ToJson());
-        } else {
+        } else if (hasShown || mayBeEmpty) {
             Write(summary.Text());
         }
     }
+
+    [[nodiscard]] bool HasShown() const { return hasShown; }
 
     /// False when nobody reads any more, or the disk is full.
     [[nodiscard]] static bool Flush() { return std::fflush(stdout) == 0 && std::ferror(stdout) == 0; }
@@ -69,6 +73,7 @@ private:
     const RecordsOptions& options;
     TableStyle style;
     RecordSummary summary;
+    bool hasShown = false;
 };
 
 std::string InWords(const ReadTrouble& trouble) {
@@ -81,16 +86,6 @@ std::string InWords(const ReadTrouble& trouble) {
            (trouble.skipped.length > trouble.excerpt.size() ? "..." : "");
 }
 
-/// Tells what could not be read. False when a whole file could not.
-bool TellTroubles(RecordStream& stream) {
-    bool isReadable = true;
-    for (const ReadTrouble& trouble : stream.TakeTroubles()) {
-        isReadable = isReadable && trouble.errorNumber == 0;
-        Complain(Printable(trouble.file), InWords(trouble));
-    }
-    return isReadable;
-}
-
 void TellEmptiness() {
     std::string files;
     for (const char* file : RECORD_FILES) {
@@ -98,6 +93,16 @@ void TellEmptiness() {
     }
     Complain("records", "nothing is recorded; none of these files is there:" + files +
                             "\nThe daemon makes the files, but not their directories.");
+}
+
+/// Why nothing was shown, where that is known.
+/// @param left  how many records are not wanted
+void TellAbsence(const RecordStream& stream, const Output& output, bool isReadable, std::size_t left) {
+    if (isReadable && !stream.HasFiles()) {
+        TellEmptiness();
+    } else if (!output.HasShown() && left > 0) {
+        Complain("records", std::to_string(left) + (left == 1 ? " record" : " records") + ", none matches");
+    }
 }
 
 std::optional<LocatedRecord> NextWanted(RecordStream& stream, const RecordFilter& filter) {
@@ -134,22 +139,37 @@ bool Wait() {
 
 }  // namespace
 
+bool TellTroubles(RecordStream& stream) {
+    bool isReadable = true;
+    for (const ReadTrouble& trouble : stream.TakeTroubles()) {
+        isReadable = isReadable && trouble.errorNumber == 0;
+        Complain(Printable(trouble.file), InWords(trouble));
+    }
+    return isReadable;
+}
+
 ExitStatus ShowRecords(const RecordsOptions& options) {
     RecordStream stream(PathsOf(options, Rotated::LeftOut));
     stream.End();
     Output output(options);
-    while (const std::optional<LocatedRecord> next = NextWanted(stream, options.filter)) {
-        output.Show(*next);
-    }
-    if (options.isSummary) {
-        output.ShowSummary();
+    std::size_t left = 0;
+    while (const std::optional<LocatedRecord> next = stream.Next()) {
+        if (Matches(options.filter, next->record)) {
+            output.Show(*next);
+        } else {
+            ++left;
+        }
     }
     if (!Output::Flush()) {
         return WriteFailure();
     }
     const bool isReadable = TellTroubles(stream);
-    if (isReadable && !stream.HasFiles()) {
-        TellEmptiness();
+    TellAbsence(stream, output, isReadable, left);
+    if (options.isSummary) {
+        output.ShowSummary(isReadable && left == 0);
+    }
+    if (!Output::Flush()) {
+        return WriteFailure();
     }
     return isReadable ? ExitStatus::Success : ExitStatus::Failed;
 }

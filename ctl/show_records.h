@@ -18,6 +18,11 @@ struct RecordsOptions {
     bool isSummary = false;
 };
 
+class RecordStream;
+
+/// Tells what could not be read since the last call. False when a whole file could not.
+bool TellTroubles(RecordStream& stream);
+
 /// All records there are. Failed when a file could not be read; bytes that are no record are no failure.
 ExitStatus ShowRecords(const RecordsOptions& options);
 

@@ -63,14 +63,13 @@ void TellDaemon(const DaemonOptions& daemon, Answer& answer) {
         answer = NoAnswer(failure);
         answer.hint = Advice(failure.code, options.socketPath);
         answer.output = Line("daemon", "does not answer");
-        answer.fields["milliseconds"] = nullptr;
     } else {
         std::array<char, 64> text{};
         (void)std::snprintf(text.data(), text.size(), "answers within %.2f ms", milliseconds);
         answer.output = Line("daemon", text.data());
-        answer.fields["milliseconds"] = milliseconds;
     }
     answer.fields["reachable"] = !failure;
+    answer.fields["milliseconds"] = failure ? Json() : Json(milliseconds);
     answer.output += Line("socket", Printable(options.socketPath) + (owner.empty() ? "" : " (" + owner + ")"));
     answer.fields["socket"] = options.socketPath;
     answer.fields["socket_owner"] = owner;
@@ -131,8 +130,8 @@ void TellRecordFile(const std::string& path, Answer& answer) {
 }
 
 /// The last record of the files as they are, or with the ones that they were rotated into.
-/// @param err  set when a file cannot be read
-std::optional<Record> LastRecord(bool includesRotated, int& err) {
+/// @param trouble  set when a file cannot be read: why, and who may
+std::optional<Record> LastRecord(bool includesRotated, std::string& trouble) {
     std::vector<RecordPath> paths;
     for (const char* file : RECORD_FILES) {
         paths.push_back({file, /*mayBeMissing=*/true, includesRotated});
@@ -143,22 +142,24 @@ std::optional<Record> LastRecord(bool includesRotated, int& err) {
     while (std::optional<LocatedRecord> next = stream.Next()) {
         last = std::move(next->record);
     }
-    for (const ReadTrouble& trouble : stream.TakeTroubles()) {
-        err = trouble.errorNumber != 0 ? trouble.errorNumber : err;
+    for (const ReadTrouble& each : stream.TakeTroubles()) {
+        if (each.errorNumber != 0) {
+            trouble = ErrorText(each.errorNumber).append(": ").append(AccessHint(each.file));
+        }
     }
     return last;
 }
 
 void TellLastRecord(Answer& answer) {
-    int err = 0;
-    std::optional<Record> last = LastRecord(/*includesRotated=*/false, err);
+    std::string trouble;
+    std::optional<Record> last = LastRecord(/*includesRotated=*/false, trouble);
     if (!last) {
-        last = LastRecord(/*includesRotated=*/true, err);
+        last = LastRecord(/*includesRotated=*/true, trouble);
     }
     answer.fields["last_record"] = last ? JsonLine(*last) : Json();
-    const std::string text = last       ? RecordInWords(*last, {MayColour(STDOUT_FILENO), /*isVerbose=*/false})
-                             : err == 0 ? "none"
-                                        : "not known: " + ErrorText(err);
+    const std::string text = last              ? RecordInWords(*last, {MayColour(STDOUT_FILENO), /*isVerbose=*/false})
+                             : trouble.empty() ? "none"
+                                               : "not known: " + trouble;
     answer.output += Line("last record", text.substr(0, text.find('\n')));
 }
 

@@ -151,7 +151,9 @@ ExitStatus Run(const SubCommand& command, const DaemonOptions& daemon, const Arg
     Answer answer = arguments.isDryRun        ? DryRun(command, client, arguments)
                     : arguments.showsProgress ? AskWithProgress(command, client, options, arguments)
                                               : Ask(command, client, arguments);
-    answer.hint = Advice(answer.noAnswer, options.socketPath);
+    if (answer.noAnswer) {
+        answer.hint = Advice(answer.noAnswer, options.socketPath);
+    }
     return Tell(answer, std::string(command.name) + " " + Objects(command, arguments), ObjectOf(command, arguments),
                 arguments.style.isJson);
 }

@@ -20,6 +20,12 @@ void AppendEscaped(std::string& text, unsigned char byte) {
     text += digits[byte & 0xFU];
 }
 
+/// Characters without a shape that turn the text behind them around, so that a name can look like another one.
+bool TurnsText(wchar_t character) {
+    return character == 0x61C || character == 0x200E || character == 0x200F ||
+           (character >= 0x202A && character <= 0x202E) || (character >= 0x2066 && character <= 0x2069);
+}
+
 const char* Sequence(Tone tone) {
     switch (tone) {
         case Tone::Plain:
@@ -62,7 +68,7 @@ std::string Printable(std::string_view bytes) {
         // 0: a NUL; anything above the rest: an invalid or a cut sequence, of which one byte is taken.
         const bool isCharacter = length > 0 && length <= bytes.size();
         const std::size_t taken = isCharacter ? length : 1;
-        if (!isCharacter || std::iswprint(static_cast<std::wint_t>(character)) == 0) {
+        if (!isCharacter || std::iswprint(static_cast<std::wint_t>(character)) == 0 || TurnsText(character)) {
             for (const char byte : bytes.substr(0, taken)) {
                 AppendEscaped(text, static_cast<unsigned char>(byte));
             }

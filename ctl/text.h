@@ -15,7 +15,8 @@ std::string ErrorName(int errorNumber);
 std::string ErrorText(int errorNumber);
 
 /// The bytes as they may be shown: what the locale can print as it is, everything else, a control character above
-/// all, as "\xNN", and a backslash as "\\", so that the bytes can be told from the text.
+/// all and one that turns the direction of text, as "\xNN", and a backslash as "\\", so that the bytes can be told
+/// from the text.
 std::string Printable(std::string_view bytes);
 
 /// Kilobytes (1024 bytes) as du -h has them: "0", "4.0K", "35M".

@@ -36,4 +36,8 @@ std::vector<CapabilityReading> CapabilityReadings(std::string_view joinedDigits)
 /// empty where it does.
 std::string LikelyCause(const Record& record);
 
+/// What to run where the record lacks what would tell the cause: "lsattr -d /data/a (this record holds no inode
+/// flags)"; empty for most.
+std::string ToCheck(const Record& record);
+
 }  // namespace TAVO::FileMigrateOrvane

@@ -37,8 +37,8 @@ constexpr struct {
     {EROFS, ReadOnly},
     {ENOSPC, NoSpace},
     {EDQUOT, NoQuota},
-    {ENAMETOOLONG, IntoItself},
     {ENAMETOOLONG, TooLong},
+    {ENAMETOOLONG, IntoItself},
     {ELOOP, Links},
     {ETXTBSY, Program},
     {EMFILE, DaemonsFiles},
@@ -46,6 +46,19 @@ constexpr struct {
     {EIO, BrokenDisk},
     {ENOMEM, NoMemory},
 };
+
+/// A path as one word of a shell's command line, whatever is in it.
+std::string Quoted(const std::string& path) {
+    constexpr const char* plain = "/._-+@%,:=0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+    if (path.find_first_not_of(plain) == std::string::npos) {
+        return path;
+    }
+    std::string word = "'";
+    for (const char byte : path) {
+        word.append(byte == '\'' ? "'\\'" : "").append(1, byte);
+    }
+    return word.append("'");
+}
 
 }  // namespace
 
@@ -61,6 +74,23 @@ std::string LikelyCause(const Record& record) {
         }
     }
     return cause;
+}
+
+std::string ToCheck(const Record& record) {
+    const Evidence evidence(record);
+    const bool isForOne = evidence.IsType("CHMOD") || evidence.IsType("REMOVE");
+    const bool isForName = evidence.IsType("Unlink") || evidence.IsType("RMDIR");
+    if (record.errorNumber != EPERM || !(isForOne || isForName || evidence.IsType("MKDIR"))) {
+        return {};
+    }
+    std::string command("lsattr -d");
+    if (isForOne || isForName) {
+        command.append(" ").append(Quoted(record.src));
+    }
+    if (!isForOne) {  // of MKDIR the parent alone: the path itself is not there
+        command.append(" ").append(Quoted(evidence.srcParent));
+    }
+    return command.append(" (this record holds no inode flags)");
 }
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -20,6 +20,12 @@ bool IsPlainLook(const Evidence& e) {
     return !type.name.empty() && type.line.hasSrc && type.snapshots.empty();
 }
 
+/// With a "/" at its end a path has to be a directory itself, too.
+Cause NoDirectoryOnTheWay(const std::string& path) {
+    return (path.ends_with('/') ? path + " or something above it" : std::string("something above ").append(path))
+        .append(" is not a directory");
+}
+
 }  // namespace
 
 Cause MissingParent(const Evidence& e) {
@@ -56,12 +62,10 @@ Cause ParentIsNoDirectory(const Evidence& e) {
 Cause AncestorIsNoDirectory(const Evidence& e) {
     for (const std::string& path : {e.srcParent, e.dstParent, e.record.src, e.record.dst}) {
         if (e.ErrorOf(path) == ENOTDIR) {
-            return "something above " + path + " is not a directory";
+            return NoDirectoryOnTheWay(path);
         }
     }
-    return IsPlainLook(e) && !e.record.type.starts_with("OPEN_")
-               ? "something above " + e.record.src + " is not a directory"
-               : "";
+    return IsPlainLook(e) && !e.record.type.starts_with("OPEN_") ? NoDirectoryOnTheWay(e.record.src) : "";
 }
 
 Cause SourceIsNoDirectory(const Evidence& e) {
@@ -150,8 +154,8 @@ Cause TooLong(const Evidence& e) {
 }
 
 Cause Program(const Evidence& e) {
-    return e.IsType("COPY") && e.Is(e.record.dst, S_IFREG) ? e.Named(e.record.dst) + " is a program that is running"
-                                                           : "";
+    const bool isSo = e.IsType("COPY") && e.Is(e.record.dst, S_IFREG);
+    return isSo ? e.Named(e.record.dst) + " is a program that is running, or swap space in use" : "";
 }
 
 }  // namespace TAVO::FileMigrateOrvane

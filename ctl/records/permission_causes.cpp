@@ -21,6 +21,32 @@ Cause Protected(const Evidence& e, const std::string& path, std::uint32_t flags)
     return e.HasFlag(path, flags & FS_APPEND_FL) ? e.Named(path) + " has the append-only flag" : "";
 }
 
+std::vector<std::string> PathsOf(const Evidence& e) {
+    return {e.record.src, e.record.dst, e.srcParent, e.dstParent};
+}
+
+/// "; labels: /data/a LABEL, /data LABEL" of the objects that could be looked at; empty where none is known.
+std::string Labels(const Evidence& e) {
+    std::vector<std::pair<std::string, std::string_view>> labels;
+    for (const std::string& path : PathsOf(e)) {
+        const bool isKnown =
+            std::any_of(labels.begin(), labels.end(), [&](const auto& known) { return known.first == path; });
+        if (!isKnown && e.Object(path) != nullptr && !e.Label(path).empty()) {
+            labels.emplace_back(path, e.Label(path));
+        }
+    }
+    const bool isOneLabel = std::all_of(labels.begin(), labels.end(),
+                                        [&](const auto& label) { return label.second == labels.front().second; });
+    if (isOneLabel && labels.size() > 1) {
+        return std::string("; all have the label ").append(labels.front().second);
+    }
+    std::string text;
+    for (const auto& [path, label] : labels) {
+        text.append(text.empty() ? "; labels: " : ", ").append(path).append(" ").append(label);
+    }
+    return text;
+}
+
 }  // namespace
 
 Cause Flagged(const Evidence& e) {
@@ -79,41 +105,34 @@ Cause MayNotChown(const Evidence& e) {
 }
 
 /// fs.protected_regular: in a sticky directory that others may write to, the kernel lets nobody, not even root, open a
-/// file for writing that may have been planted there.
+/// file for writing that may have been planted there. Whether it is on, the record does not tell.
 Cause StickyFile(const Evidence& e) {
     const ProcessSnapshot* const process = e.Process();
     const StatSnapshot* const file = e.Object(e.record.dst);
     const StatSnapshot* const above = e.Object(e.dstParent);
-    const bool isSo = e.IsType("COPY") && process != nullptr && e.Is(e.record.dst, S_IFREG) && above != nullptr &&
-                      (above->mode & S_ISVTX) != 0 && (above->mode & (S_IWOTH | S_IWGRP)) != 0 &&
+    const bool isSo = e.IsType("COPY") && e.Holds(CAP_DAC_OVERRIDE) && e.Is(e.record.dst, S_IFREG) &&
+                      above != nullptr && (above->mode & S_ISVTX) != 0 && (above->mode & (S_IWOTH | S_IWGRP)) != 0 &&
                       file->uid != above->uid && file->uid != process->euid;
-    return isSo ? "fs.protected_regular: " + e.Named(e.record.dst) + " is another user's file in a sticky directory"
+    return isSo ? std::string("fs.protected_regular, or a security module: ")
+                      .append(e.Named(e.record.dst))
+                      .append(" is another user's file in a sticky directory")
+                      .append(Labels(e))
                 : "";
 }
 
-/// Permission bits do not stop a process with CAP_DAC_OVERRIDE.
+/// Permission bits do not stop a process with CAP_DAC_OVERRIDE; fs.protected_symlinks stops root too, at a link that
+/// may have been planted.
 Cause Denied(const Evidence& e) {
     if (!e.Holds(CAP_DAC_OVERRIDE)) {
         return {};
     }
-    std::vector<std::pair<std::string, std::string_view>> labels;
-    for (const std::string& path : {e.record.src, e.record.dst, e.srcParent, e.dstParent}) {
-        const bool isKnown =
-            std::any_of(labels.begin(), labels.end(), [&](const auto& known) { return known.first == path; });
-        if (!isKnown && !e.Label(path).empty()) {
-            labels.emplace_back(path, e.Label(path));
-        }
-    }
-    Cause cause = "denied by a security module, or by the file system's server";
-    const bool isOneLabel = std::all_of(labels.begin(), labels.end(),
-                                        [&](const auto& label) { return label.second == labels.front().second; });
-    if (isOneLabel && labels.size() > 1) {
-        return cause.append("; all have the label ").append(labels.front().second);
-    }
-    for (const auto& [path, label] : labels) {
-        cause.append(&path == &labels.front().first ? "; labels: " : ", ").append(path).append(" ").append(label);
-    }
-    return cause;
+    const std::vector<std::string> paths = PathsOf(e);
+    const bool mayMeetLink = std::any_of(paths.begin(), paths.end(), [&](const std::string& path) {
+        return e.Is(path, S_IFLNK) || e.ErrorOf(path) == EACCES;
+    });
+    return (mayMeetLink ? std::string("denied by a security module, the file system's server, or fs.protected_symlinks")
+                        : std::string("denied by a security module, or by the file system's server"))
+        .append(Labels(e));
 }
 
 }  // namespace TAVO::FileMigrateOrvane

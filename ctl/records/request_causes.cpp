@@ -59,8 +59,11 @@ Cause WhyRefused(const Record& record) {
         {"INVALID_MODE", "the mode ", " holds a \"-\""},
         {"INVALID_RECURSEOPT", "there is no recursion option ", ""},
     };
+    if (record.type == "RECVBUFSIZE" && record.refusedValue == "-1") {
+        return "the request could not be received";
+    }
     if (record.type == "INVALID_STR") {
-        const std::string field = record.refusedField == "dts" ? "dst" : record.refusedField;
+        const std::string field = record.refusedField == "dts" ? "destination" : record.refusedField;
         return "the field " + field + " has no end within its width, or holds \"../\"";
     }
     for (const auto& refusal : REFUSALS) {

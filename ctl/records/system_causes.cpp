@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include <utility>
 
 #include "causes.h"
@@ -13,7 +15,8 @@ Cause NoLabels(const Evidence& e) {
 Cause OtherFileSystem(const Evidence& e) {
     const StatSnapshot* const src = e.Object(e.record.src);
     const StatSnapshot* const parent = e.Object(e.dstParent);
-    const bool isSo = e.HasTwoPaths() && src != nullptr && parent != nullptr && src->device != parent->device;
+    const bool isSo = e.HasTwoPaths() && src != nullptr && parent != nullptr && !e.Is(e.dstParent, S_IFLNK) &&
+                      src->device != parent->device;
     return isSo ? e.record.src + " and " + e.dstParent + " are on different file systems" : "";
 }
 
@@ -21,7 +24,9 @@ Cause MountPoint(const Evidence& e) {
     for (const auto& [path, parent] : {std::pair(e.record.src, e.srcParent), {e.record.dst, e.dstParent}}) {
         const StatSnapshot* const object = e.Object(path);
         const StatSnapshot* const above = e.Object(parent);
-        if (e.IsType("MOVE") && object != nullptr && above != nullptr && above->device != object->device) {
+        // A link's own device says nothing about the directory that it leads to.
+        if (e.IsType("MOVE") && object != nullptr && above != nullptr && !e.Is(parent, S_IFLNK) &&
+            above->device != object->device) {
             return e.Named(path) + " is a mount point";
         }
     }

@@ -64,14 +64,25 @@ TEST(ExplainTest, TheCauseIsToldWhereItIsCertain) {
         {"MOVE", ENOENT, "x/a/s x/b/d d/a d/b", "the source /a/s does not exist"},
         {"MOVE", ENOTDIR, "f/a/s x/b/d d/a f/b", "the destination's parent directory /b is a regular file"},
         {"COPY", EINVAL, "p/a/s x/b/d d/b", "the source /a/s is a pipe: only files and directories are copied"},
-        {"COPY", EACCES, "f/a/s o/b/d t/b =00",
-         "fs.protected_regular: the destination /b/d is another user's file in a sticky directory"},
+        {"COPY", EACCES, "f/a/s o/b/d t/b =00", ""},
+        {"COPY", EACCES, "f/a/s o/b/d t/b =1ffffffffff",
+         "fs.protected_regular, or a security module: the destination /b/d is another user's file in a sticky "
+         "directory; labels: /a/s u:/a/s, /b/d u:/b/d, /b u:/b"},
+        {"COPY", EACCES, "f/a/s x/b/d l/b =1ffffffffff",
+         "denied by a security module, the file system's server, or fs.protected_symlinks; labels: /a/s u:/a/s"},
         {"COPY", EACCES, "f/a/s x/b/d d/b =1ffffffffff",
          "denied by a security module, or by the file system's server; labels: /a/s u:/a/s, /b u:/b"},
     };
     for (const auto& [type, error, snapshots, cause] : rows) {
         EXPECT_EQ(LikelyCause(Failed(type, error, snapshots)), cause) << type << " " << snapshots;
     }
+    Record record = Failed("ISDIR", ENOTDIR, "");
+    record.src = "/a/s/";
+    EXPECT_EQ(LikelyCause(record), "/a/s/ or something above it is not a directory");
+    record = Failed("RMDIR", EPERM, "");
+    EXPECT_EQ(ToCheck(record), "lsattr -d /a/s /a (this record holds no inode flags)");
+    record.src = "/a/it's;reboot";
+    EXPECT_EQ(ToCheck(record), "lsattr -d '/a/it'\\''s;reboot' /a (this record holds no inode flags)");
 }
 
 }  // namespace

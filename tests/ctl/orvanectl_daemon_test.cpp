@@ -45,7 +45,7 @@ TEST_F(OrvanectlDaemonTest, DryRunCountsWhatWouldBeTouched) {
     }
     EXPECT_TRUE(Has(RunTool("move " + both).out, R"("directories":2,"others":2,"kilobytes":16,"replaced":1,"would_)"));
     EXPECT_TRUE(Has(RunTool("move-children " + both).out, R"("directories":1,"others":2,"kilobytes":)"));
-    EXPECT_TRUE(Has(RunTool("copy-comb 0:0 640 " + src + " /no/x --dry-run").out, "it would fail: "));
+    EXPECT_TRUE(RunTool("copy-comb 0:0 640 " + src + " /no/x --dry-run").out.starts_with("it would fail: "));
     EXPECT_EQ(RunTool("move /absent /y --dry-run").status, 3);
 }
 

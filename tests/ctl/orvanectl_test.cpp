@@ -37,6 +37,8 @@ TEST(Orvanectl, TellsByStatusAndText) {
     ExpectTold("du /a", {ReplyBytes(12, EACCES)}, 1, "12\n", "not whole: EACCES");
     ExpectTold("largest /a", {ReplyBytes(-1, ENOENT)}, 1, "", "ENOENT");
     ExpectTold("move /a /b", {ReplyBytes(0, EXDEV)}, 0, "", "");
+    ExpectTold("move /a /b", {ReplyBytes(0, EINVAL)}, 0, "", "may be left out: EINVAL");
+    ExpectTold("rm /./", {}, 2, "", "cannot be meant");
     ExpectTold("move /a /b", {ReplyBytes(-1, EACCES)}, 1, "", "move /a -> /b: EACCES (Permission denied)\n");
     ExpectTold("chmod 7 /a", {ReplyBytes(-1, 0)}, 1, "", "no error number");
     ExpectTold("copy /a /b", {ReplyBytes(-2, 0)}, 3, "", "source does not exist");
@@ -62,6 +64,8 @@ TEST(Orvanectl, TellsWhatToDoNext) {
         {"--socket /no/where status", "; it needs the directory /no\n"},
         {"--socket " + scratch.File("stale") + " exists /a", "hint: nobody listens on the socket any more: start"},
         {"mvoe /a /b", "did you mean \"move\"?\nUsage: orvanectl "},
+        {"--json status", "orvanectl: --json stands behind the sub-command\n"},
+        {"rm --what /a", "\nRun orvanectl rm --help for"},
         {"rm", "PATH is required\nUsage: orvanectl rm [OPTIONS] PATH\n"},
     };
     for (const auto& [words, told] : rows) {

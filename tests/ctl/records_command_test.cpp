@@ -46,18 +46,23 @@ TEST_F(RecordsCommand, ShowsTheOnesThatAreWanted) {
     EXPECT_EQ(shown("--path /data/app"), "1 3 4 ");
     EXPECT_EQ(shown("--path /data/app/x/ --json"), "3 ");
     EXPECT_EQ(shown("- <" + file), "1 1 2 2 3 3 4 4 ");
-    for (const std::string words : {"--since 2026-02-30", "--until today", "--errno EWHAT", "-f -", "-f --summary"}) {
+    EXPECT_EQ(Numbers(RunTool("records --path app/. " + file, "cd /data;").out), "1 3 4 ");
+    EXPECT_EQ(RunTool("records --type COPY --summary " + file).err, "orvanectl: records: 4 records, none matches\n");
+    for (const std::string words : {"--since 2026-02-30", "--until today", "--errno EWHAT", "-f -", "-f --summary",
+                                    "--since 2026-11-22 --until 2026-11-21"}) {
         EXPECT_EQ(RunTool("records " + words).status, 2) << words;
     }
 }
 
 TEST_F(RecordsCommand, NoByteOfARecordReachesTheTerminalAsItIs) {
-    const std::string file = tree->File("r.txt", "junk\x1b" + Line("ISDIR", "/data/\x1b[31m\xff\n→\\", 2, "101530"));
+    const std::string file =
+        tree->File("r.txt", "junk\x1b" + Line("ISDIR", "/data/\x1b[31m\xff\n→\\\u202e", 2, "101530"));
     const Finished table = RunTool("records -v " + file, "LC_ALL=C.UTF-8");
     EXPECT_EQ(table.out.substr(0, 32), "2026-11-21 10:15:30  ENOENT     ");
-    EXPECT_NE(table.out.find("/data/\\x1b[31m\\xff\\x0a→\\\\\n"), table.out.npos) << table.out;
+    EXPECT_NE(table.out.find("/data/\\x1b[31m\\xff\\x0a→\\\\\\xe2\\x80\\xae\n"), table.out.npos) << table.out;
     EXPECT_EQ(table.err, "orvanectl: " + file + ": skipped 5 bytes at offset 0: junk\\x1b\n");
-    EXPECT_EQ(json::parse(RunTool("records --json " + file).out)["src_hex"], "2f646174612f1b5b33316dff0ae286925c");
+    EXPECT_EQ(json::parse(RunTool("records --json " + file).out)["src_hex"],
+              "2f646174612f1b5b33316dff0ae286925ce280ae");
     Append(file, "type:MOVE,src:/a,dst:/b,user:,group:,perm:,recurseOpt:,errno:1,times:20261121101530;");
     EXPECT_NE(RunTool("records " + file, "LC_ALL=C.UTF-8").out.find("/a → /b\n"), std::string::npos);
     EXPECT_NE(RunTool("records " + file, "LC_ALL=C").out.find("/a -> /b\n"), std::string::npos);
@@ -113,7 +118,13 @@ TEST_F(RecordsCommand, AFailureOfTheDaemonWithItsCauseAndItsDump) {
     EXPECT_NE(RunTool("dumps").out.find(" EPERM  rename  " + tree->Path("a")), std::string::npos);
     EXPECT_NE(RunTool("dumps " + name).out.find("denied \\x1b[2J\n"), std::string::npos);
     EXPECT_EQ(json::parse(RunTool("dumps --json " + name).out)["record"]["src"], tree->Path("a"));
-    EXPECT_NE(RunTool("dumps MOVE").err.find("these are there:\n  " + name), std::string::npos);
+    EXPECT_EQ(json::parse(RunTool("dumps --json MOVE").out)["error"], "ENOENT");
+    Append(KMSG_DIR + std::string("/COPY@20261121101530"), "");
+    EXPECT_NE(RunTool("dumps COPY@20261121101530").err.find(": empty: "), std::string::npos);
+    std::filesystem::permissions(AB_FILE, std::filesystem::perms::owner_read);
+    const Finished other = RunTool("dumps", "setpriv --reuid 65534 --regid 1000 --clear-groups");
+    EXPECT_TRUE(other.status == 1 && other.out.find("  record not known\n") != other.out.npos) << other.out;
+    EXPECT_NE(RunTool("dumps MOVE").err.find("these are there:\n  COPY@20261121101530\n  " + name), std::string::npos);
 }
 
 }  // namespace
