@@ -9,11 +9,6 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-[[gnu::noinline]] void CopyFailed(const std::string& src, const std::string& dst, int err, int recordKind) {
-    LogError({"copy %{public}s to %{public}s failed, errno=%{public}d", "DoCopy"}, src, dst, err);
-    RecordCopyErr(src, dst, err, recordKind);
-}
-
 /// @param path  of the directory that could not be opened or read, on whichever side
 [[gnu::noinline]] int OpenFailed(const std::string& path, int error, int& err, int recordKind) {
     err = error;
@@ -52,14 +47,27 @@ int TryCopyContents(DirectoryStream& from, const Entry& src, const UniqueFd& int
 /// A directory below those of the request.
 int TryCopyDirectory(const Entry& src, const Entry& dst, CopyTask& task, int& err, int recordKind) {
     DirectoryStream from = DirectoryStream::Open(src);
-    if (!from) {
-        return OpenFailed(src.path, errno, err, recordKind);
+    if (!from || IsDestination(from, task.directory)) {
+        return OpenFailed(src.path, from ? EINVAL : errno, err, recordKind);
     }
     const UniqueFd into = OpenDirectory(dst, O_NOFOLLOW);
     if (!into) {
         return OpenFailed(dst.path, errno, err, recordKind);
     }
     return TryCopyContents(from, src, into, dst, task, err, recordKind);
+}
+
+/// Fails every entry as it does where the destination cannot be opened. To try would be to go by its path, which can be
+/// that of a link by then.
+int FailContents(DirectoryStream& from, const Entry& src, const Entry& dst, int error, int& err, int recordKind) {
+    int result = 0;
+    std::size_t unused = 0;
+    VisitFilesAndDirectories(
+        from, src.path, UniqueFd(), dst.path, unused, [&](const Entry& srcChild, const Entry& dstChild) {
+            result = srcChild.type == DT_DIR ? MkDirFailed(dstChild.path, error, err, recordKind)
+                                             : CopyFailed(srcChild.path, dstChild.path, error, err, recordKind);
+        });
+    return result;
 }
 
 /// The paths of a request. A destination that is open already is kept: its descriptor is as old as the copy.
@@ -69,11 +77,14 @@ int TryCopyRequest(const Entry& src, const Entry& dst, CopyTask& task, int& err,
         return DoCopy(src, dst, task, err, recordKind) == CopyOutcome::Done ? 0 : -1;
     }
     DirectoryStream from = DirectoryStream::Open(src);
-    if (!from) {
+    if (!from || fstat(from.Fd(), &task.source) != 0) {
         return OpenFailed(src.path, errno, err, recordKind);
     }
     if (!task.destination) {
         task.destination = OpenDestination(dst, task);
+    }
+    if (!task.destination && task.isBelowRequest) {
+        return FailContents(from, src, dst, errno, err, recordKind);
     }
     return TryCopyContents(from, src, task.destination, dst, task, err, recordKind);
 }
@@ -81,9 +92,14 @@ int TryCopyRequest(const Entry& src, const Entry& dst, CopyTask& task, int& err,
 }  // namespace
 
 CopyOutcome DoCopy(const Entry& src, const Entry& dst, CopyTask& task, int& err, int recordKind) {
-    const CopyOutcome outcome = CopyStrictly(src, dst, task, err);
+    CopyOutcome outcome = CopyStrictly(src, dst, task, err);
+    // A caller who changes the owner needs the copy open; others learn here what closing it has to tell.
+    if (outcome == CopyOutcome::Done && !task.isOwnerToChange && task.destination.Close() != 0) {
+        err = errno;
+        outcome = CopyOutcome::Failed;
+    }
     if (outcome != CopyOutcome::Done) {
-        CopyFailed(src.path, dst.path, err, recordKind);
+        (void)CopyFailed(src.path, dst.path, err, err, recordKind);  // the outcome says more
     }
     return outcome;
 }
@@ -127,11 +143,13 @@ int TryCopy(const std::string& src, const std::string& dst, int& err, int record
 
 int RefuseOntoItself(const std::string& src, const std::string& dst, int& err, int recordKind) {
     const int error = FindOntoItself(src, dst);
-    if (error == 0) {
-        return 0;
-    }
+    return error == 0 ? 0 : CopyFailed(src, dst, error, err, recordKind);
+}
+
+[[gnu::noinline]] int CopyFailed(const std::string& src, const std::string& dst, int error, int& err, int recordKind) {
     err = error;
-    CopyFailed(src, dst, err, recordKind);
+    LogError({"copy %{public}s to %{public}s failed, errno=%{public}d", "DoCopy"}, src, dst, err);
+    RecordCopyErr(src, dst, err, recordKind);
     return -1;
 }
 

@@ -29,6 +29,9 @@ namespace TAVO::FileMigrateOrvane {
 /// @return 0, or -1 if any entry failed
 [[nodiscard]] int TryCopy(const std::string& src, const std::string& dst, int& err, int recordKind);
 
+/// Logs and records that a copy failed with an error number, and hands that out. @return -1
+[[nodiscard]] int CopyFailed(const std::string& src, const std::string& dst, int error, int& err, int recordKind);
+
 /// FindOntoItself for a request, logged and recorded as a copy that failed.
 /// @return 0 if all is well
 [[nodiscard]] int RefuseOntoItself(const std::string& src, const std::string& dst, int& err, int recordKind);

@@ -1,8 +1,10 @@
 #include "copy_comb.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstddef>
 #include <string>
 
@@ -17,6 +19,12 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
+struct CombTask {
+    const PermPara& perm;
+    struct stat directory {};        ///< of the request's destination, once it is open
+    bool hasMetDestination = false;  ///< it lies inside the source: what holds it must not be removed
+};
+
 /// Copies one file and gives the very file that was filled its mode and owner. Then the source goes, copied or not;
 /// it stays only where the request names one object twice.
 [[gnu::noinline]] int CopyCombFile(const Entry& src, const Entry& dst, const PermPara& perm, int& err, int recordKind) {
@@ -25,8 +33,10 @@ namespace {
     if (outcome == CopyOutcome::OntoItself) {
         return -1;
     }
-    const int copied =
-        outcome == CopyOutcome::Done ? SetModeAndOwner(task.destination, dst.path, perm, err, recordKind) : -1;
+    int copied = outcome == CopyOutcome::Done ? SetModeAndOwner(task.destination, dst.path, perm, err, recordKind) : -1;
+    if (copied == 0 && task.destination.Close() != 0) {
+        copied = CopyFailed(src.path, dst.path, errno, err, recordKind);
+    }
     return DoUnlink(src.dirFd, src.name, src.path, err, recordKind) == 0 ? copied : -1;
 }
 
@@ -37,34 +47,39 @@ namespace {
     return -1;
 }
 
-int CopyCombDirectory(const Entry& src, const Entry& dst, int noFollow, const PermPara& perm, int& err, int recordKind);
+int CopyCombDirectory(const Entry& src, const Entry& dst, int noFollow, CombTask& task, int& err, int recordKind);
 
 /// A child of a directory: a subdirectory is prepared before it is entered.
-int CopyCombChild(const Entry& src, const Entry& dst, const PermPara& perm, int& err, int recordKind) {
+int CopyCombChild(const Entry& src, const Entry& dst, CombTask& task, int& err, int recordKind) {
     if (src.type != DT_DIR) {
-        return CopyCombFile(src, dst, perm, err, recordKind);
+        return CopyCombFile(src, dst, task.perm, err, recordKind);
     }
-    return DoPrepareDir(dst, perm, err, recordKind) == 0
-               ? CopyCombDirectory(src, dst, O_NOFOLLOW, perm, err, recordKind)
+    return DoPrepareDir(dst, task.perm, err, recordKind) == 0
+               ? CopyCombDirectory(src, dst, O_NOFOLLOW, task, err, recordKind)
                : -1;
 }
 
 /// @param noFollow  O_NOFOLLOW, or 0 where the destination is a request's path
-int CopyCombDirectory(const Entry& src, const Entry& dst, int noFollow, const PermPara& perm, int& err,
-                      int recordKind) {
+int CopyCombDirectory(const Entry& src, const Entry& dst, int noFollow, CombTask& task, int& err, int recordKind) {
     DirectoryStream from = DirectoryStream::Open(src);
     if (!from) {
         return OpenFailed(src.path, err, recordKind);
     }
+    if (IsDestination(from, task.directory)) {
+        task.hasMetDestination = true;
+        return CopyFailed(src.path, dst.path, EINVAL, err, recordKind);
+    }
     const UniqueFd into = OpenDirectory(dst, noFollow);
-    if (!into && noFollow != 0) {
+    if (noFollow == 0) {
+        (void)fstat(into.Get(), &task.directory);  // of none, the walk meets none
+    } else if (!into) {
         return OpenFailed(dst.path, err, recordKind);
     }
     int result = 0;
     std::size_t skipped = 0;
     VisitFilesAndDirectories(from, src.path, into, dst.path, skipped,
                              [&](const Entry& srcChild, const Entry& dstChild) {
-                                 if (CopyCombChild(srcChild, dstChild, perm, err, recordKind) != 0) {
+                                 if (CopyCombChild(srcChild, dstChild, task, err, recordKind) != 0) {
                                      result = -1;
                                  }
                              });
@@ -73,6 +88,11 @@ int CopyCombDirectory(const Entry& src, const Entry& dst, int noFollow, const Pe
         return OpenFailed(src.path, err, recordKind);  // what was not read was not tried either
     }
     from.Close();
+    // Of a tree deeper than any call takes paths, one removal further up does for all: each of these would fail anew.
+    const bool isLeftToOthers = result != 0 && src.path.length() >= PATH_MAX;
+    if (task.hasMetDestination || isLeftToOthers) {
+        return -1;
+    }
     // Always, with whatever is still in it.
     return DoRemove(src, err, recordKind) == 0 ? result : -1;
 }
@@ -87,8 +107,9 @@ int CopyCombRecurse(const std::string& src, const std::string& dst, const PermPa
     if (!TakeForDirectory(from, err)) {
         return CopyCombFile(from, to, perm, err, recordKind);
     }
+    CombTask task{perm};
     return RefuseOntoItself(src, dst, err, recordKind) == 0
-               ? CopyCombDirectory(from, to, /*noFollow=*/0, perm, err, recordKind)
+               ? CopyCombDirectory(from, to, /*noFollow=*/0, task, err, recordKind)
                : -1;
 }
 

@@ -33,10 +33,6 @@ bool Look(const Entry& entry, struct stat& st) {
     return static_cast<unsigned char>(Look(entry, st) ? IFTODT(st.st_mode) : mode_t{DT_UNKNOWN});
 }
 
-bool IsSame(const struct stat& one, const struct stat& other) {
-    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
-}
-
 /// Neither a file nor a directory nor a link.
 bool IsOther(const struct stat& st) {
     return !S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode) && !S_ISLNK(st.st_mode);
@@ -90,12 +86,10 @@ private:
 
     int CopyDirectory(const Entry& src, const Entry& dst, bool isRequest, UniqueFd& made);
     int MakeDirectory(const Entry& src, const Entry& dst, bool isRequest);
-    UniqueFd OpenMade(const Entry& dst, bool isRequest);
     int PassOver(const Entry& src, const Entry& dst);
 
     CopyTask& task;
     FileData data;
-    struct stat destination {};  ///< that of the request, once it is an open directory
     bool hasMetDestination = false;
 };
 
@@ -113,6 +107,9 @@ int StrictCopy::CopyEntry(const Entry& src, const Entry& dst, bool isRequest, Un
 /// To create the file without a look first saves the look: mostly nothing is there.
 [[gnu::noinline]] int StrictCopy::CopyFile(const Entry& src, const Entry& dst, UniqueFd& made) {
     const Source source = OpenSource(src);
+    if (task.source.st_ino == 0) {
+        task.source = source.status;
+    }
     const int error = Create(source, dst, made);
     return made || !source.isSeen ? error : CopyOnto(source, src.name, dst, error, made);
 }
@@ -205,11 +202,11 @@ int StrictCopy::CopyDirectory(const Entry& src, const Entry& dst, bool isRequest
         return error;
     }
     DirectoryStream from = DirectoryStream::Open(src);
-    if (!from) {
+    if (!from || (isRequest && fstat(from.Fd(), &task.source) != 0)) {
         return errno;
     }
-    made = OpenMade(dst, isRequest);
-    if (!made && !isRequest) {
+    made = isRequest ? OpenDestination(dst, task) : OpenDirectory(dst, O_NOFOLLOW);
+    if (!made && (!isRequest || task.isBelowRequest)) {
         return errno;
     }
     while (const dirent* child = from.Next()) {
@@ -220,6 +217,10 @@ int StrictCopy::CopyDirectory(const Entry& src, const Entry& dst, bool isRequest
         if (const int error = CopyEntry(from.Child(*child, src.path), target, /*isRequest=*/false, childMade);
             error != 0) {
             return error;
+        }
+        // Network file systems tell here that the disk is full.
+        if (childMade.Close() != 0) {
+            return errno;
         }
     }
     return from.ReadError();
@@ -232,7 +233,7 @@ int StrictCopy::CopyDirectory(const Entry& src, const Entry& dst, bool isRequest
     if (!Look(src, from)) {
         return errno;
     }
-    if (IsSame(from, destination)) {
+    if (IsSame(from, task.directory)) {
         hasMetDestination = true;
         return EINVAL;
     }
@@ -254,17 +255,6 @@ int StrictCopy::CopyDirectory(const Entry& src, const Entry& dst, bool isRequest
         return EISDIR;
     }
     return S_ISDIR(existing.st_mode) ? 0 : EINVAL;
-}
-
-[[gnu::noinline]] UniqueFd StrictCopy::OpenMade(const Entry& dst, bool isRequest) {
-    if (!isRequest) {
-        return OpenDirectory(dst, O_NOFOLLOW);
-    }
-    UniqueFd made = OpenDestination(dst, task);
-    if (made) {
-        (void)fstat(made.Get(), &destination);  // cannot fail for an open directory
-    }
-    return made;
 }
 
 /// What is neither a file nor a directory: a link is skipped, all else is an error.
@@ -296,6 +286,7 @@ CopyOutcome CopyStrictly(const Entry& src, const Entry& dst, CopyTask& task, int
     int error = known.type == DT_DIR ? FindOntoItself(src.name, dst.name) : 0;
     bool isOntoItself = error != 0;
     if (!isOntoItself) {
+        task.source = {};
         StrictCopy copy(task);
         error = copy.CopyEntry(known, dst, isRequest, task.destination);
         // For a file there is no other reason for EEXIST. In a tree the error may be that of one entry.
@@ -333,8 +324,16 @@ int FindOntoItself(const std::string& src, const std::string& dst) {
 
 UniqueFd OpenDestination(const Entry& dst, CopyTask& task) {
     UniqueFd directory = OpenDirectory(dst, task.isBelowRequest ? O_NOFOLLOW : 0);
-    task.isByName = TypeOf(dst) == DT_LNK || (fcntl(directory.Get(), F_GETFL) & O_PATH) != 0;
+    if (!directory || fstat(directory.Get(), &task.directory) != 0) {
+        return UniqueFd();
+    }
+    task.isByName = !task.isBelowRequest && (TypeOf(dst) == DT_LNK || (fcntl(directory.Get(), F_GETFL) & O_PATH) != 0);
     return directory;
+}
+
+bool IsDestination(const DirectoryStream& from, const struct stat& destination) {
+    struct stat st {};
+    return fstat(from.Fd(), &st) == 0 && IsSame(st, destination);
 }
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -6,6 +6,8 @@
 // it is filled; its set-id bits only where it has the source's owner and group.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstddef>
 #include <string>
 
@@ -14,8 +16,9 @@
 
 namespace TAVO::FileMigrateOrvane {
 
-/// OntoItself: the request names one object twice (EEXIST), or a destination inside its source (EINVAL). Nothing was
-/// touched, and to try in another way or to remove the source could only do harm.
+/// OntoItself: the request names one object twice (EEXIST), or a destination inside its source (EINVAL). To try in
+/// another way or to remove the source could only do harm. Nothing was touched, unless a bind mount or a rename in the
+/// meantime hid it until the walk came upon its own destination.
 enum class CopyOutcome { Done, Failed, OntoItself };
 
 /// What a copy has to heed, and what it leaves for the next step.
@@ -28,8 +31,17 @@ struct CopyTask {
     /// The destination is to be acted on by its name all the same: that is a link to the directory, or the object is
     /// only open for the names in it.
     bool isByName = false;
-    std::size_t skipped = 0;  ///< entries left out because of their type
+    struct stat source {};     ///< of the request's source, once it is open; st_ino is 0 before
+    struct stat directory {};  ///< of `destination`, where that is a directory; likewise
+    std::size_t skipped = 0;   ///< entries left out because of their type
 };
+
+[[nodiscard]] inline bool IsSame(const struct stat& one, const struct stat& other) {
+    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+/// Whether a directory of the source is the destination itself.
+[[nodiscard]] bool IsDestination(const DirectoryStream& from, const struct stat& destination);
 
 /// Copies a file or a tree. Symbolic links are skipped. A file overwrites an existing one and goes into an existing
 /// directory, a directory is merged into an existing one. The destination's parent must exist.

@@ -18,7 +18,8 @@ using Buffer = std::array<char, BUFFER_SIZE>;
 
 /// copy_file_range() cannot do it here, which says nothing about the file.
 bool IsUnable(int error) {
-    return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP || error == EPERM;
+    return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP || error == EPERM ||
+           error == ETXTBSY;
 }
 
 int WriteAll(int out, const char* data, std::size_t size, off_t at) {
@@ -121,7 +122,8 @@ int FileData::CopyBetweenHoles(int in, int out, off_t size) {
             return CopyPart(in, out, at, size);  // a file system that does not tell its holes
         }
         if (data < 0 || data >= size) {
-            return ftruncate(out, size) == 0 ? 0 : errno;  // nothing but a hole is left
+            struct stat now {};  // nothing but a hole is left, or the file has become shorter
+            return fstat(in, &now) == 0 && ftruncate(out, std::min(size, now.st_size)) == 0 ? 0 : errno;
         }
         const off_t hole = lseek(in, data, SEEK_HOLE);
         at = hole > data ? std::min(hole, size) : size;

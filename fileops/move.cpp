@@ -16,12 +16,20 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-int GetUidGid(const std::string& path, uid_t& uid, gid_t& gid, int& err, int recordKind) {
+/// @param copied  what was copied; another object that bears its name by now is not to be removed for it, nor does its
+///                owner get the copy
+int GetUidGid(const std::string& path, const struct stat& copied, uid_t& uid, gid_t& gid, int& err, int recordKind) {
     struct stat st {};
     if (lstat(path.c_str(), &st) != 0) {
         err = errno;
         RecordErrForPath("GETUIDGID", path, err, recordKind);
         LogError("lstat %{public}s failed, errno=%{public}d", path, err);
+        return -1;
+    }
+    if (copied.st_ino != 0 && !IsSame(st, copied)) {
+        err = ESTALE;
+        RecordErrForPath("GETUIDGID", path, err, recordKind);
+        LogError("%{public}s was exchanged while it was copied, errno=%{public}d", path, err);
         return -1;
     }
     uid = st.st_uid;
@@ -62,7 +70,8 @@ int MoveByCopy(const std::string& src, const std::string& dst, CopyTask& task, i
     uid_t uid = 0;
     gid_t gid = 0;
     if (CopyRequest(src, dst, task, err, recordKind) != CopyOutcome::Done ||
-        GetUidGid(src, uid, gid, err, recordKind) != 0 || ChOwnCopy(dst, task, uid, gid, err, recordKind) != 0) {
+        GetUidGid(src, task.source, uid, gid, err, recordKind) != 0 ||
+        ChOwnCopy(dst, task, uid, gid, err, recordKind) != 0) {
         return -1;
     }
     if (task.skipped != 0) {

@@ -112,7 +112,8 @@ int ChModObject(const UniqueFd& object, const std::string& path, unsigned int mo
 }
 
 int ChOwnObject(const UniqueFd& object, const std::string& path, unsigned int uid, unsigned int gid) {
-    return object ? fchown(object.Get(), uid, gid) : lchown(path.c_str(), uid, gid);
+    // Unlike fchown(), this also takes an object that is open for its place only.
+    return object ? fchownat(object.Get(), "", uid, gid, AT_EMPTY_PATH) : lchown(path.c_str(), uid, gid);
 }
 
 }  // namespace

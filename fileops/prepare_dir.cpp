@@ -22,17 +22,10 @@ namespace {
 
 constexpr unsigned int CREATE_MODE = 0700;
 
-int MkDirFailed(const std::string& path, int& err, int recordKind) {
-    err = errno;
-    LogError({"mkdir %{public}s %{public}o failed, errno=%{public}d", "DoMkDir"}, path, CREATE_MODE, err);
-    RecordMkdirErr(path, CREATE_MODE, err, recordKind);
-    return -1;
-}
-
 /// DoMkDir that tells whether the directory is its own.
 int MakeOne(const Entry& directory, bool& isNew, int& err, int recordKind) {
     isNew = mkdirat(directory.dirFd, directory.name, CREATE_MODE) == 0;
-    return isNew || errno == EEXIST ? 0 : MkDirFailed(directory.path, err, recordKind);
+    return isNew || errno == EEXIST ? 0 : MkDirFailed(directory.path, errno, err, recordKind);
 }
 
 /// Whether something stands where mkdir() found the name taken. If not, errno tells why no mode can be given to it: a
@@ -144,7 +137,7 @@ int ForEachLevel(const std::string& path, int& err, int recordKind, Make make) {
         if (slash != std::string::npos && (above || level.isNew) && !level.fd) {
             level.fd = UniqueFd(openat(entry.dirFd, entry.name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
             if (!level.fd) {
-                return MkDirFailed(text, err, recordKind);
+                return MkDirFailed(text, errno, err, recordKind);
             }
         }
         if (level.fd) {
@@ -155,6 +148,13 @@ int ForEachLevel(const std::string& path, int& err, int recordKind, Make make) {
 }
 
 }  // namespace
+
+int MkDirFailed(const std::string& path, int error, int& err, int recordKind) {
+    err = error;
+    LogError({"mkdir %{public}s %{public}o failed, errno=%{public}d", "DoMkDir"}, path, CREATE_MODE, err);
+    RecordMkdirErr(path, CREATE_MODE, err, recordKind);
+    return -1;
+}
 
 int DoMkDir(const std::string& path, int& err, int recordKind) {
     std::string text = path;

@@ -19,6 +19,9 @@ namespace TAVO::FileMigrateOrvane {
 /// The same relative to an open directory. @param directory its type is not looked at
 [[nodiscard]] int DoMkDir(const Entry& directory, int& err, int recordKind);
 
+/// Logs and records that a directory could not be created, with an error number, and hands that out. @return -1
+[[nodiscard]] int MkDirFailed(const std::string& path, int error, int& err, int recordKind);
+
 /// Creates a directory, with RECURSE_ALL every missing ancestor too, each with mode 0700. An existing path
 /// succeeds whatever the option; EINVAL for an unknown option.
 [[nodiscard]] int MkDir(const std::string& path, int recurseOpt, int& err, int recordKind);

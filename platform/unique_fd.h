@@ -38,6 +38,11 @@ public:
     }
 
     [[nodiscard]] int Get() const { return fd; }
+    /// For those who want to know whether it went well: 0, or -1 with errno set. None is closed with success.
+    [[nodiscard]] int Close() {
+        const int closing = Release();
+        return closing < 0 ? 0 : close(closing);
+    }
     [[nodiscard]] int Release() { return std::exchange(fd, -1); }
     explicit operator bool() const { return fd >= 0; }
 
