@@ -64,6 +64,7 @@ std::string Printable(std::string_view bytes) {
     std::mbstate_t state{};
     while (!bytes.empty()) {
         wchar_t character = 0;
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): only without a state of its own
         const std::size_t length = std::mbrtowc(&character, bytes.data(), bytes.size(), &state);
         // 0: a NUL; anything above the rest: an invalid or a cut sequence, of which one byte is taken.
         const bool isCharacter = length > 0 && length <= bytes.size();
