@@ -11,6 +11,9 @@
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
 
+/// Not as another user, who need not be let into the folder of the build.
+const std::string kWithoutPrivilege = "setpriv --bounding-set=-all --inh-caps=-all";
+
 using nlohmann::json;
 using RecordsCommand = DaemonTest;
 
@@ -79,8 +82,8 @@ TEST_F(RecordsCommand, ReadsAllFilesInTheOrderOfTime) {
     EXPECT_EQ(Numbers(RunTool("records").out), "0 1 4 2 3 5 ");
     const Finished summary = RunTool("records --summary");
     EXPECT_TRUE(std::regex_search(summary.out, std::regex(" 5 .* ENOENT +[^\n]*\n +1 .* EACCES"))) << summary.out;
-    std::filesystem::permissions(AB_FILE, std::filesystem::perms::owner_read);
-    const Finished other = RunTool("records", "setpriv --reuid 65534 --clear-groups");
+    std::filesystem::permissions(AB_FILE, std::filesystem::perms::none);
+    const Finished other = RunTool("records", kWithoutPrivilege);
     EXPECT_EQ(Numbers(other.out), "0 1 4 2 3 ");
     EXPECT_TRUE(other.status == 1 && other.err.find("run this as root") != other.err.npos) << other.err;
 }
@@ -121,8 +124,8 @@ TEST_F(RecordsCommand, AFailureOfTheDaemonWithItsCauseAndItsDump) {
     EXPECT_EQ(json::parse(RunTool("dumps --json MOVE").out)["error"], "ENOENT");
     Append(KMSG_DIR + std::string("/COPY@20261121101530"), "");
     EXPECT_NE(RunTool("dumps COPY@20261121101530").err.find(": empty: "), std::string::npos);
-    std::filesystem::permissions(AB_FILE, std::filesystem::perms::owner_read);
-    const Finished other = RunTool("dumps", "setpriv --reuid 65534 --regid 1000 --clear-groups");
+    std::filesystem::permissions(AB_FILE, std::filesystem::perms::none);
+    const Finished other = RunTool("dumps", kWithoutPrivilege);
     EXPECT_TRUE(other.status == 1 && other.out.find("  record not known\n") != other.out.npos) << other.out;
     EXPECT_NE(RunTool("dumps MOVE").err.find("these are there:\n  COPY@20261121101530\n  " + name), std::string::npos);
 }

@@ -129,12 +129,10 @@ protected:
     }
 
     /// The numbers of each call in what strace wrote, by the count of its name in its thread; the log's lines apart.
-    /// Not those whose failure the C library (or a sanitizer) answers with the end, and those that strace does not
-    /// know.
+    /// Not those whose failure the C library (or a sanitizer) answers with the end, those of its allocator, and those
+    /// that strace does not know.
     static std::map<std::string, std::set<int>> CallsMade() {
-        static const std::string none =
-            IS_SANITIZED ? "futex|syscall_|m?map|munmap|mprotect|brk|madvise" : "futex|syscall_";
-        static const std::regex line("(\\d+) +(?!" + none + ")(\\w+)\\((2,)?.*");
+        static const std::regex line(R"((\d+) +(?!futex|syscall_|m?map|munmap|mprotect|brk|madvise)(\w+)\((2,)?.*)");
         std::map<std::string, int> counts;
         std::map<std::string, std::set<int>> calls;
         std::ifstream lines(CALLS);
