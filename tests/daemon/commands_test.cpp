@@ -358,6 +358,13 @@ TEST_F(CommandsTest, LabelsThatAPolicyPrescribes) {
 }
 
 /// As when another process removes a file meanwhile.
+// The C library's fstat() makes the call that its fstatat() makes; the thread sanitizer's does not.
+#ifdef __SANITIZE_THREAD__
+constexpr bool FSTAT_IS_NEWFSTATAT = false;
+#else
+constexpr bool FSTAT_IS_NEWFSTATAT = true;
+#endif
+
 TEST_F(CommandsTest, FilesThatAreGoneAtTheSecondLook) {
     const std::string file = tree->File("f");
     const std::string lost = ": lstat " + file + " failed, errno=2\n";
@@ -366,7 +373,7 @@ TEST_F(CommandsTest, FilesThatAreGoneAtTheSecondLook) {
         std::string line, type, look;
     } rows[] = {
         {{MaxSize, file}, "E RecMaxSize" + lost, "MAXSIZE_LSTAT", "2"},
-        {{MoveAll, file, second->Path("t")}, "E GetUidGid" + lost, "GETUIDGID", "3"},
+        {{MoveAll, file, second->Path("t")}, "E GetUidGid" + lost, "GETUIDGID", FSTAT_IS_NEWFSTATAT ? "3" : "2"},
     };
     for (const auto& row : rows) {
         ClearRecords();
