@@ -47,7 +47,7 @@ int TryCopyContents(DirectoryStream& from, const Entry& src, const UniqueFd& int
 /// A directory below those of the request.
 int TryCopyDirectory(const Entry& src, const Entry& dst, CopyTask& task, int& err, int recordKind) {
     DirectoryStream from = DirectoryStream::Open(src);
-    if (!from || IsDestination(from, task.directory)) {
+    if (!from || from.Is(task.directory)) {
         return OpenFailed(src.path, from ? EINVAL : errno, err, recordKind);
     }
     const UniqueFd into = OpenDirectory(dst, O_NOFOLLOW);

@@ -7,6 +7,7 @@
 #include <climits>
 #include <cstddef>
 #include <string>
+#include <utility>
 
 #include "copy.h"
 #include "directory_stream.h"
@@ -65,7 +66,7 @@ int CopyCombDirectory(const Entry& src, const Entry& dst, int noFollow, CombTask
     if (!from) {
         return OpenFailed(src.path, err, recordKind);
     }
-    if (IsDestination(from, task.directory)) {
+    if (from.Is(task.directory)) {
         task.hasMetDestination = true;
         return CopyFailed(src.path, dst.path, EINVAL, err, recordKind);
     }
@@ -87,14 +88,13 @@ int CopyCombDirectory(const Entry& src, const Entry& dst, int noFollow, CombTask
         errno = from.ReadError();
         return OpenFailed(src.path, err, recordKind);  // what was not read was not tried either
     }
-    from.Close();
     // Of a tree deeper than any call takes paths, one removal further up does for all: each of these would fail anew.
     const bool isLeftToOthers = result != 0 && src.path.length() >= PATH_MAX;
     if (task.hasMetDestination || isLeftToOthers) {
         return -1;
     }
     // Always, with whatever is still in it.
-    return DoRemove(src, err, recordKind) == 0 ? result : -1;
+    return DoRemove(std::move(from), src, err, recordKind) == 0 ? result : -1;
 }
 
 }  // namespace

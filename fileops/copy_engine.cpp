@@ -331,9 +331,4 @@ UniqueFd OpenDestination(const Entry& dst, CopyTask& task) {
     return directory;
 }
 
-bool IsDestination(const DirectoryStream& from, const struct stat& destination) {
-    struct stat st {};
-    return fstat(from.Fd(), &st) == 0 && IsSame(st, destination);
-}
-
 }  // namespace TAVO::FileMigrateOrvane

@@ -36,13 +36,6 @@ struct CopyTask {
     std::size_t skipped = 0;   ///< entries left out because of their type
 };
 
-[[nodiscard]] inline bool IsSame(const struct stat& one, const struct stat& other) {
-    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
-}
-
-/// Whether a directory of the source is the destination itself.
-[[nodiscard]] bool IsDestination(const DirectoryStream& from, const struct stat& destination);
-
 /// Copies a file or a tree. Symbolic links are skipped. A file overwrites an existing one and goes into an existing
 /// directory, a directory is merged into an existing one. The destination's parent must exist.
 /// @param src  of unknown type for the path of a request, otherwise a regular file

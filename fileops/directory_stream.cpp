@@ -59,6 +59,11 @@ const dirent* DirectoryStream::Next() {
     }
 }
 
+bool DirectoryStream::Is(const struct stat& directory) const {
+    struct stat st {};
+    return fstat(Fd(), &st) == 0 && IsSame(st, directory);
+}
+
 UniqueFd OpenDirectory(const Entry& entry, int noFollow) {
     UniqueFd directory(openat(entry.dirFd, entry.name, OPEN_FLAGS | noFollow));
     if (!directory && (errno == EACCES || errno == ENOTDIR)) {

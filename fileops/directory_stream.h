@@ -9,6 +9,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <memory>
 #include <string>
@@ -36,6 +37,11 @@ inline Entry TopEntry(const std::string& path, std::string& text) {
     return {AT_FDCWD, path.c_str(), DT_UNKNOWN, text};
 }
 
+/// Whether two status records are of one object.
+[[nodiscard]] inline bool IsSame(const struct stat& one, const struct stat& other) {
+    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
 /// Owns an open directory.
 class DirectoryStream {
 public:
@@ -48,12 +54,17 @@ public:
     explicit operator bool() const { return stream != nullptr; }
     [[nodiscard]] int Fd() const { return dirfd(stream.get()); }
     void Close() { stream.reset(); }
+    /// Whether it is this directory, and not another one that bore its name when it was opened.
+    [[nodiscard]] bool Is(const struct stat& directory) const;
 
     /// The next entry but "." and "..", or null at the end. An error while reading counts as the end, and is kept for
     /// ReadError(). The result is good until the next call.
     [[nodiscard]] const dirent* Next();
     /// Why the end that Next() told was none; 0 if it was.
     [[nodiscard]] int ReadError() const { return readError; }
+
+    /// Back to the first entry.
+    void Rewind() { rewinddir(stream.get()); }
 
     /// What Next() gave, as an entry. @param path its text, already that of the child (see ChildPath)
     [[nodiscard]] Entry Child(const dirent& child, std::string& path) const {

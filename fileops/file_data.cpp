@@ -1,5 +1,6 @@
 #include "file_data.h"
 
+#include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -15,6 +16,9 @@ constexpr off_t STAT_BLOCK = 512;  // the unit of st_blocks, whatever the file s
 
 constexpr off_t BUFFER_SIZE = 65536;
 using Buffer = std::array<char, BUFFER_SIZE>;
+
+/// Of a file longer than this the page cache need not keep what was read: so much is dropped at a time.
+constexpr off_t PIECE = off_t{16} << 20;
 
 /// copy_file_range() cannot do it here, which says nothing about the file.
 bool IsUnable(int error) {
@@ -50,16 +54,17 @@ ssize_t ReadAndWrite(int in, int out, Buffer& buffer, off_t at, off_t end) {
     return error == 0 ? got : -error;
 }
 
-[[gnu::noinline]] int CopyByReading(int in, int out, off_t at, off_t end) {
+/// @return how far it came, or a negative error number
+[[gnu::noinline]] off_t CopyByReading(int in, int out, off_t at, off_t end) {
     Buffer buffer;
     while (at < end) {
         const ssize_t done = ReadAndWrite(in, out, buffer, at, end);
         if (done <= 0) {
-            return static_cast<int>(-done);
+            return done < 0 ? done : at;
         }
         at += done;
     }
-    return 0;
+    return at;
 }
 
 /// A file that tells no size is read to its end, unless it has got a size by then: one that somebody keeps
@@ -96,6 +101,21 @@ int FileData::Copy(int in, int out, const struct stat& from) {
 }
 
 int FileData::CopyPart(int in, int out, off_t at, off_t end) {
+    const bool isLarge = end - at > PIECE;
+    while (at < end) {
+        const off_t reached = CopyPiece(in, out, at, std::min(at + PIECE, end));
+        if (reached <= at) {
+            return reached < 0 ? static_cast<int>(-reached) : 0;
+        }
+        if (isLarge) {
+            (void)posix_fadvise(in, at, reached - at, POSIX_FADV_DONTNEED);  // a hint
+        }
+        at = reached;
+    }
+    return 0;
+}
+
+off_t FileData::CopyPiece(int in, int out, off_t at, off_t end) {
     // One buffer is carried over faster by reading than through the kernel's pipe.
     const bool isSmall = end - at <= BUFFER_SIZE;
     off_t outAt = at;
@@ -106,12 +126,12 @@ int FileData::CopyPart(int in, int out, off_t at, off_t end) {
         }
         if (done < 0 && errno != EINTR) {
             if (!IsUnable(errno)) {
-                return errno;
+                return -errno;
             }
             isInKernel = false;
         }
     }
-    return at < end ? CopyByReading(in, out, at, end) : 0;
+    return at < end ? CopyByReading(in, out, at, end) : at;
 }
 
 int FileData::CopyBetweenHoles(int in, int out, off_t size) {

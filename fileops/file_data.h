@@ -1,6 +1,7 @@
 // The data of one regular file, from descriptor to descriptor: shared where the file system can, copied inside the
-// kernel, or by reading and writing; holes stay holes. A FileData remembers between files what did not work;
-// it belongs to one copy, so to one thread. Descriptors stay their caller's.
+// kernel, or by reading and writing; holes stay holes, and what was read of a large file does not stay in the page
+// cache. A FileData remembers between files what did not work; it belongs to one copy, so to one thread. Descriptors
+// stay their caller's.
 #pragma once
 
 #include <sys/stat.h>
@@ -16,6 +17,8 @@ public:
 
 private:
     [[nodiscard]] int CopyPart(int in, int out, off_t at, off_t end);
+    /// @return how far it came, which is less than `end` where the file ends before; or a negative error number
+    [[nodiscard]] off_t CopyPiece(int in, int out, off_t at, off_t end);
     [[nodiscard]] int CopyBetweenHoles(int in, int out, off_t size);
 
     bool canShare = true;    ///< the two file systems are one that can share blocks between files

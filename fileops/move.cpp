@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <utility>
 
 #include "copy.h"
 #include "error_record.h"
@@ -66,6 +67,21 @@ int Flush(const std::string& src, const std::string& dst, const CopyTask& task, 
     return -1;
 }
 
+/// Removes what was copied. A directory is emptied by descriptor: another one that bears its name by now is not removed
+/// for it, uncopied.
+int RemoveSource(const std::string& src, const struct stat& copied, int& err, int recordKind) {
+    std::string text = src;
+    const Entry entry = TopEntry(src, text);
+    if (!S_ISDIR(copied.st_mode)) {
+        return DoRemove(entry, err, recordKind);
+    }
+    DirectoryStream stream = DirectoryStream::Open(entry);
+    if (!stream || !stream.Is(copied)) {
+        return RemoveFailed(src, stream ? ESTALE : errno, err, recordKind);
+    }
+    return DoRemove(std::move(stream), entry, err, recordKind);
+}
+
 int MoveByCopy(const std::string& src, const std::string& dst, CopyTask& task, int& err, int recordKind) {
     uid_t uid = 0;
     gid_t gid = 0;
@@ -78,7 +94,7 @@ int MoveByCopy(const std::string& src, const std::string& dst, CopyTask& task, i
         LogWarn("%{public}lu links or special files of %{public}s are not copied, and removed with it", task.skipped,
                 src);
     }
-    if (Flush(src, dst, task, err, recordKind) != 0 || Remove(src, err, recordKind) != 0) {
+    if (Flush(src, dst, task, err, recordKind) != 0 || RemoveSource(src, task.source, err, recordKind) != 0) {
         return -1;
     }
     LogInfo("MoveByCopy %{public}s to %{public}s suc", src, dst);

@@ -59,6 +59,24 @@ int UnlinkIfThere(int dirFd, const char* name, int flags) {
     return unlinkat(dirFd, name, flags) == 0 || errno == ENOENT ? 0 : -1;
 }
 
+int RemoveTree(const Entry& entry);
+
+/// Empties an open directory and removes it. @param entry its name, by which only an empty directory is removed
+int RemoveDirectory(DirectoryStream& stream, const Entry& entry) {
+    while (const dirent* child = stream.Next()) {
+        const ChildPath joined(entry.path, child->d_name);
+        if (RemoveTree(stream.Child(*child, entry.path)) != 0) {
+            return -1;
+        }
+    }
+    if (stream.ReadError() != 0) {
+        errno = stream.ReadError();
+        return -1;
+    }
+    stream.Close();
+    return UnlinkIfThere(entry.dirFd, entry.name, AT_REMOVEDIR);
+}
+
 /// Like std::filesystem::remove_all, but for a name in an open directory.
 int RemoveTree(const Entry& entry) {
     if (entry.type != DT_DIR && entry.type != DT_UNKNOWN) {
@@ -71,17 +89,12 @@ int RemoveTree(const Entry& entry) {
         }
         return errno == ENOENT ? 0 : -1;
     }
-    while (const dirent* child = stream.Next()) {
-        if (RemoveTree(stream.Child(*child, entry.path)) != 0) {
-            return -1;
-        }
-    }
-    if (stream.ReadError() != 0) {
-        errno = stream.ReadError();
-        return -1;
-    }
-    stream.Close();
-    return UnlinkIfThere(entry.dirFd, entry.name, AT_REMOVEDIR);
+    return RemoveDirectory(stream, entry);
+}
+
+int RemoveSucceeded(const std::string& path) {
+    LogInfo({"Remove %{public}s suc", "Remove"}, path);
+    return 0;
 }
 
 }  // namespace
@@ -102,14 +115,20 @@ int Remove(const std::string& path, int& err, int recordKind) {
 }
 
 int DoRemove(const Entry& entry, int& err, int recordKind) {
-    if (RemoveTree(entry) != 0) {
-        err = errno;
-        LogError({"Remove %{public}s failed, errno=%{public}d", "Remove"}, entry.path, err);
-        RecordNormalErr("REMOVE", entry.path, err, recordKind);
-        return -1;
-    }
-    LogInfo({"Remove %{public}s suc", "Remove"}, entry.path);
-    return 0;
+    return RemoveTree(entry) == 0 ? RemoveSucceeded(entry.path) : RemoveFailed(entry.path, errno, err, recordKind);
+}
+
+int DoRemove(DirectoryStream stream, const Entry& entry, int& err, int recordKind) {
+    stream.Rewind();
+    return RemoveDirectory(stream, entry) == 0 ? RemoveSucceeded(entry.path)
+                                               : RemoveFailed(entry.path, errno, err, recordKind);
+}
+
+[[gnu::noinline]] int RemoveFailed(const std::string& path, int error, int& err, int recordKind) {
+    err = error;
+    LogError({"Remove %{public}s failed, errno=%{public}d", "Remove"}, path, err);
+    RecordNormalErr("REMOVE", path, err, recordKind);
+    return -1;
 }
 
 int TryRemove(const std::string& path, int& err, int recordKind) {

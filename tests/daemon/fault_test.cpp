@@ -1,6 +1,6 @@
 // System calls that fail under the real daemon. EveryCallMayFail makes each kind of request once under strace to see
-// its calls, then again with one call failing, and prints what became of it: by default for a sample, with
-// FILE_MIGRATE_FAULTS=all for each call with each error.
+// its calls, then again with one call failing, and prints how often that was and what became of it: by default for a
+// sample, with FILE_MIGRATE_FAULTS=all for each call with each error.
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -167,7 +167,9 @@ TEST_F(FaultTest, EveryCallMayFail) {
             }
             for (const std::string& fault : faults) {
                 const std::string outcome = Outcome(way, "inject=" + call.substr(0, call.find(' ')) + fault);
-                ++table[call + fault.substr(0, fault.rfind(':'))][outcome];
+                auto& row = table[call + fault.substr(0, fault.rfind(':'))];
+                ++row[outcome];
+                row["injected"] += ReadFile(CALLS).find("(INJECTED)") != std::string::npos;
                 EXPECT_TRUE(outcome.starts_with("ok-")) << int(way.cmd) << way.src << call << fault << outcome;
             }
         }

@@ -199,19 +199,32 @@ TEST_F(RaceTest, OnlyTheDirectoryThatWasMadeIsGivenAway) {
     EXPECT_TRUE(swaps > 0 && st.st_uid == 0 && st.st_mode == (S_IFDIR | 0700)) << swaps;
 }
 
-/// A user can put a directory of his own in the place of root's that stands in his, and wait for a copy that is his.
+/// A user can put a directory of his own in the place of root's that stands in his, and wait for a copy that is his;
+/// or one of root's in the place of another, and wait for the removal of what was copied.
 TEST_F(RaceTest, WhatRootHasInAUsersTreeStaysRoots) {
-    second.emplace(ScratchTree::On::SecondFs);
-    const std::string roots = tree->Path("s/roots"), own = tree->Dir("own"), begun = second->Path("roots/d");
-    Grow(roots, SECRET);
-    EXPECT_EQ(chown(own.c_str(), 1, 1), 0);
-    Start(kSlowMkdir);
-    long swaps = 0;
-    const auto once = [&](const Pair& objects) { return swaps == 0 && fs::exists(begun) && Exchange(objects); };
-    std::jthread attacker = Attack({{roots, own}}, once, swaps);
-    EXPECT_EQ(Call({MoveSub, tree->Path("s"), second->Path()}).result, -1);
-    attacker = {};
-    EXPECT_TRUE(swaps == 1 && CountSecrets(*tree) == 24 && Lstat(begun).st_uid == 0);
+    const DaemonOptions slowFlush{{}, {"strace", "-fqqo/dev/null", "-einject=syncfs:delay_enter=1000000"}};
+    for (const bool isAtFlush : {false, true}) {
+        tree.emplace();
+        second.emplace(ScratchTree::On::SecondFs);
+        const std::string roots = tree->Path("s/roots"), own = tree->Path("own"), begun = second->Path("roots/d");
+        Grow(roots, SECRET);
+        Grow(own, SECRET);
+        EXPECT_EQ(isAtFlush ? 0 : chown(own.c_str(), 1, 1), 0);
+        Start(isAtFlush ? slowFlush : kSlowMkdir);
+        long swaps = 0;
+        const auto once = [&](const Pair& objects) {
+            if (swaps != 0 || !fs::exists(begun)) {
+                return false;
+            }
+            std::this_thread::sleep_for(Deadline{isAtFlush ? 200 : 0});
+            return Exchange(objects);
+        };
+        std::jthread attacker = Attack({{roots, own}}, once, swaps);
+        EXPECT_EQ(Call({MoveSub, tree->Path("s"), second->Path()}).errCode, ESTALE);
+        attacker = {};
+        EXPECT_TRUE(swaps == 1 && CountSecrets(*tree) == 48 && Lstat(begun).st_uid == 0);
+        EXPECT_EQ(std::ssize(Found("Remove " + roots + " failed")), isAtFlush ? 1 : 0);
+    }
 }
 
 /// Through a mount a place inside the source does not look like one.

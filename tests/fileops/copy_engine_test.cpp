@@ -183,12 +183,18 @@ TEST(CopyEngineTest, CopiesAsTheStandardLibrary) {
     }
 }
 
-TEST(CopyEngineTest, HolesAndFilesThatLieAboutTheirSize) {
+TEST(CopyEngineTest, LargeFilesHolesAndFilesThatLieAboutTheirSize) {
     ScratchTree tree, second(ScratchTree::On::SecondFs);
+    std::string numbers;
+    while (numbers.length() < (33 << 20)) {
+        numbers += std::to_string(numbers.length()) + "\n";
+    }
+    tree.File("s/large", numbers);
     fs::resize_file(tree.File("s/sparse", "begin"), 1 << 20);
     for (const std::string& target : {tree.Path("t"), second.Path("t")}) {
         int err = 0;
         EXPECT_EQ(Ours(tree.Path("s"), target, err), CopyOutcome::Done);
+        EXPECT_TRUE(ReadFile(target + "/large") == numbers);
         EXPECT_LT(Lstat(target + "/sparse").st_blocks, 100);
         EXPECT_EQ(ReadFile(target + "/sparse"), ReadFile(tree.Path("s/sparse")));
         // Listed difference: to the library a file of 0 bytes is empty.
