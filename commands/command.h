@@ -2,17 +2,16 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
-#include <vector>
 
 #include "file_migrate_orvane.h"
+#include "string_list.h"
 
 namespace TAVO::FileMigrateOrvane {
 
 /// The reply context of one request; belongs to the worker that carries the request out.
 struct extraInfo {
-    std::int32_t errCode = 0;       ///< error number sent back beside the result
-    std::vector<std::string> strs;  ///< result strings, sent back in string packages
+    std::int32_t errCode = 0;  ///< error number sent back beside the result
+    StringList strs;           ///< result strings, sent back in string packages
 };
 
 /// The result of a migration whose source does not exist.

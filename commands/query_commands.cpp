@@ -24,8 +24,7 @@ std::int32_t ProcessExistedPathCmd(const FileMigrateRcvMsg* msg, extraInfo& info
     if (GetExistedPath(msg->src, existedPath, info.errCode, RECORD_KIND_AB) != 0) {
         return -1;
     }
-    info.strs.clear();
-    info.strs.push_back(std::move(existedPath));
+    info.strs = {existedPath};
     return 0;
 }
 

@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "path_helpers.h"
-#include "record_file.h"
 
 namespace TAVO::FileMigrateOrvane {
 namespace {
@@ -18,8 +17,8 @@ bool IsSelfOrParent(const char* name) {
 
 }  // namespace
 
-bool TakeForDirectory(const Entry& entry, int& err) {
-    return entry.type == DT_UNKNOWN ? IsDir(entry.dirFd, entry.name, entry.path, err, RECORD_KIND_NONE) != 0
+bool TakeForDirectory(const Entry& entry, int& err, int recordKind) {
+    return entry.type == DT_UNKNOWN ? IsDir(entry.dirFd, entry.name, entry.path, err, recordKind) != 0
                                     : entry.type == DT_DIR;
 }
 

@@ -14,6 +14,7 @@
 #include <memory>
 #include <string>
 
+#include "record_file.h"
 #include "unique_fd.h"
 
 namespace TAVO::FileMigrateOrvane {
@@ -29,7 +30,8 @@ struct Entry {
 /// Whether a walk is to open the entry: it is a directory, or it is not known what it is (the open then fails and
 /// tells why). The file system is asked only where the entry's type is not known: an entry that has been exchanged
 /// since it was listed shows when it is acted on.
-[[nodiscard]] bool TakeForDirectory(const Entry& entry, int& err);
+/// @param recordKind  of the record of a failure to ask
+[[nodiscard]] bool TakeForDirectory(const Entry& entry, int& err, int recordKind = RECORD_KIND_NONE);
 
 /// The entry for a path named in a request.
 /// @param text  a copy of the path, for messages; it grows and moves, so the entry's name is the path itself

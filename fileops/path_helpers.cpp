@@ -51,8 +51,8 @@ int IsDir(int dirFd, const char* name, const std::string& path, int& err, int re
     return S_ISDIR(st.st_mode) ? 1 : 0;
 }
 
-int ListDir(const std::string& path, std::vector<std::string>& entries, int& err, bool withType, int recordKind) {
-    entries.clear();
+int ListDir(const std::string& path, StringList& entries, int& err, bool withType, int recordKind) {
+    entries.Clear();
     DirectoryStream stream = DirectoryStream::OpenFollowing(path);
     if (!stream) {
         err = errno;
@@ -63,10 +63,8 @@ int ListDir(const std::string& path, std::vector<std::string>& entries, int& err
         return -1;
     }
     while (const dirent* entry = stream.Next()) {
-        std::string& text = entries.emplace_back(entry->d_name);
-        if (withType) {
-            text += entry->d_type == DT_DIR ? ":1" : ":0";
-        }
+        const char* type = entry->d_type == DT_DIR ? ":1" : ":0";
+        entries.Add(entry->d_name, withType ? type : "");
     }
     return 0;
 }

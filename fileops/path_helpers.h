@@ -7,7 +7,8 @@
 #pragma once
 
 #include <string>
-#include <vector>
+
+#include "string_list.h"
 
 namespace TAVO::FileMigrateOrvane {
 
@@ -30,8 +31,7 @@ namespace TAVO::FileMigrateOrvane {
 /// Lists one level of a directory in its own order, "." and ".." left out. `entries` is emptied first.
 /// @param withType  adds ":1" to the name of a directory and ":0" to any other, by the type in the entry
 /// @return 0, or -1 if the directory cannot be opened (an absent one is logged but not recorded)
-[[nodiscard]] int ListDir(const std::string& path, std::vector<std::string>& entries, int& err, bool withType,
-                          int recordKind);
+[[nodiscard]] int ListDir(const std::string& path, StringList& entries, int& err, bool withType, int recordKind);
 
 /// Finds the nearest existing ancestor, or the path itself. The caller passes `err` as 0.
 /// @return 0, or -1 with `existedPath` as it was

@@ -83,7 +83,7 @@ int AddBlksRecurse(const Entry& entry, std::uint32_t& totalBlocks, int& err, int
 }
 
 int RecMaxSizeRecurse(const Entry& entry, std::int64_t& maxBlocks, int& err, int recordKind) {
-    if (IsDir(entry.dirFd, entry.name, entry.path, err, recordKind) == 0) {
+    if (!TakeForDirectory(entry, err, recordKind)) {
         return RecMaxSize(entry, maxBlocks, err, recordKind);
     }
     DirectoryStream stream = DirectoryStream::Open(entry);

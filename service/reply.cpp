@@ -49,29 +49,29 @@ void SendPackage(int fd, const FileMigrateStrPkg& pkg, Clock::duration& waited) 
 
 }  // namespace
 
-std::vector<std::string> PackStrings(const std::vector<std::string>& strs) {
-    std::vector<std::string> packages;
-    std::string current;
+std::vector<std::string_view> PackStrings(const StringList& strs) {
+    std::vector<std::string_view> packages;
+    // Of the current package in the joined text, with its last "/".
+    std::size_t begin = 0;
+    std::size_t end = 0;
     const auto closePackage = [&] {
-        if (!current.empty()) {
-            current.pop_back();  // the last "/"
-            packages.push_back(std::move(current));
-            current.clear();
+        if (begin < end) {
+            packages.push_back(strs.Joined().substr(begin, end - begin - 1));
+            begin = end;
         }
     };
-    for (const std::string& text : strs) {
-        if (current.length() + text.length() + 1 > PACKAGE_WIDTH) {
+    for (const std::size_t next : strs.Ends()) {
+        if (next - begin > PACKAGE_WIDTH) {
             closePackage();
         }
-        current += text;
-        current += '/';
+        end = next;
     }
     closePackage();
     return packages;
 }
 
 void SendResMsg(int fd, std::int32_t result, const extraInfo& info) {
-    const std::vector<std::string> packages = PackStrings(info.strs);
+    const std::vector<std::string_view> packages = PackStrings(info.strs);
     const auto pkgNum = static_cast<std::int32_t>(packages.size());
     LogError("result:%{public}d, errCode:%{public}d, pkgNum:%{public}d, fd:%{public}d", result, info.errCode, pkgNum,
              fd);
@@ -88,14 +88,14 @@ void SendResMsg(int fd, std::int32_t result, const extraInfo& info) {
     SendStrPkgs(fd, pkgNum, packages);
 }
 
-void SendStrPkgs(int fd, std::int32_t pkgNum, const std::vector<std::string>& packages) {
+void SendStrPkgs(int fd, std::int32_t pkgNum, const std::vector<std::string_view>& packages) {
     FileMigrateStrPkg pkg{};
     pkg.pkgNum = pkgNum;
     Clock::duration waited{};
-    for (const std::string& text : packages) {
+    for (const std::string_view text : packages) {
         memset_s(pkg.data, sizeof(pkg.data), 0, sizeof(pkg.data));
         ++pkg.pkgIndex;
-        const int copied = strncpy_s(pkg.data, sizeof(pkg.data), text.c_str(), text.length());
+        const int copied = strncpy_s(pkg.data, sizeof(pkg.data), text.data(), text.length());
         if (copied != 0) {
             LogError("strncpy_s ret:%{public}d", copied);
         }

@@ -412,11 +412,11 @@ TEST_F(CommandsTest, SpaceWalksLookAtAnObjectNoMoreOftenThanTheyMust) {
     const std::string calls = second->Path("calls");
     Start({{}, {"strace", "-fqo", calls, "-e", "trace=newfstatat,lstat"}});
     ASSERT_TRUE(Shell("mkdir -p d/ee; touch d/ee/ff"));
-    const auto looks = [&] { return *Shell("grep -c '\"ee\"' ~/calls; grep -c '\"ff\"' ~/calls; : >~/calls"); };
+    const auto looks = [&] { return *Shell("grep -c '\"ee\"' ~/calls || :; grep -c '\"ff\"' ~/calls; : >~/calls"); };
     EXPECT_GT(Call({UsedSpace, tree->Path("d")}).result, 0);
     EXPECT_EQ(looks(), "2\n1\n");
     EXPECT_EQ(Call({MaxSize, tree->Path("d")}).result, 0);
-    EXPECT_EQ(looks(), "1\n2\n");
+    EXPECT_EQ(looks(), "0\n1\n");
 }
 
 TEST_F(CommandsTest, DeepTreesAreChangedAndRemoved) {

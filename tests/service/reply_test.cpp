@@ -9,14 +9,12 @@
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
 
-using Strings = std::vector<std::string>;
-
 TEST(PackStringsTest, FillsPackagesUpToTheirWidth) {
     const std::string big(2047, 'b');
     const struct {
         const char* name;
-        Strings strs;
-        Strings packages;
+        StringList strs;
+        std::vector<std::string> packages;
     } rows[] = {
         {"none", {}, {}},
         {"three", {"a", "b", "c"}, {"a/b/c"}},
@@ -27,7 +25,8 @@ TEST(PackStringsTest, FillsPackagesUpToTheirWidth) {
         {"too long for any package", {"a", std::string(5000, 'c'), "d"}, {"a", std::string(5000, 'c'), "d"}},
     };
     for (const auto& row : rows) {
-        EXPECT_EQ(PackStrings(row.strs), row.packages) << row.name;
+        const std::vector<std::string_view> packed = PackStrings(row.strs);
+        EXPECT_EQ(std::vector<std::string>(packed.begin(), packed.end()), row.packages) << row.name;
     }
 }
 
