@@ -103,6 +103,9 @@ TEST_F(ServerTest, TakesTheSocketOfInitAndKeepsTheNameOfItsThreads) {
     ASSERT_EQ(bind(listening.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
     ASSERT_EQ(listen(listening.Get(), 5), 0);
     const std::string pass = "exec 3<&" + std::to_string(listening.Get()) + "; LISTEN_PID=$$ LISTEN_FDS=1 ";
+    Start({{"LISTEN_FDNAMES=other"}, {"bash", "-c", pass + "exec \"$0\""}});
+    EXPECT_TRUE(Await("W .GetControlSocket. socket other from init is not file_migrate_orvane, not used"));
+    EXPECT_EQ(RawClient().Call(kIsThere).result, 1) << "on a socket of its own";
     Start({{"LISTEN_FDNAMES=file_migrate_orvane"}, {"bash", "-c", pass + "exec \"$0\""}, false});
     EXPECT_EQ(RawClient(address.sun_path).Call(kIsThere).result, 1);
     EXPECT_TRUE(daemon->WaitForLog("file_migrate_orvane socketId 3") && !std::filesystem::exists(SOCKET_PATH));

@@ -80,8 +80,8 @@ TEST(Log, LineIsOneWriteWithLevelAndPlaceAndCannotBeForged) {
 }
 
 /// Does what init does before it starts a service. The exit status is GetControlSocket's result, 255 for none.
-[[noreturn]] void ExitWithControlSocket(const char* names, int type, bool isListening = true) {
-    const int fd = socket(AF_UNIX, type, 0);
+[[noreturn]] void ExitWithControlSocket(const char* names, int type, bool isListening = true, int domain = AF_UNIX) {
+    const int fd = socket(domain, type, 0);
     const sockaddr_un address{AF_UNIX, {}};  // without a path the kernel chooses an abstract one
     static_cast<void>(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address.sun_family)));
     if (isListening) {
@@ -106,6 +106,8 @@ TEST(ControlSocket, IsTheOneListeningStreamOfItsName) {
     EXPECT_EXIT(ExitWithControlSocket("orvane:orvane", SOCK_STREAM), isNone, "more than one");
     EXPECT_EXIT(ExitWithControlSocket("orvane", SOCK_STREAM, /*isListening=*/false), isNone, BAD);
     EXPECT_EXIT(ExitWithControlSocket("orvane", SOCK_SEQPACKET), isNone, BAD);
+    EXPECT_EXIT(ExitWithControlSocket("orvane", SOCK_DGRAM), isNone, BAD);
+    EXPECT_EXIT(ExitWithControlSocket("orvane", SOCK_STREAM, /*isListening=*/true, AF_INET), isNone, BAD);
 }
 
 constexpr int (*Walk)(const char*) = [](const char* path) { return RestoreconRecurseParallel(path, 16); };
