@@ -1,0 +1,115 @@
+// Lock-step clients: each asks whether / exists, waits for the answer and asks again.
+//
+//     load SOCKET requests|connections CLIENTS SECONDS
+//
+// "requests" keeps its connections, "connections" makes one for each request. Prints one JSON object: answers per
+// second, and the 50th and 99th percentile of the time from request to answer in microseconds. Status 1 when a client
+// lost its server.
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "file_migrate_orvane.h"
+#include "unique_fd.h"
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct Plan {
+    sockaddr_un address{};
+    bool isConnectingAnew = false;
+    Clock::time_point end;
+};
+
+UniqueFd Connect(const sockaddr_un& address) {
+    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const bool isConnected = fd && connect(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+    return isConnected ? std::move(fd) : UniqueFd();
+}
+
+bool Ask(const UniqueFd& fd, const FileMigrateRcvMsg& request) {
+    FileMigrateResMsg reply{};
+    return send(fd.Get(), &request, sizeof(request), MSG_NOSIGNAL) == sizeof(request) &&
+           recv(fd.Get(), &reply, sizeof(reply), MSG_WAITALL) == sizeof(reply) && reply.result == 1;
+}
+
+/// @return the time that each answer took, in microseconds; none at the end if the server is gone
+std::vector<double> RunClient(const Plan& plan, std::atomic<bool>& isLost) {
+    FileMigrateRcvMsg request{};
+    request.cmd = static_cast<std::int32_t>(Command::IsExist);
+    request.src[0] = '/';
+    std::vector<double> times;
+    UniqueFd fd = Connect(plan.address);
+    while (Clock::now() < plan.end) {
+        const Clock::time_point begin = Clock::now();
+        if (plan.isConnectingAnew) {
+            fd = UniqueFd();
+            fd = Connect(plan.address);
+        }
+        if (!fd || !Ask(fd, request)) {
+            isLost = true;
+            break;
+        }
+        times.push_back(std::chrono::duration<double, std::micro>(Clock::now() - begin).count());
+    }
+    return times;
+}
+
+double Percentile(std::vector<double>& times, int percent) {
+    const auto at = times.begin() + static_cast<std::ptrdiff_t>(times.size() * static_cast<std::size_t>(percent) / 100);
+    std::nth_element(times.begin(), at, times.end());
+    return *at;
+}
+
+int Run(const Plan& plan, unsigned int clients, double seconds) {
+    std::atomic<bool> isLost = false;
+    std::vector<std::vector<double>> perClient(clients);
+    {
+        std::vector<std::jthread> threads;
+        for (std::vector<double>& times : perClient) {
+            threads.emplace_back([&] { times = RunClient(plan, isLost); });
+        }
+    }
+    std::vector<double> all;
+    for (const std::vector<double>& times : perClient) {
+        all.insert(all.end(), times.begin(), times.end());
+    }
+    if (isLost || all.empty()) {
+        (void)std::fputs("load: a client lost its server\n", stderr);
+        return 1;
+    }
+    const double median = Percentile(all, 50), tail = Percentile(all, 99);
+    std::printf("{\"per_second\": %.0f, \"p50_us\": %.1f, \"p99_us\": %.1f}\n", double(all.size()) / seconds, median,
+                tail);
+    return 0;
+}
+
+}  // namespace
+}  // namespace TAVO::FileMigrateOrvane
+
+int main(int argc, char* argv[]) {
+    using namespace TAVO::FileMigrateOrvane;
+    Plan plan;
+    plan.address.sun_family = AF_UNIX;
+    const std::string mode = argc == 5 ? argv[2] : "";
+    if ((mode != "requests" && mode != "connections") || std::strlen(argv[1]) >= sizeof(plan.address.sun_path)) {
+        (void)std::fputs("usage: load SOCKET requests|connections CLIENTS SECONDS\n", stderr);
+        return 2;
+    }
+    std::strcpy(plan.address.sun_path, argv[1]);
+    plan.isConnectingAnew = mode == "connections";
+    const double seconds = std::strtod(argv[4], nullptr);
+    plan.end = Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+    return Run(plan, static_cast<unsigned int>(std::strtoul(argv[3], nullptr, 10)), seconds);
+}

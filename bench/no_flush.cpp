@@ -1,0 +1,6 @@
+// Preloaded into the daemon, to see what a move costs without its flush.
+#include <unistd.h>
+
+extern "C" int syncfs(int) noexcept {
+    return 0;
+}
