@@ -22,20 +22,22 @@ namespace {
 
 struct CombTask {
     const PermPara& perm;
+    CopyTask file{.isOwnerToChange = true, .isModeToChange = true};
     struct stat directory {};        ///< of the request's destination, once it is open
     bool hasMetDestination = false;  ///< it lies inside the source: what holds it must not be removed
 };
 
 /// Copies one file and gives the very file that was filled its mode and owner. Then the source goes, copied or not;
 /// it stays only where the request names one object twice.
-[[gnu::noinline]] int CopyCombFile(const Entry& src, const Entry& dst, const PermPara& perm, int& err, int recordKind) {
-    CopyTask task{.isOwnerToChange = true};
-    const CopyOutcome outcome = DoCopy(src, dst, task, err, recordKind);
+[[gnu::noinline]] int CopyCombFile(const Entry& src, const Entry& dst, CombTask& task, int& err, int recordKind) {
+    const CopyOutcome outcome = DoCopy(src, dst, task.file, err, recordKind);
     if (outcome == CopyOutcome::OntoItself) {
         return -1;
     }
-    int copied = outcome == CopyOutcome::Done ? SetModeAndOwner(task.destination, dst.path, perm, err, recordKind) : -1;
-    if (copied == 0 && task.destination.Close() != 0) {
+    int copied = outcome == CopyOutcome::Done
+                     ? SetModeAndOwner(task.file.destination, dst.path, task.perm, err, recordKind)
+                     : -1;
+    if (copied == 0 && task.file.destination.Close() != 0) {
         copied = CopyFailed(src.path, dst.path, errno, err, recordKind);
     }
     return DoUnlink(src.dirFd, src.name, src.path, err, recordKind) == 0 ? copied : -1;
@@ -53,7 +55,7 @@ int CopyCombDirectory(const Entry& src, const Entry& dst, int noFollow, CombTask
 /// A child of a directory: a subdirectory is prepared before it is entered.
 int CopyCombChild(const Entry& src, const Entry& dst, CombTask& task, int& err, int recordKind) {
     if (src.type != DT_DIR) {
-        return CopyCombFile(src, dst, task.perm, err, recordKind);
+        return CopyCombFile(src, dst, task, err, recordKind);
     }
     return DoPrepareDir(dst, task.perm, err, recordKind) == 0
                ? CopyCombDirectory(src, dst, O_NOFOLLOW, task, err, recordKind)
@@ -104,10 +106,10 @@ int CopyCombRecurse(const std::string& src, const std::string& dst, const PermPa
     std::string dstText = dst;
     const Entry from = TopEntry(src, srcText);
     const Entry to = TopEntry(dst, dstText);
-    if (!TakeForDirectory(from, err)) {
-        return CopyCombFile(from, to, perm, err, recordKind);
-    }
     CombTask task{perm};
+    if (!TakeForDirectory(from, err)) {
+        return CopyCombFile(from, to, task, err, recordKind);
+    }
     return RefuseOntoItself(src, dst, err, recordKind) == 0
                ? CopyCombDirectory(from, to, /*noFollow=*/0, task, err, recordKind)
                : -1;

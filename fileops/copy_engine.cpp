@@ -8,7 +8,6 @@
 #include <cstring>
 #include <utility>
 
-#include "file_data.h"
 #include "path_helpers.h"
 
 namespace TAVO::FileMigrateOrvane {
@@ -89,7 +88,6 @@ private:
     int PassOver(const Entry& src, const Entry& dst);
 
     CopyTask& task;
-    FileData data;
     bool hasMetDestination = false;
 };
 
@@ -145,6 +143,7 @@ int StrictCopy::CopyInto(const Source& source, const char* srcName, const Entry&
     if (!made) {
         return errno;
     }
+    task.isModeToChange = false;  // the caller's is for what stands at the destination, the directory
     const char* slash = std::strrchr(srcName, '/');
     const Entry inside{made.Get(), slash == nullptr ? srcName : slash + 1, DT_UNKNOWN, dst.path};
     UniqueFd file;
@@ -184,7 +183,8 @@ int StrictCopy::Overwrite(const Source& source, const Entry& dst, UniqueFd& made
 }
 
 int StrictCopy::Fill(const Source& source, int out) {
-    if (const int error = data.Copy(source.fd.Get(), out, source.status); error != 0) {
+    const int error = task.data.Copy(source.fd.Get(), out, source.status);
+    if (error != 0 || task.isModeToChange) {
         return error;
     }
     mode_t mode = source.status.st_mode & MODE_BITS;
@@ -287,6 +287,7 @@ CopyOutcome CopyStrictly(const Entry& src, const Entry& dst, CopyTask& task, int
     bool isOntoItself = error != 0;
     if (!isOntoItself) {
         task.source = {};
+        task.destination = UniqueFd();
         StrictCopy copy(task);
         error = copy.CopyEntry(known, dst, isRequest, task.destination);
         // For a file there is no other reason for EEXIST. In a tree the error may be that of one entry.

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "directory_stream.h"
+#include "file_data.h"
 #include "unique_fd.h"
 
 namespace TAVO::FileMigrateOrvane {
@@ -25,15 +26,17 @@ enum class CopyOutcome { Done, Failed, OntoItself };
 struct CopyTask {
     bool isBelowRequest = false;   ///< the paths are those of children: a link at the destination is not followed
     bool isOwnerToChange = false;  ///< the caller gives the copy another owner: no file gets a set-id bit
+    bool isModeToChange = false;   ///< the caller gives the copy another mode: a file stays private
     /// What stands at the destination, open since the copy began: the file that was filled, or the directory into
     /// which it went. None where nothing was copied.
     UniqueFd destination = UniqueFd();
     /// The destination is to be acted on by its name all the same: that is a link to the directory, or the object is
     /// only open for the names in it.
     bool isByName = false;
-    struct stat source {};     ///< of the request's source, once it is open; st_ino is 0 before
-    struct stat directory {};  ///< of `destination`, where that is a directory; likewise
-    std::size_t skipped = 0;   ///< entries left out because of their type
+    struct stat source {};       ///< of the request's source, once it is open; st_ino is 0 before
+    struct stat directory {};    ///< of `destination`, where that is a directory; likewise
+    std::size_t skipped = 0;     ///< entries left out because of their type
+    FileData data = FileData();  ///< what it has learned of the file systems
 };
 
 /// Copies a file or a tree. Symbolic links are skipped. A file overwrites an existing one and goes into an existing

@@ -234,6 +234,8 @@ TEST_F(CommandsTest, MigrationAndCombinedCopy) {
          "meet err, try skip err\nE IsDir: lstat @/f/x failed, errno=%\nE TryCopy: open dir @/f/x failed, errno "
          "%\nCOPY,dst:@/t\nOPEN_TRYCOPY"},
         {"file with set-id bit", "echo a >s", CopyComb, "@/s @/t 1 2 04755", 0, 0, "", "t 2B 4755 1:2"},
+        {"file into a directory", "touch s; chmod 640 s; mkdir t", CopyComb, "@/s @/t 1 2 750", 0, 0, "",
+         "t/ 750 1:2,t/s 640"},
         {"tree", "mkdir -p s/d t; touch s/d/g s/f; ln -s f s/l", CopyComb, "@/s @/t 1 2 750", 0, 0,
          "I DoPrepareDir: DoPrepareDir @/t/d suc: 1, 2, 750\nI Remove: Remove @/s/d suc\nI Remove: Remove @/s suc",
          "t/,t/d/ 750 1:2,t/d/g 750 1:2,t/f 750 1:2"},
