@@ -32,8 +32,8 @@ CTL = str(BUILD / "ctl/orvanectl")
 # The places of the sandbox: an ext4 on a loop device, and a tmpfs.
 PLACES = {"ext4": Path("/data/bench"), "tmpfs": Path(os.environ["FILE_MIGRATE_SECOND_FS"]) / "bench"}
 OTHER = {"ext4": "tmpfs", "tmpfs": "ext4"}
-ROUNDS = int(os.environ.get("BENCH_ROUNDS", "7"))
-FILES = int(os.environ.get("BENCH_FILES", "20000"))
+ROUNDS = 5
+FILES = int(os.environ.get("BENCH_FILES", "100000"))
 FILES_PER_DIRECTORY = 100
 LARGE = 512 << 20
 REQUEST = struct.Struct("=i4096s4096s36s36s16si")

@@ -307,7 +307,8 @@ int FindOntoItself(const std::string& src, const std::string& dst) {
     }
     std::string path = dst;
     UniqueFd directory(open(path.c_str(), WAY_UP_FLAGS));
-    while (!directory && IsNotFound(errno) && DirName(path) != path) {
+    // A link that leads nowhere, or round in a circle, lies where its name does.
+    while (!directory && (IsNotFound(errno) || errno == ELOOP) && DirName(path) != path) {
         path = DirName(path);
         directory = UniqueFd(open(path.c_str(), WAY_UP_FLAGS));
     }

@@ -121,8 +121,11 @@ bool MeetsLink(const fs::path& src, const fs::path& dst, bool isRequest) {
 /// Listed difference: a directory onto itself or to a place inside it, where the library may nest, is an error here.
 int OntoItself(const fs::path& src, const fs::path& dst) {
     std::error_code ignored;
-    fs::path above =
-        fs::weakly_canonical(fs::is_directory(dst, ignored) ? dst : (dst / "..").lexically_normal(), ignored);
+    fs::path above = dst;
+    while (above.has_relative_path() && !fs::is_directory(above, ignored)) {
+        above = above.parent_path();
+    }
+    above = fs::canonical(above, ignored);
     while (above.has_relative_path() && !fs::equivalent(src, above, ignored)) {
         above = above.parent_path();
     }
