@@ -13,7 +13,6 @@
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
 
-using std::chrono::steady_clock, std::this_thread::sleep_for;
 using Strings = std::vector<std::string>;
 const Request kIsThere{Command::IsExist, "/data"};     // answered with 1
 const Request kIsNotThere{Command::IsExist, "/none"};  // answered with 0
