@@ -6,10 +6,11 @@
 Runs in tests/sandbox; `./dev bench` builds and starts it. BUILD is the build folder, RESULTS the folder for results.json
 and the points of the plot. With names, only the parts that begin with one of them are run.
 
-Everything is measured side by side: ours and the other in turn, on trees made alike and with what was written before on
-its disk, in one run. What is compared is the ratio of the medians.
+What has another to be compared with is measured side by side: ours and the other in turn, on trees made alike and with
+what was written before on its disk, in one run. What is compared is the ratio of the medians.
 """
 
+import itertools
 import json
 import os
 import re
@@ -194,6 +195,7 @@ class Pair:
     takes: bool = False  # it takes the tree away: each run needs a new one
     across: bool = False  # what it makes lies on the other file system
     no_flush: bool = False
+    is_cold: bool = False  # the tree's files are on the disk only, otherwise in the page cache
 
 
 def clock(action, *arguments):
@@ -201,6 +203,19 @@ def clock(action, *arguments):
     begin = time.perf_counter()
     action(*arguments)
     return time.perf_counter() - begin
+
+
+def settle(tree, is_cold):
+    """Brings the files of a tree into the page cache, or out of it."""
+    for folder, _, names in os.walk(tree):
+        for name in names:
+            with open(Path(folder) / name, "rb") as file:
+                if is_cold:
+                    os.fsync(file.fileno())
+                    os.posix_fadvise(file.fileno(), 0, 0, os.POSIX_FADV_DONTNEED)
+                else:
+                    while file.read(1 << 20):
+                        pass
 
 
 def spread_of(ours, theirs):
@@ -221,6 +236,8 @@ def measure(pair, place):
             clear(work, made)
             if pair.takes:
                 run("cp", "-r", source, work)
+            elif pair.makes:
+                settle(source, pair.is_cold)
             taken = clock(getattr(pair, side), work if pair.takes else source, made)
             if number > 0:  # the first round warms up
                 times[side].append(taken)
@@ -231,15 +248,14 @@ def measure(pair, place):
     add(Row(f"{pair.name}, {arrow}", 1000 * ours, 1000 * theirs, "ms", target, spread=spread_of(**times)))
 
 
-def turn_about(first, second):
-    """For what changes nothing when it is done twice: the one or the other, in turn."""
-    state = {"n": 0}
+def changes(name, ours, theirs, values, targets):
+    """For what changes nothing when it is done twice: each run, of either side, takes the next value."""
+    value = itertools.cycle(values)
 
-    def action(tree, _):
-        state["n"] ^= 1
-        run(*(word if word != "TREE" else tree for word in (first if state["n"] else second)))
+    def action(words):
+        return lambda tree, _: run(*({"TREE": tree, "VALUE": next(value)}.get(word, word) for word in words))
 
-    return action
+    return Pair(name, "small", action(ours), action(theirs), targets)
 
 
 def on_tree(*words):
@@ -264,13 +280,15 @@ def copies():
                           ("deep", (None, None))):
         yield Pair(f"copy, {tree}", tree, on_tree(CTL, "copy", "TREE", "MADE"), on_tree("cp", "-r", "TREE", "MADE"),
                    targets, makes=True)
+    yield Pair("copy, large, from the disk", "large", on_tree(CTL, "copy", "TREE", "MADE"),
+               on_tree("cp", "-r", "TREE", "MADE"), (None, None), makes=True, is_cold=True)
 
 
 def pairs():
-    yield Pair("chown -r", "small", turn_about([CTL, "chown", "-r", "1:1", "TREE"], [CTL, "chown", "-r", "2:2", "TREE"]),
-               turn_about(["chown", "-R", "1:1", "TREE"], ["chown", "-R", "2:2", "TREE"]), (1.0, 1.0))
-    yield Pair("chmod -r", "small", turn_about([CTL, "chmod", "-r", "700", "TREE"], [CTL, "chmod", "-r", "755", "TREE"]),
-               turn_about(["chmod", "-R", "700", "TREE"], ["chmod", "-R", "755", "TREE"]), (0.85, 0.75))
+    yield changes("chown -r", (CTL, "chown", "-r", "VALUE", "TREE"), ("chown", "-R", "VALUE", "TREE"), ("1:1", "2:2"),
+                  (1.0, 1.0))
+    yield changes("chmod -r", (CTL, "chmod", "-r", "VALUE", "TREE"), ("chmod", "-R", "VALUE", "TREE"), ("700", "755"),
+                  (0.85, 0.75))
     yield Pair("used space", "small", on_tree(CTL, "du", "TREE"), on_tree("du", "-s", "TREE"), (1.0, 1.0))
     yield Pair("largest file", "small", on_tree(CTL, "largest", "TREE"), on_tree("du", "-a", "TREE"), (1.0, 1.0))
     yield from copies()
@@ -311,6 +329,8 @@ def bench_pairs():
     for pair in chosen:
         preload = {"LD_PRELOAD": str(BUILD / "bench/libno_flush.so")} if pair.no_flush else {}
         for place in PLACES:
+            if pair.is_cold and place == "tmpfs":
+                continue  # there is no disk
             with Daemon(log="/tmp/log", **preload):
                 measure(pair, place)
     for top in PLACES.values():
@@ -334,9 +354,11 @@ def compare_load(name, mode, clients, log, rate_target, tail_target=None):
     try:
         with Daemon(log):
             wait_for_socket(bare)
-            for number in range(ROUNDS):
+            for number in range(ROUNDS + 1):
                 for path in (SOCKET, bare) if number % 2 else (bare, SOCKET):
-                    figures[path].append(load(path, mode, clients))
+                    figure = load(path, mode, clients)
+                    if number > 0:  # the first round warms up
+                        figures[path].append(figure)
     finally:
         floor.kill()
         floor.wait()
@@ -355,15 +377,15 @@ def compare_load(name, mode, clients, log, rate_target, tail_target=None):
 
 
 def bench_requests():
-    for log, label, target in (("/dev/null", "no log", 0.6), ("/tmp/log", "log in a file", 0.35)):
+    for log, label, target in (("/dev/null", "log to /dev/null", 0.6), ("/tmp/log", "log in a file", 0.35)):
         for clients in (1, 4, 16, 64):
             compare_load(f"requests, {label}", "requests", clients, log, target,
                          2 if clients == 16 and log == "/dev/null" else None)
     for clients in (1, 16):
-        compare_load("connections, no log", "connections", clients, "/dev/null", 0.5)
+        compare_load("connections, log to /dev/null", "connections", clients, "/dev/null", 0.5)
 
 
-# ---- rest ----
+# ---- the daemon by itself ----
 
 
 def first_answer():
@@ -376,7 +398,7 @@ def first_answer():
         return 1000 * (time.monotonic() - daemon.started)
 
 
-def bench_rest():
+def bench_daemon():
     add(Row("first answer after exec", statistics.median(first_answer() for _ in range(ROUNDS)), None, "ms", 25))
     stripped = PLACES["tmpfs"] / "stripped"
     run("strip", "-o", stripped, DAEMON)
@@ -401,7 +423,8 @@ def bench_rest():
             Path(f"/proc/{daemon.process.pid}/clear_refs").write_text("5")  # the peak anew
             ctl("ls", many)
             names = sum(len(entry.name) + 1 for entry in os.scandir(many)) / 1024
-            add(Row(f"listing {entries} entries, peak", daemon.status("VmHWM") - before, names, "KB", None))
+            add(Row(f"listing {entries} entries, peak, to the bytes of the names", daemon.status("VmHWM") - before, names, "KB", None))
+            load(SOCKET, "requests", 4, 0.1)  # after which the worker has given back its list
             add(Row(f"listing {entries} entries, kept", daemon.status("VmRSS") - before, None, "KB", limit))
         clear(many)
 
@@ -490,7 +513,7 @@ def main():
     RESULTS.mkdir(parents=True, exist_ok=True)
     print("| what | ours | theirs | ratio | middle half | target | |\n|---|---|---|---|---|---|---|")
     bench_pairs()
-    for part, bench in (("requests", bench_requests), ("rest", bench_rest), ("calls", bench_calls),
+    for part, bench in (("requests", bench_requests), ("daemon", bench_daemon), ("calls", bench_calls),
                         ("scale", bench_scale)):
         if wants(part):
             bench()

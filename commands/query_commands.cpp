@@ -1,5 +1,3 @@
-#include <utility>
-
 #include "commands.h"
 #include "path_helpers.h"
 #include "record_file.h"

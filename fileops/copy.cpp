@@ -17,9 +17,11 @@ namespace {
     return -1;
 }
 
-[[gnu::noinline]] int TryCopyFile(const Entry& src, const Entry& dst, const CopyTask& task, int& err, int recordKind) {
-    CopyTask fileTask{.isOwnerToChange = task.isOwnerToChange};
-    return DoCopy(src, dst, fileTask, err, recordKind) == CopyOutcome::Done ? 0 : -1;
+[[gnu::noinline]] int TryCopyFile(const Entry& src, const Entry& dst, CopyTask& task, int& err, int recordKind) {
+    CopyTask fileTask{.isOwnerToChange = task.isOwnerToChange, .data = task.data};
+    const CopyOutcome outcome = DoCopy(src, dst, fileTask, err, recordKind);
+    task.data = fileTask.data;
+    return outcome == CopyOutcome::Done ? 0 : -1;
 }
 
 int TryCopyDirectory(const Entry& src, const Entry& dst, CopyTask& task, int& err, int recordKind);

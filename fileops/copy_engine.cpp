@@ -67,7 +67,7 @@ Source OpenSource(const Entry& entry) {
 /// at the destination then.
 class StrictCopy {
 public:
-    explicit StrictCopy(CopyTask& copyTask) : task(copyTask) {}
+    explicit StrictCopy(CopyTask& copyTask) : task(copyTask), isModeToChange(copyTask.isModeToChange) {}
 
     /// @param isRequest  these are the request's own paths
     int CopyEntry(const Entry& src, const Entry& dst, bool isRequest, UniqueFd& made);
@@ -88,6 +88,7 @@ private:
     int PassOver(const Entry& src, const Entry& dst);
 
     CopyTask& task;
+    bool isModeToChange;  ///< as the task has it, while what is filled stands at the destination
     bool hasMetDestination = false;
 };
 
@@ -143,7 +144,7 @@ int StrictCopy::CopyInto(const Source& source, const char* srcName, const Entry&
     if (!made) {
         return errno;
     }
-    task.isModeToChange = false;  // the caller's is for what stands at the destination, the directory
+    isModeToChange = false;  // the caller's mode is for what stands at the destination, the directory
     const char* slash = std::strrchr(srcName, '/');
     const Entry inside{made.Get(), slash == nullptr ? srcName : slash + 1, DT_UNKNOWN, dst.path};
     UniqueFd file;
@@ -184,7 +185,7 @@ int StrictCopy::Overwrite(const Source& source, const Entry& dst, UniqueFd& made
 
 int StrictCopy::Fill(const Source& source, int out) {
     const int error = task.data.Copy(source.fd.Get(), out, source.status);
-    if (error != 0 || task.isModeToChange) {
+    if (error != 0 || isModeToChange) {
         return error;
     }
     mode_t mode = source.status.st_mode & MODE_BITS;

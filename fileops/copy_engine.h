@@ -26,7 +26,7 @@ enum class CopyOutcome { Done, Failed, OntoItself };
 struct CopyTask {
     bool isBelowRequest = false;   ///< the paths are those of children: a link at the destination is not followed
     bool isOwnerToChange = false;  ///< the caller gives the copy another owner: no file gets a set-id bit
-    bool isModeToChange = false;   ///< the caller gives the copy another mode: a file stays private
+    bool isModeToChange = false;   ///< the caller gives the copy another mode: a new file stays private
     /// What stands at the destination, open since the copy began: the file that was filled, or the directory into
     /// which it went. None where nothing was copied.
     UniqueFd destination = UniqueFd();

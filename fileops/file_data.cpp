@@ -17,7 +17,7 @@ constexpr off_t STAT_BLOCK = 512;  // the unit of st_blocks, whatever the file s
 constexpr off_t BUFFER_SIZE = 65536;
 using Buffer = std::array<char, BUFFER_SIZE>;
 
-/// Of a file longer than this the page cache need not keep what was read: so much is dropped at a time.
+/// Of a run of data longer than this the page cache need not keep what was read: so much is dropped at a time.
 constexpr off_t PIECE = off_t{16} << 20;
 
 /// copy_file_range() cannot do it here, which says nothing about the file.
@@ -103,7 +103,7 @@ int FileData::Copy(int in, int out, const struct stat& from) {
 int FileData::CopyPart(int in, int out, off_t at, off_t end) {
     const bool isLarge = end - at > PIECE;
     while (at < end) {
-        const off_t reached = CopyPiece(in, out, at, std::min(at + PIECE, end));
+        const off_t reached = CopyPiece(in, out, at, at + std::min(PIECE, end - at));
         if (reached <= at) {
             return reached < 0 ? static_cast<int>(-reached) : 0;
         }

@@ -67,12 +67,17 @@ int Flush(const std::string& src, const std::string& dst, const CopyTask& task, 
     return -1;
 }
 
-/// Removes what was copied. A directory is emptied by descriptor: another one that bears its name by now is not removed
-/// for it, uncopied.
+/// Removes what was copied, and nothing else that bears its name by now: a directory is emptied by descriptor, and what
+/// was none is not entered.
 int RemoveSource(const std::string& src, const struct stat& copied, int& err, int recordKind) {
     std::string text = src;
-    const Entry entry = TopEntry(src, text);
-    if (!S_ISDIR(copied.st_mode)) {
+    const Entry entry{AT_FDCWD, src.c_str(), S_ISDIR(copied.st_mode) ? DT_DIR : DT_REG, text};
+    struct stat now {};
+    const bool isThere = lstat(src.c_str(), &now) == 0;
+    if (isThere && copied.st_ino != 0 && !IsSame(now, copied)) {
+        return RemoveFailed(src, ESTALE, err, recordKind);
+    }
+    if (!isThere || entry.type == DT_REG) {
         return DoRemove(entry, err, recordKind);
     }
     DirectoryStream stream = DirectoryStream::Open(entry);

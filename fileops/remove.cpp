@@ -64,8 +64,7 @@ int RemoveTree(const Entry& entry);
 /// Empties an open directory and removes it. @param entry its name, by which only an empty directory is removed
 int RemoveDirectory(DirectoryStream& stream, const Entry& entry) {
     while (const dirent* child = stream.Next()) {
-        const ChildPath joined(entry.path, child->d_name);
-        if (RemoveTree(stream.Child(*child, entry.path)) != 0) {
+        if (RemoveTree(stream.Child(*child, entry.path)) != 0) {  // nothing is told of it, so its path is not made
             return -1;
         }
     }

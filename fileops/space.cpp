@@ -71,7 +71,9 @@ int AddBlksRecurse(const Entry& entry, std::uint32_t& totalBlocks, int& err, int
         RecordErrForPath("MAXSIZE_LSTAT", entry.path, err, recordKind);
         return -1;
     }
-    maxBlocks = std::max<std::int64_t>(maxBlocks, st.st_blocks);
+    if (!S_ISDIR(st.st_mode)) {  // it has been exchanged since it was listed
+        maxBlocks = std::max<std::int64_t>(maxBlocks, st.st_blocks);
+    }
     return 0;
 }
 

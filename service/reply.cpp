@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <utility>
 
 #include "bounded_copy.h"
 #include "file_migrate_orvane.h"

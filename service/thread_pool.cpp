@@ -64,8 +64,8 @@ void FileMigrateSocketServer::AddThreadTask(int fd) {
         TaskNode* const added = node.get();
         (taskHead == nullptr ? taskHead : taskTail->next) = std::move(node);
         taskTail = added;
-        // One task needs one worker: to wake them all cost a lone client's request half as much CPU time again.
-        pthread_cond_signal(&taskCond);
+        // All, though one would do: pthread_cond_signal of the C library before 2.41 can wake none.
+        pthread_cond_broadcast(&taskCond);
     }
     LogError("eventfd: %{public}d", fd);
 }

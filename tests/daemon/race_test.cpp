@@ -200,30 +200,36 @@ TEST_F(RaceTest, OnlyTheDirectoryThatWasMadeIsGivenAway) {
 }
 
 /// A user can put a directory of his own in the place of root's that stands in his, and wait for a copy that is his;
-/// or one of root's in the place of another, and wait for the removal of what was copied.
+/// or one of root's in the place of what was copied, a directory or a file, and wait for its removal.
 TEST_F(RaceTest, WhatRootHasInAUsersTreeStaysRoots) {
-    const DaemonOptions slowFlush{{}, {"strace", "-fqqo/dev/null", "-einject=syncfs:delay_enter=1000000"}};
-    for (const bool isAtFlush : {false, true}) {
+    const DaemonOptions slowFlush{
+        {}, {"strace", "-fqqo/dev/null", "-etrace=syncfs", "-einject=syncfs:delay_enter=1000000"}};
+    const struct {
+        const char* copied;
+        bool isAtFlush;
+        long files;  ///< that are copied
+    } rows[] = {{"s/roots", false, 24}, {"s/roots", true, 24}, {"s/roots/f", true, 1}};
+    for (const auto& [copied, isAtFlush, files] : rows) {
         tree.emplace();
         second.emplace(ScratchTree::On::SecondFs);
-        const std::string roots = tree->Path("s/roots"), own = tree->Path("own"), begun = second->Path("roots/d");
-        Grow(roots, SECRET);
+        const std::string source = tree->Path(copied), own = tree->Path("own"), made = second->Path("made");
+        Grow(tree->Path("s/roots"), SECRET);
         Grow(own, SECRET);
         EXPECT_EQ(isAtFlush ? 0 : chown(own.c_str(), 1, 1), 0);
         Start(isAtFlush ? slowFlush : kSlowMkdir);
         long swaps = 0;
-        const auto once = [&](const Pair& objects) {
-            if (swaps != 0 || !fs::exists(begun)) {
+        const auto once = [&, isAtFlush = isAtFlush, files = files](const Pair& objects) {
+            if (swaps != 0 || (isAtFlush ? CountSecrets(*second) < files : !fs::exists(made + "/d"))) {
                 return false;
             }
             std::this_thread::sleep_for(Deadline{isAtFlush ? 200 : 0});
             return Exchange(objects);
         };
-        std::jthread attacker = Attack({{roots, own}}, once, swaps);
-        EXPECT_EQ(Call({MoveSub, tree->Path("s"), second->Path()}).errCode, ESTALE);
+        std::jthread attacker = Attack({{source, own}}, once, swaps);
+        EXPECT_EQ(Call({MoveAll, source, made}).errCode, ESTALE);
         attacker = {};
-        EXPECT_TRUE(swaps == 1 && CountSecrets(*tree) == 48 && Lstat(begun).st_uid == 0);
-        EXPECT_EQ(std::ssize(Found("Remove " + roots + " failed")), isAtFlush ? 1 : 0);
+        EXPECT_TRUE(swaps == 1 && CountSecrets(*tree) == 48 && Lstat(made).st_uid == 0) << copied;
+        EXPECT_EQ(std::ssize(Found("Remove " + source + " failed")), isAtFlush ? 1 : 0);
     }
 }
 

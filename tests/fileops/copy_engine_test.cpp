@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <limits>
 #include <random>
 #include <set>
 #include <sstream>
@@ -184,6 +185,20 @@ TEST(CopyEngineTest, CopiesAsTheStandardLibrary) {
             }
         }
     }
+}
+
+/// As long as a file of a tmpfs can be.
+TEST(CopyEngineTest, DataAtTheEndOfTheLongestFile) {
+    ScratchTree tree(ScratchTree::On::SecondFs);
+    constexpr off_t at = std::numeric_limits<off_t>::max() - (1 << 20);
+    const UniqueFd source(open(tree.File("s").c_str(), O_WRONLY | O_CLOEXEC));
+    ASSERT_EQ(pwrite(source.Get(), "end", 3, at), 3);
+    int err = 0;
+    EXPECT_EQ(Ours(tree.Path("s"), tree.Path("t"), err), CopyOutcome::Done);
+    char copied[4] = {};
+    const UniqueFd target(open(tree.Path("t").c_str(), O_RDONLY | O_CLOEXEC));
+    EXPECT_EQ(pread(target.Get(), copied, sizeof(copied), at), 3);
+    EXPECT_STREQ(copied, "end");
 }
 
 TEST(CopyEngineTest, LargeFilesHolesAndFilesThatLieAboutTheirSize) {
