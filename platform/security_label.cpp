@@ -215,10 +215,11 @@ int RestoreTree(const char* path, unsigned threads) {
     walkError = 0;
     errno = 0;
     const int result = selinux_restorecon_parallel(path, FLAGS | SELINUX_RESTORECON_RECURSE, threads);
-    if (result == 0) {
-        return 0;
-    }
     const int ownError = errno != 0 ? errno : EIO;
+    // The library takes a directory that it cannot read for done, and only says so. What vanishes meanwhile is done.
+    if (result == 0) {
+        return walkError == 0 || walkError == ENOENT ? 0 : FailWith(walkError);
+    }
     return FailWith(walkError != 0 ? walkError.load() : ownError);
 }
 

@@ -357,6 +357,14 @@ TEST_F(CommandsTest, LabelsThatAPolicyPrescribes) {
     EXPECT_EQ(Call(RequestOf(Restorecon, Expand("@ - - - - 2"))).result, 0);
     EXPECT_EQ(Call({RestoreconFromParent, tree->Path("f")}).result, 0);
     EXPECT_EQ(Shell("find d f -printf '%Z\n' | xargs"), "u:r:data:s0 u:r:file:s0 u:r:data:s0\n");
+    ASSERT_TRUE(Shell("chown 1:1 d; chmod 700 d"));
+    Start({{},
+           {"unshare", "-m", "sh", "-c",
+            "mount --bind " + policy.Path() +
+                " /etc && exec setpriv --bounding-set -dac_override,-dac_read_search \"$@\"",
+            "sh"}});
+    const Reply unread = Call(RequestOf(Restorecon, Expand("@ - - - - 2")));
+    EXPECT_EQ(std::pair(unread.result, unread.errCode), std::pair(-1, EACCES)) << "what is below has not got its label";
 }
 
 /// As when another process removes a file meanwhile.
