@@ -71,7 +71,8 @@ int Flush(const std::string& src, const std::string& dst, const CopyTask& task, 
 /// was none is not entered.
 int RemoveSource(const std::string& src, const struct stat& copied, int& err, int recordKind) {
     std::string text = src;
-    const Entry entry{AT_FDCWD, src.c_str(), S_ISDIR(copied.st_mode) ? DT_DIR : DT_REG, text};
+    Entry entry = TopEntry(src, text);
+    entry.type = S_ISDIR(copied.st_mode) ? DT_DIR : DT_REG;
     struct stat now {};
     const bool isThere = lstat(src.c_str(), &now) == 0;
     if (isThere && copied.st_ino != 0 && !IsSame(now, copied)) {
