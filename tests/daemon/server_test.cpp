@@ -44,10 +44,12 @@ protected:
         }
     }
 
-    /// Starts the daemon with a clock so many seconds ahead, or moves its clock and lets it wake up some times.
+    /// Sets the daemon's clock to so many seconds after its count of milliseconds wraps, starting the daemon with it or
+    /// letting it wake up some times. Its clocks all count from the epoch then: without a fixed place the wrap would
+    /// come in the middle of some test, every 50 days.
     void SetClock(std::int64_t seconds) {
         const std::string file = tree->Path("clock");
-        std::ofstream(file + ".new") << '+' << seconds;
+        std::ofstream(file + ".new") << '+' << untilWrap + seconds;
         std::filesystem::rename(file + ".new", file);
         if (!daemon) {
             // TZ: without it the C library reads the zone anew each time, under a lock that thread checkers do not see.
@@ -58,15 +60,19 @@ protected:
     }
 
     UniqueFd recordReader;
+    const std::int64_t untilWrap = [] {
+        const std::int64_t now = std::chrono::system_clock::now().time_since_epoch() / std::chrono::milliseconds(1);
+        return ((1LL << 32) - now % (1LL << 32)) / 1000;
+    }();
 };
 
 TEST_F(ServerTest, EndsTenMinutesAfterTheLastEventAndFinishesWhatWasBegun) {
-    SetClock(0);
-    SetClock(590);
+    SetClock(1000);
+    SetClock(1590);
     Clients clients = Hold(5);
-    SetClock(1180);
+    SetClock(2180);
     EXPECT_TRUE(Found("EpollHandler end").empty()) << "not postponed";
-    SetClock(2000);
+    SetClock(3000);
     ASSERT_TRUE(Await("I .EpollHandler. Maser thread EpollHandler end\\."));
     Release();
     EXPECT_GE(std::count_if(clients.begin(), clients.end(), [](RawClient& c) { return c.Receive().has_value(); }), 4);
@@ -75,12 +81,9 @@ TEST_F(ServerTest, EndsTenMinutesAfterTheLastEventAndFinishesWhatWasBegun) {
 }
 
 TEST_F(ServerTest, EndsWhenTheMillisecondCountWrapsWhileIdle) {
-    // The fake clocks all count from the epoch.
-    const std::int64_t now = std::chrono::system_clock::now().time_since_epoch() / std::chrono::milliseconds(1);
-    const std::int64_t untilWrap = ((1LL << 32) - now % (1LL << 32)) / 1000;
-    SetClock(untilWrap - 60);
+    SetClock(-60);
     EXPECT_TRUE(Found("EpollHandler end").empty());
-    SetClock(untilWrap + 10);
+    SetClock(10);
     EXPECT_EQ(daemon->WaitExit(), 0);
 }
 
