@@ -253,13 +253,17 @@ def changes(name, ours, theirs, values, targets):
     value = itertools.cycle(values)
 
     def action(words):
-        return lambda tree, _: run(*({"TREE": tree, "VALUE": next(value)}.get(word, word) for word in words))
+        return lambda tree, _: run(*filled(words, TREE=tree, VALUE=next(value)))
 
     return Pair(name, "small", action(ours), action(theirs), targets)
 
 
+def filled(words, **places):
+    return [places.get(word, word) for word in words]
+
+
 def on_tree(*words):
-    return lambda tree, made: run(*({"TREE": tree, "MADE": made}.get(word, word) for word in words))
+    return lambda tree, made: run(*filled(words, TREE=tree, MADE=made))
 
 
 def comb_of_tools(tree, made):
@@ -479,9 +483,9 @@ def bench_calls():
 
         with Daemon() as daemon:
             prepare()
-            count = calls_of(lambda: ctl(*(places.get(word, word) for word in ours)), daemon)
+            count = calls_of(lambda: ctl(*filled(ours, **places)), daemon)
         prepare()
-        other = calls_of_tool(*(places.get(word, word) for word in theirs))
+        other = calls_of_tool(*filled(theirs, **places))
         add(Row(f"system calls per object, {name}", count / objects, other / objects, "", None))
     clear(*places.values())
 

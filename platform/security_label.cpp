@@ -6,6 +6,7 @@
 #include <selinux/selinux.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -18,6 +19,7 @@
 #include <mutex>
 #include <shared_mutex>
 #include <string>
+#include <thread>
 
 #include "log.h"
 
@@ -214,7 +216,10 @@ int RestoreSinglePath(const char* path) {
 int RestoreTree(const char* path, unsigned threads) {
     walkError = 0;
     errno = 0;
-    const int result = selinux_restorecon_parallel(path, FLAGS | SELINUX_RESTORECON_RECURSE, threads);
+    // The library's threads hand out the entries under one lock: more of them than processors only wait for it.
+    const unsigned processors = std::max(1U, std::thread::hardware_concurrency());
+    const int result =
+        selinux_restorecon_parallel(path, FLAGS | SELINUX_RESTORECON_RECURSE, std::min(threads, processors));
     const int ownError = errno != 0 ? errno : EIO;
     // The library takes a directory that it cannot read for done, and only says so. What vanishes meanwhile is done.
     if (result == 0) {

@@ -16,7 +16,7 @@ namespace TAVO::FileMigrateOrvane {
 [[nodiscard]] int Restorecon(const char* path);
 
 /// Does the same for a path and everything below it. A failed entry does not stop the walk.
-/// @param threads  number of threads that walk the tree
+/// @param threads  the most threads that walk the tree; there are no more of them than processors
 /// @return 0 when every entry succeeded; -1 with the cause of the last failure in `errno`
 [[nodiscard]] int RestoreconRecurseParallel(const char* path, unsigned threads);
 
