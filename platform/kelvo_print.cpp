@@ -10,7 +10,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdarg>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -18,6 +18,7 @@
 #include <iterator>
 #include <memory>
 #include <new>
+#include <string_view>
 
 #include "unique_fd.h"
 
@@ -74,22 +75,20 @@ bool IsControl(char c) {
 /// A line in the making. It grows by allocation; without memory it is cut.
 class Line {
 public:
-    void Append(const char* format, va_list arguments) {
-        va_list again;
-        va_copy(again, arguments);
-        const std::size_t wanted = Print(format, arguments);
-        if (length + wanted >= capacity && Reserve(length + wanted + 2)) {
-            Print(format, again);
+    void Append(std::string_view piece) {
+        const std::size_t wanted = length + piece.size() + 1;  // the end of the line has its place kept
+        if (wanted > capacity) {
+            Reserve(std::max(wanted, 2 * capacity));
         }
-        va_end(again);
-        length = std::min(length + wanted, capacity - 1);
+        const std::size_t fitting = std::min(piece.size(), capacity - length - 1);
+        std::memcpy(text + length, piece.data(), fitting);
+        length += fitting;
     }
 
-    [[gnu::format(printf, 2, 3)]] void Append(const char* format, ...) {
-        va_list arguments;
-        va_start(arguments, format);
-        Append(format, arguments);
-        va_end(arguments);
+    template <class Number>
+    void AppendNumber(Number number, int base = 10) {
+        char digits[32];
+        Append({digits, std::to_chars(std::begin(digits), std::end(digits), number, base).ptr});
     }
 
     /// Writes control characters as \x0a: they can only come from a client's text, and could forge a line.
@@ -127,16 +126,6 @@ public:
     iovec AsVector() { return {text, length}; }
 
 private:
-    /// Prints behind what is there, as far as there is room; returns the length it wanted.
-    std::size_t Print(const char* format, va_list arguments) {
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // KelvoFormat has checked it against the arguments
-        // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the callers started or copied it.
-        const int wanted = std::vsnprintf(text + length, capacity - length, format, arguments);
-#pragma GCC diagnostic pop
-        return static_cast<std::size_t>(std::max(wanted, 0));
-    }
-
     /// Makes room for `size` bytes; false, with the line as it was, where there is no memory.
     bool Reserve(std::size_t size) {
         if (size <= capacity) {
@@ -178,7 +167,50 @@ const char* LocalTime(time_t second) {
 void AppendTimeLevelAndTag(Line& line, const LogSite& site) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
-    line.Append("%s.%03ld %c %s: ", LocalTime(now.tv_sec), now.tv_nsec / 1000000, ShownAs(site.level).letter, site.tag);
+    line.Append(LocalTime(now.tv_sec));
+    const auto milliseconds = static_cast<int>(now.tv_nsec / 1000000);
+    const auto digit = [=](int unit) { return static_cast<char>('0' + milliseconds / unit % 10); };
+    const char rest[] = {'.', digit(100), digit(10), digit(1), ' ', ShownAs(site.level).letter, ' '};
+    line.Append({rest, sizeof(rest)});
+    line.Append(site.tag);
+    line.Append(": ");
+}
+
+/// "[function:120] "
+void AppendPlace(Line& line, const LogSite& site) {
+    line.Append("[");
+    line.Append(site.function);
+    line.Append(":");
+    line.AppendNumber(site.line);
+    line.Append("] ");
+}
+
+/// @param format  a conversion from behind its "%{public}"
+/// @return what follows it
+const char* AppendArgument(Line& line, const char* format, const LogArgument& argument) {
+    format += *format == 'l' ? 1 : 0;
+    switch (*format) {
+        case 's':
+            line.Append(argument.text);
+            break;
+        case 'd':
+            line.AppendNumber(argument.number);
+            break;
+        default:
+            line.AppendNumber(static_cast<unsigned long>(argument.number), *format == 'o' ? 8 : 10);
+            break;
+    }
+    return format + 1;
+}
+
+void AppendFormatted(Line& line, const char* format, LogArguments arguments) {
+    constexpr std::size_t marker = sizeof("%{public}") - 1;
+    for (const LogArgument& argument : arguments) {
+        const char* conversion = std::strchr(format, '%');
+        line.Append({format, conversion});
+        format = AppendArgument(line, conversion + marker, argument);
+    }
+    line.Append(format);
 }
 
 void SendToJournal(const LogSite& site, Line& message) {
@@ -196,31 +228,18 @@ void SendToJournal(const LogSite& site, Line& message) {
     (void)sd_journal_sendv(parts.data(), static_cast<int>(parts.size()));
 }
 
-/// Copies a format without its "{public}" markers.
-void StripMarkers(const char* format, char* plain) {
-    constexpr std::size_t marker = sizeof("{public}") - 1;
-    while ((*plain++ = *format) != '\0') {
-        format += *format == '%' ? 1 + marker : 1;
-    }
-}
-
 }  // namespace
 
-void WriteLogLine(const LogSite& site, const char* format, ...) noexcept {
+void WriteLogLine(const LogSite& site, const char* format, LogArguments arguments) noexcept {
     const ErrnoKeeper keeper;
-    char plain[MAX_FORMAT + 1];
-    StripMarkers(format, plain);
     Line line;
     if (UseJournal()) {
         line.Append("MESSAGE=");
     } else {
         AppendTimeLevelAndTag(line, site);
     }
-    line.Append("[%s:%d] ", site.function, site.line);
-    va_list arguments;
-    va_start(arguments, format);
-    line.Append(plain, arguments);
-    va_end(arguments);
+    AppendPlace(line, site);
+    AppendFormatted(line, format, arguments);
     line.EscapeControls();
     if (UseJournal()) {
         SendToJournal(site, line);

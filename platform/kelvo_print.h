@@ -6,8 +6,11 @@
 // too few do not build. The "%{public}" marker is the log's own syntax and is taken out on the way.
 #pragma once
 
+#include <concepts>
 #include <cstddef>
+#include <initializer_list>
 #include <string>
+#include <string_view>
 #include <type_traits>
 
 namespace TAVO::FileMigrateOrvane {
@@ -26,11 +29,22 @@ struct LogSite {
 
 namespace Detail {
 
-/// Characters that a format may have without its markers.
-inline constexpr std::size_t MAX_FORMAT = 255;
+/// One argument of a line: a text or a number, as its conversion says. Of an unsigned number the bits are kept.
+struct LogArgument {
+    // NOLINTBEGIN(google-explicit-constructor): what is to be printed is given as it is.
+    LogArgument(const std::string& value) noexcept : text(value.c_str()) {}
+    LogArgument(const char* value) noexcept : text(value) {}
+    template <std::integral Number>
+    LogArgument(Number value) noexcept : number(static_cast<long>(value)) {}
+    // NOLINTEND(google-explicit-constructor)
+
+    std::string_view text;
+    long number = 0;
+};
+using LogArguments = std::initializer_list<LogArgument>;
 
 /// Formats and writes one line; the format has been checked against its arguments.
-void WriteLogLine(const LogSite& site, const char* format, ...) noexcept;
+void WriteLogLine(const LogSite& site, const char* format, LogArguments arguments) noexcept;
 
 /// Declared and never defined: reaching it while compiling is the error message.
 void LogFormatDoesNotSuitItsArguments();
@@ -70,17 +84,6 @@ consteval char KindOf(char conversion, bool isLong) {
     }
 }
 
-inline const char* PrintfArgument(const std::string& text) noexcept {
-    return text.c_str();
-}
-inline const char* PrintfArgument(const char* text) noexcept {
-    return text;
-}
-template <class Number>
-Number PrintfArgument(const Number& value) noexcept {
-    return value;
-}
-
 }  // namespace Detail
 
 /// A format and the place it stands in, made and checked while compiling.
@@ -95,8 +98,7 @@ public:
     consteval KelvoFormat(const char* format, const char* caller = __builtin_FUNCTION(), int at = __builtin_LINE())
         : text(format), function(caller), line(at) {
         std::size_t argument = 0;
-        std::size_t length = 0;
-        for (; *format != '\0'; ++format, ++length) {
+        for (; *format != '\0'; ++format) {
             if (*format == '%') {
                 format = SkipMarker(format + 1);
                 const bool isLong = *format == 'l';
@@ -104,7 +106,7 @@ public:
                 CheckConversion(argument++, *format, isLong);
             }
         }
-        if (argument != sizeof...(Args) || length > Detail::MAX_FORMAT) {
+        if (argument != sizeof...(Args)) {
             Detail::LogFormatDoesNotSuitItsArguments();
         }
     }
@@ -136,9 +138,7 @@ private:
 template <class... Args>
 void KelvoPrint(int type, LogLevel level, unsigned int domain, const char* tag,
                 const KelvoFormat<std::type_identity_t<Args>...>& format, const Args&... args) noexcept {
-    static_assert((noexcept(Detail::PrintfArgument(args)) && ...), "an argument is not to be copied for its line");
-    Detail::WriteLogLine(LogSite{type, level, domain, tag, format.function, format.line}, format.text,
-                         Detail::PrintfArgument(args)...);
+    Detail::WriteLogLine(LogSite{type, level, domain, tag, format.function, format.line}, format.text, {args...});
 }
 
 }  // namespace TAVO::FileMigrateOrvane
