@@ -3,12 +3,12 @@
 
     bench.py BUILD RESULTS [NAME...]
 
-Runs in tests/sandbox; `./dev bench` builds and starts it. BUILD is the build folder, RESULTS the folder for the tables as
-JSON and the points of the plot. With names, only the parts that begin with one of them are run. On an ext4 all but
+Runs in tests/sandbox; `./dev bench` builds and starts it. BUILD is the build folder, RESULTS the folder for the tables
+as JSON and the points of the plot. With names, only the parts that begin with one of them are run. On an ext4 all but
 "reflink" is measured; that alone where /data is another file system.
 
 What has another to be compared with is measured side by side: ours and the other in turn, on trees made alike and with
-what was written before on its disk, in one run. What is compared is the ratio of the medians.
+what was written before on its disk, in one run. What is compared is the median of the rounds' ratios.
 """
 
 import itertools

@@ -5,6 +5,7 @@ set title "Cost of an entry, ext4, empty files, 100 in a directory"
 set xlabel "entries in the tree"
 set ylabel "microseconds per entry"
 set logscale x
+set xrange [800:1200000]
 set format x "%.0s%c"
 set yrange [0:*]
 set key outside right
