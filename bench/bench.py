@@ -4,8 +4,8 @@
     bench.py BUILD RESULTS [NAME...]
 
 Runs in tests/sandbox; `./dev bench` builds and starts it. BUILD is the build folder, RESULTS the folder for the tables
-as JSON and the points of the plot. With names, only the parts that begin with one of them are run. On an ext4 all but
-"reflink" is measured; that alone where /data is another file system.
+as JSON and the points of the plot. With names, only the parts that begin with one of them are run. What /data is
+decides which there are: on an XFS copies that share their blocks, on an ext4 all else.
 
 What has another to be compared with is measured side by side: ours and the other in turn, on trees made alike and with
 what was written before on its disk, in one run. What is compared is the median of the rounds' ratios.
@@ -22,7 +22,6 @@ import struct
 import subprocess
 import sys
 import time
-from concurrent.futures import ThreadPoolExecutor
 from dataclasses import asdict, dataclass
 from pathlib import Path
 
@@ -32,11 +31,11 @@ CALLS = "/tmp/calls"  # what strace writes
 SOCKET = "/dev/unix/socket/file_migrate_orvane"
 DAEMON = BUILD / "service/file_migrate_orvane"
 CTL = str(BUILD / "ctl/orvanectl")
-# The places of the sandbox: a file system on a loop device, ext4 or one that shares blocks between files, and a tmpfs.
-DATA_FS = os.environ.get("FILE_MIGRATE_DATA_FS", "ext4")
+# The places of the sandbox: a file system on a loop device, whose image lies in memory, and a tmpfs.
+DATA_FS = next(kind for _, place, kind, *_ in map(str.split, open("/proc/mounts")) if place == "/data")
 PLACES = {DATA_FS: Path("/data/bench"), "tmpfs": Path(os.environ["FILE_MIGRATE_SECOND_FS"]) / "bench"}
 OTHER = {DATA_FS: "tmpfs", "tmpfs": DATA_FS}
-# Rounds of a comparison: at least so many, and more of a short one, until it has run for so many seconds on each side.
+# Rounds of a comparison: at least so many, and more of a short one, until ours has run for so many seconds.
 ROUNDS, MOST_ROUNDS, ENOUGH_SECONDS = 5, 25, 10
 FILES = int(os.environ.get("BENCH_FILES", "100000"))
 FILES_PER_DIRECTORY = 100
@@ -79,7 +78,7 @@ class Row:
 
     def line(self):
         theirs = "" if self.theirs is None else f"{self.theirs:.4g}"
-        ratio = "" if self.ratio is None else f"{self.ratio:.2f}"
+        ratio = "" if self.ratio is None else f"{self.ratio:.3f}"
         target = "" if self.target is None else f"{'≥' if self.is_rate else '≤'} {self.target:g}"
         cells = [self.name, f"{self.ours:.4g} {self.unit}", theirs, ratio, self.spread, target, self.verdict]
         return "| " + " | ".join(cells) + " |"
@@ -90,6 +89,8 @@ points: list[tuple[str, int, float]] = []
 
 
 def add(row):
+    if not rows:
+        print("| what | ours | theirs | ratio | middle half | target | |\n|---|---|---|---|---|---|---|")
     rows.append(row)
     print(row.line(), flush=True)
 
@@ -125,6 +126,11 @@ class Daemon:
             if line.startswith(key + ":"):
                 return int(line.split()[1])
         raise KeyError(key)
+
+    def wakeups(self):
+        """How often its threads have gone to sleep so far."""
+        return sum(int(re.search(r"^voluntary_ctxt_switches:\s+(\d+)", status.read_text(), re.MULTILINE)[1])
+                   for status in Path(f"/proc/{self.process.pid}/task").glob("*/status"))
 
     def descriptors(self):
         return len(os.listdir(f"/proc/{self.process.pid}/fd"))
@@ -211,7 +217,7 @@ class Pair:
     takes: bool = False  # it takes the tree away: each run needs a new one
     across: bool = False  # what it makes lies on the other file system
     no_flush: bool = False
-    is_cold: bool = False  # the tree's files are on the disk only, otherwise in the page cache
+    is_cold: bool = False  # the tree's files are not in the page cache
 
 
 def clock(action, *arguments):
@@ -294,7 +300,7 @@ def copies():
                           ("deep", (None, None))):
         yield Pair(f"copy, {tree}", tree, on_tree(CTL, "copy", "TREE", "MADE"), on_tree("cp", "-r", "TREE", "MADE"),
                    targets, makes=True)
-    yield Pair("copy, large, from the disk", "large", on_tree(CTL, "copy", "TREE", "MADE"),
+    yield Pair("copy, large, not in the page cache", "large", on_tree(CTL, "copy", "TREE", "MADE"),
                on_tree("cp", "-r", "TREE", "MADE"), (None, None), makes=True, is_cold=True)
 
 
@@ -344,7 +350,7 @@ def bench_pairs():
         preload = {"LD_PRELOAD": str(BUILD / "bench/libno_flush.so")} if pair.no_flush else {}
         for place in PLACES:
             if pair.is_cold and place == "tmpfs":
-                continue  # there is no disk
+                continue  # it is nothing but page cache
             with Daemon(log="/tmp/log", **preload):
                 measure(pair, place)
     for top in PLACES.values():
@@ -387,7 +393,7 @@ def compare_load(name, mode, clients, log, rate_target, tail_target=None):
     try:
         with Daemon(log):
             wait_for_socket(bare)
-            for number in range(ROUNDS + 1):
+            for number in range(ENOUGH_SECONDS + 1):  # of a second each
                 for path in (SOCKET, bare) if number % 2 else (bare, SOCKET):
                     figure = load(path, mode, clients)
                     if number > 0:  # the first round warms up
@@ -438,15 +444,14 @@ def bench_daemon():
     with Daemon() as daemon:
         add(Row("resident, idle", daemon.status("VmRSS"), None, "KB", 6 * 1024))
         add(Row("descriptors, idle", daemon.descriptors(), None, "", None))
-        before = daemon.status("voluntary_ctxt_switches")
+        time.sleep(0.5)  # until its workers have gone to sleep
+        before = daemon.wakeups()
         time.sleep(3)
-        add(Row("wake-ups a second, idle", (daemon.status("voluntary_ctxt_switches") - before) / 3, None, "", 11))
-        with ThreadPoolExecutor() as beside:
-            under_load = beside.submit(load, SOCKET, "requests", 64, 1)
+        add(Row("wake-ups a second, idle", (daemon.wakeups() - before) / 3, None, "", 11))
+        with subprocess.Popen([BUILD / "bench/load", SOCKET, "requests", "64", "1"], stdout=subprocess.DEVNULL):
             time.sleep(0.5)
             add(Row("resident, 64 clients", daemon.status("VmRSS"), None, "KB", None))
             add(Row("descriptors, 64 clients", daemon.descriptors(), None, "", None))
-            under_load.result()
         load(SOCKET, "requests", 16, 1)  # the heap of each worker grows to its largest request, once
         grown = daemon.status("VmRSS")
         served = 0
@@ -546,19 +551,24 @@ def bench_scale():
     (RESULTS / "scale.dat").write_text("# entries, " + ", ".join(names) + "\n" + "\n".join(lines) + "\n")
 
 
+PARTS = {
+    "ext4": (("", bench_pairs), ("requests", bench_requests), ("daemon", bench_daemon), ("calls", bench_calls),
+             ("scale", bench_scale)),
+    "xfs": (("reflink", bench_reflink),),
+}
+
+
 def main():
+    if DATA_FS not in PARTS:
+        sys.exit(f"/data is a {DATA_FS}: nothing was measured")
     for top in PLACES.values():
         top.mkdir()
     RESULTS.mkdir(parents=True, exist_ok=True)
-    print("| what | ours | theirs | ratio | middle half | target | |\n|---|---|---|---|---|---|---|")
-    if DATA_FS == "ext4":
-        bench_pairs()
-        parts = (("requests", bench_requests), ("daemon", bench_daemon), ("calls", bench_calls), ("scale", bench_scale))
-    else:
-        parts = (("reflink", bench_reflink),)
-    for part, bench in parts:
-        if wants(part):
+    for part, bench in PARTS[DATA_FS]:
+        if part == "" or wants(part):  # the pairs have names of their own
             bench()
+    if not rows:
+        return
     (RESULTS / f"results-{DATA_FS}.json").write_text(json.dumps(
         [{**asdict(row), "figure": row.figure, "verdict": row.verdict} for row in rows], indent=1) + "\n")
     missed = sum(row.verdict == "missed" for row in rows)

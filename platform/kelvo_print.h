@@ -29,7 +29,8 @@ struct LogSite {
 
 namespace Detail {
 
-/// One argument of a line: a text or a number, as its conversion says. Of an unsigned number the bits are kept.
+/// One argument of a line: a text, never null, or a number, as its conversion says. Of an unsigned number the bits are
+/// kept.
 struct LogArgument {
     // NOLINTBEGIN(google-explicit-constructor): what is to be printed is given as it is.
     LogArgument(const std::string& value) noexcept : text(value.c_str()) {}

@@ -214,10 +214,10 @@ int RestoreSinglePath(const char* path) {
 }
 
 int RestoreTree(const char* path, unsigned threads) {
-    walkError = 0;
-    errno = 0;
     // The library's threads hand out the entries under one lock: more of them than processors only wait for it.
     const unsigned processors = std::max(1U, std::thread::hardware_concurrency());
+    walkError = 0;
+    errno = 0;
     const int result =
         selinux_restorecon_parallel(path, FLAGS | SELINUX_RESTORECON_RECURSE, std::min(threads, processors));
     const int ownError = errno != 0 ? errno : EIO;

@@ -62,7 +62,7 @@ protected:
     UniqueFd recordReader;
     const std::int64_t untilWrap = [] {
         const std::int64_t now = std::chrono::system_clock::now().time_since_epoch() / std::chrono::milliseconds(1);
-        return ((1LL << 32) - now % (1LL << 32)) / 1000;
+        return ((2LL << 32) - now % (1LL << 32)) / 1000;  // not the next wrap, which may be a moment away
     }();
 };
 
