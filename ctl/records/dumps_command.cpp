@@ -14,9 +14,9 @@
 #include "record_json.h"
 #include "record_table.h"
 #include "record_time.h"
-#include "records/explain.h"
-#include "records/kernel_log_dumps.h"
-#include "records/record_files.h"
+#include "explain.h"
+#include "kernel_log_dumps.h"
+#include "record_files.h"
 #include "show_records.h"
 #include "text.h"
 

@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "json_text.h"
-#include "records/record.h"
+#include "record.h"
 
 namespace TAVO::FileMigrateOrvane {
 

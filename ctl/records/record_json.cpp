@@ -5,7 +5,7 @@
 #include <variant>
 
 #include "record_time.h"
-#include "records/explain.h"
+#include "explain.h"
 #include "text.h"
 
 namespace TAVO::FileMigrateOrvane {

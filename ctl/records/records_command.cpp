@@ -9,7 +9,7 @@
 #include "argument_checks.h"
 #include "record_filter.h"
 #include "record_time.h"
-#include "records/record_input.h"
+#include "record_input.h"
 #include "show_records.h"
 
 namespace TAVO::FileMigrateOrvane {

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "records/record.h"
+#include "record.h"
 
 namespace TAVO::FileMigrateOrvane {
 

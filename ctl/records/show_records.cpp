@@ -14,7 +14,7 @@
 #include "record_json.h"
 #include "record_summary.h"
 #include "record_table.h"
-#include "records/record_files.h"
+#include "record_files.h"
 #include "text.h"
 
 namespace TAVO::FileMigrateOrvane {

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "json_text.h"
-#include "records/record.h"
-#include "records/record_input.h"
+#include "record.h"
+#include "record_input.h"
 
 namespace TAVO::FileMigrateOrvane {
 

@@ -21,8 +21,8 @@
 #include "answer.h"
 #include "record_json.h"
 #include "record_table.h"
-#include "records/kernel_log_dumps.h"
-#include "records/record_files.h"
+#include "kernel_log_dumps.h"
+#include "record_files.h"
 #include "text.h"
 
 namespace TAVO::FileMigrateOrvane {
