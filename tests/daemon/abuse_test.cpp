@@ -1,6 +1,6 @@
-// Clients that mean ill, or do not care, against the real daemon: it answers what is valid, records what is not, goes
-// on to serve others, and neither its descriptors nor its memory grow. FILE_MIGRATE_SEED repeats a run of the random
-// records; FILE_MIGRATE_LOAD_SECONDS lengthens the mixed load.
+// Hostile and careless clients against the real daemon. It must answer valid requests, record invalid ones, keep
+// serving other clients, and use no more descriptors or memory over time. Set FILE_MIGRATE_SEED to repeat a run of the
+// random requests and FILE_MIGRATE_LOAD_SECONDS to lengthen the mixed load.
 #include <sys/socket.h>
 
 #include <array>
@@ -19,11 +19,11 @@ namespace {
 
 using std::chrono::seconds, std::chrono::steady_clock, std::this_thread::sleep_for;
 using Random = std::mt19937;
-using Refusals = std::multiset<std::string>;        // their records up to the time
-const Request kIsThere{Command::IsExist, "/data"};  // answered with 1
+using Refusals = std::multiset<std::string>;        // each refusal's record, without its time
+const Request kIsThere{Command::IsExist, "/data"};  // the answer is 1
 
-/// A request of any command. Sources and destinations are apart, so that no tree is copied into itself, and few, so
-/// that requests meet; no name holds a dot, so that none leads out of the trees.
+/// A random request. Sources and destinations lie in separate trees so that no tree is copied into itself. There are
+/// only a few of them so that requests collide. No name contains a dot, so no path leads out of the trees.
 Request AnyRequest(Random& random, const ScratchTree& tree, const ScratchTree& second) {
     static const std::vector<std::string> names{"", "/a", "/a/b", "/a/b/c", "/f", "/a/f", "/\x01\xff%s;\n"};
     static const std::vector<std::string> owners{"0", "1000", "root", "", "no such", std::string(35, 'u')};
@@ -34,7 +34,7 @@ Request AnyRequest(Random& random, const ScratchTree& tree, const ScratchTree& s
     return {Command(random() % COMMAND_COUNT), src, dst, any(owners), any(owners), any(modes), int(random() % 3)};
 }
 
-/// Spoils a record, or leaves it valid. @return the refusal, empty for none
+/// Corrupts a request or leaves it valid. @return the record that the daemon writes for it; empty if it is valid
 std::string Spoil(Random& random, FileMigrateRcvMsg& message, std::size_t& size) {
     static constexpr std::int32_t numbers[] = {-1, 19, 256, INT32_MAX, INT32_MIN};
     const std::string names[] = {"src", "dts", "user", "group", "perm"};
@@ -74,7 +74,7 @@ Refusals RecordedRefusals() {
 
 class AbuseTest : public DaemonTest {
 protected:
-    /// Asks for a reply of 121 packages: more than fits into a connection.
+    /// The reply has 121 packages, which is more than the socket buffers hold.
     Request LongListing() {
         for (int i = 1000; i < 3000; ++i) {
             tree->File("list/" + std::string(240, 'n') + std::to_string(i), "");
@@ -86,16 +86,16 @@ protected:
         const Usage now = daemon->Used();
         std::cout << "KB " << before.residentKb << " to " << now.residentKb << ", descriptors " << before.descriptors
                   << " to " << now.descriptors << '\n';
-        // The heap of each worker grows to its largest reply, once.
+        // Each worker's heap grows once, to the size of its largest reply.
         EXPECT_TRUE(IS_SANITIZED || now.residentKb < before.residentKb + 4096);
         EXPECT_TRUE(Becomes([&] { return daemon->Used().descriptors <= before.descriptors; }));
     }
 
     const ScratchTree second{ScratchTree::On::SecondFs};
-    std::array<char, sizeof(FileMigrateStrPkg)> unread{};  ///< parts of replies that nobody looks at
+    std::array<char, sizeof(FileMigrateStrPkg)> unread{};  ///< reply data that the tests ignore
 };
 
-TEST_F(AbuseTest, RandomRecordsAreAnsweredOrRecorded) {
+TEST_F(AbuseTest, AnswersOrRecordsRandomRequests) {
     const char* const given = std::getenv("FILE_MIGRATE_SEED");
     const std::string seed = given != nullptr ? given : std::to_string(std::random_device()());
     std::cout << "FILE_MIGRATE_SEED=" << seed << '\n';
@@ -123,11 +123,12 @@ TEST_F(AbuseTest, RandomRecordsAreAnsweredOrRecorded) {
     ExpectNoGrowthSince(before);
 }
 
-TEST_F(AbuseTest, ImpoliteClientsAreLeftAlone) {
+TEST_F(AbuseTest, SurvivesClientsThatSendOrReadPartially) {
     const Request listing = LongListing();
     const FileMigrateRcvMsg message = listing.Wire();
     const std::string_view bytes(reinterpret_cast<const char*>(&message), sizeof(message));
-    // The bytes that are sent, in pieces of so many bytes; those that are read; what is shut down then, if anything.
+    // How many bytes the client sends, the size of each piece, how many bytes it reads, and how it then calls
+    // shutdown(). 9 is not a valid argument, so that call does nothing.
     const std::array<std::size_t, 4> rows[] = {
         {0, 1, 0, 9},       {4000, 4000, 0, 9},    {8288, 4144, 0, 9},          {8288, 1, 0, 9},
         {8288, 8288, 0, 9}, {8288, 8288, 2000, 9}, {8288, 8288, 0, SHUT_WR},    {8288, 8288, 0, SHUT_RD},
@@ -151,10 +152,10 @@ TEST_F(AbuseTest, ImpoliteClientsAreLeftAlone) {
     ExpectNoGrowthSince(before);
     polite.Send(listing);
     sleep_for(seconds(1));
-    EXPECT_EQ(polite.Receive().value().Strings().size(), 2000U * 247 - 1) << "reads late, but reads";
+    EXPECT_EQ(polite.Receive().value().Strings().size(), 2000U * 247 - 1) << "a late reader gets the whole reply";
 }
 
-TEST_F(AbuseTest, CrowdAtSixtyFourDescriptorsIsServedInTheEnd) {
+TEST_F(AbuseTest, ServesAThousandClientsWithSixtyFourDescriptors) {
     Start({{}, {"prlimit", "--nofile=64:64"}});
     RawClient served;
     std::promise<void> start;
@@ -169,8 +170,8 @@ TEST_F(AbuseTest, CrowdAtSixtyFourDescriptorsIsServedInTheEnd) {
     const Usage before = daemon->Used();
     const std::size_t logged = daemon->Log().size();
     sleep_for(seconds(2));
-    EXPECT_LT(daemon->Used().cpuSeconds - before.cpuSeconds, 0.5) << "spins";
-    EXPECT_LT(daemon->Log().size() - logged, 40 * 200U) << "floods the log";
+    EXPECT_LT(daemon->Used().cpuSeconds - before.cpuSeconds, 0.5) << "the event loop spins";
+    EXPECT_LT(daemon->Log().size() - logged, 40 * 200U) << "the daemon floods its log";
     for (int i = 0; i < 100; ++i) {
         EXPECT_EQ(served.Call(kIsThere).result, 1);
     }
@@ -178,10 +179,11 @@ TEST_F(AbuseTest, CrowdAtSixtyFourDescriptorsIsServedInTheEnd) {
     EXPECT_TRUE(std::all_of(crowd.begin(), crowd.end(), [](std::future<int>& one) { return one.get() == 1; }));
 }
 
-TEST_F(AbuseTest, FifthIsServedWhileFourAreStuck) {
+TEST_F(AbuseTest, ServesAFifthClientWhileFourDoNotRead) {
     const Request listing = LongListing();
-    // Each of the four asks ten times more and reads nothing, or reads one package now and then. The fifth waits for
-    // one send's limit; or for the packages' limit and a send begun before it.
+    // First row: each of the four clients sends ten more requests and reads nothing; the fifth client waits for one
+    // send to time out. Second row: each reads a package now and then; the fifth waits until the time for a reply's
+    // packages is used up and the send that was under way has ended.
     for (const auto& [askedMore, bound] : {std::pair(10, seconds(3)), std::pair(0, seconds(8))}) {
         Start();
         Clients stuck(4);
@@ -200,11 +202,11 @@ TEST_F(AbuseTest, FifthIsServedWhileFourAreStuck) {
             }
         }
         EXPECT_TRUE(reply) << askedMore;
-        EXPECT_TRUE(Await("SendStrPkgs. pkgNum:(\\d+), pkgIndex:\\1,")) << "gave up a reply";
+        EXPECT_TRUE(Await("SendStrPkgs. pkgNum:(\\d+), pkgIndex:\\1,")) << "the daemon did not finish the reply";
     }
 }
 
-TEST_F(AbuseTest, MixedLoadOfSixteenClients) {
+TEST_F(AbuseTest, DoesNotGrowUnderSixteenClients) {
     const char* const given = std::getenv("FILE_MIGRATE_LOAD_SECONDS");
     const seconds length(given != nullptr ? std::atol(given) : 2);
     Start({{}, {"sh", "-c", "exec \"$0\" 2>/dev/null"}});

@@ -1,5 +1,5 @@
-// Every command over the socket, for success and for each of its failures: the answer, the log lines, the records and
-// what became of the files.
+// Sends every command to a running daemon, for its success and for each of its failures. Checks the reply, the log
+// lines, the records and the files afterwards.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -20,18 +20,19 @@ namespace {
 
 using enum Command;
 
-constexpr int ANY = -1;                    ///< an error number that earlier calls of the worker left behind
-constexpr const char* UNCHANGED = "same";  ///< the files are as they were
+constexpr int ANY = -1;                    ///< any error number: the worker's errno is left over from earlier calls
+constexpr const char* UNCHANGED = "same";  ///< the files are the same as before the request
 
-/// In all texts "@" is the tree on /data, "~" the one on the second file system, "%" the reply's error number.
+/// In all texts, "@" is the tree on /data, "~" the one on the second file system and "%" the reply's error number.
 struct Row {
     const char* name;
-    const char* before;  ///< a shell script that makes the files; may fail at immutable files and for a label policy
+    /// A shell script that makes the files. If one with chattr or a check for SELinux fails, the row is left out.
+    const char* before;
     Command cmd;
-    const char* request;  ///< the fields in the record's order, "-" for an empty one
+    const char* request;  ///< the request's fields in wire order, "-" for an empty one
     int result;
     int errCode = 0;
-    const char* traces = "";        ///< the log lines, "Level Function: text", then what Recorded() tells
+    const char* traces = "";        ///< the log lines, "Level Function: text", then the result of Recorded()
     const char* after = UNCHANGED;  ///< see CommandsTest::Listing
     const char* strings = "";
 };
@@ -46,7 +47,7 @@ Request RequestOf(Command cmd, const std::string& text) {
     return request;
 }
 
-/// What the command, or the refusal of a request, had to say.
+/// The log lines that the command or the refusal wrote, without the daemon's own routine lines.
 std::string LinesOf(const std::string& log) {
     static const std::regex NOISE(
         R"([^\n]*(\[(CreateServer|Epoll|HandlerEpollin|AddFdRef|SubFdRef|\w*ThreadTask|HandleCmd:\d+\] cmd:|SendResMsg)"
@@ -73,8 +74,8 @@ protected:
                 Check(row);
                 (void)Shell("chattr -R -f -i .");
             } else {
-                // With a label policy on the machine, the rows that want none are left to LabelsThatAPolicyPrescribes.
-                EXPECT_TRUE(std::regex_search(row.before, std::regex("chattr|selinux"))) << "not made";
+                // On a machine with a label policy, RestoresTheLabelsOfAPolicy replaces the rows that need none.
+                EXPECT_TRUE(std::regex_search(row.before, std::regex("chattr|selinux"))) << "the script failed";
                 unprivileged += std::strstr(row.before, "chattr") != nullptr ? std::string(" ") + row.name + ";" : "";
             }
         }
@@ -97,9 +98,9 @@ protected:
         EXPECT_EQ(Listing(), row.after == UNCHANGED ? before : row.after);
     }
 
-    /// Runs a script in the tree. @return what it printed; none if it failed
+    /// Runs a script in the tree. @return what it printed, or nullopt if it failed
     [[nodiscard]] std::optional<std::string> Shell(const std::string& script) const {
-        // NOLINTNEXTLINE(cert-env33-c): the scripts are those of this file
+        // NOLINTNEXTLINE(cert-env33-c): all scripts are written in this file
         FILE* const pipe = popen(Expand("set -e; cd @; " + script).c_str(), "r");
         std::string output;
         for (int c = 0; (c = std::getc(pipe)) != EOF;) {
@@ -108,8 +109,8 @@ protected:
         return pclose(pipe) == 0 ? std::optional(output) : std::nullopt;
     }
 
-    /// All that is in the trees, with type, size, mode and owner where they are not the usual ones:
-    /// "d/ 700,d/f 1:2,f 4B,l -> target,p|".
+    /// Lists both trees as "d/ 700,d/f 1:2,f 4B,l -> target,p|": the type, and the size, mode and owner where they
+    /// differ from 0 bytes, 755 or 644, and root.
     [[nodiscard]] std::string Listing() const {
         return *Shell(
             "find @ ~ -mindepth 1 \\( -type l -printf '%p -> %l' -o -type d -printf '%p/ %m' -o -type p -printf '%p|' "
@@ -117,8 +118,8 @@ protected:
             "s,/ 755,/,' | LC_ALL=C sort | paste -sd, | tr -d '\\n'");
     }
 
-    /// A line "TYPE,field:value,..." for each record, without empty fields, the request's source and the reply's error
-    /// number, then "dump TYPE" for each kernel-log dump.
+    /// A line "TYPE,field:value,..." for each record, then "dump TYPE" for each kernel-log dump. Empty fields are left
+    /// out, and so are the request's source and the reply's error number.
     [[nodiscard]] std::string Recorded(const std::string& src, const std::string& errCode) const {
         return *Shell(std::string("exec 2>/dev/null; grep -ao 'type:[^;]*,times:' ") + AB_FILE +
                       " | sed -E 's/type://; s|,src:" + src + ",|,|; s/,errno:" + errCode + ",/,/; s/,times://; :a; " +
@@ -136,11 +137,11 @@ protected:
     std::optional<ScratchTree> second{std::in_place, ScratchTree::On::SecondFs};
 };
 
-TEST_F(CommandsTest, QueriesAndDirectories) {
+TEST_F(CommandsTest, QueriesAndCreatesDirectories) {
     CheckAll({
         {"exists", "touch f", IsExist, "@/f", 1},
         {"does not exist", "ln -s none l", IsExist, "@/l", 0},
-        {"below a file, ESC", "touch f", IsExist, "@/f/a\x1b", -1, ENOTDIR,
+        {"below a file, with an escape byte", "touch f", IsExist, "@/f/a\x1b", -1, ENOTDIR,
          "E IsPathExist: access @/f/a\\x1b failed, errno=%\nISEXIST"},
         {"two dots at the end", "mkdir d", IsDir, "@/d/..", 1},
         {"two dots alone", "", IsDir, "..", 1},
@@ -164,7 +165,7 @@ TEST_F(CommandsTest, QueriesAndDirectories) {
          "I DoPrepareDir: DoPrepareDir @/d/a suc: 1, 2, 4755\nI DoPrepareDir: DoPrepareDir @/d/a/b suc: 1, 2, 4755",
          "d/ 700,d/a/ 4755 1:2,d/a/b/ 4755 1:2"},
         {"prepare, existing", "mkdir d", PrepareDir, "@/d - 1 2 700", 0, 0, "I PrepareDir: dir @/d already exists"},
-        {"prepare, mode ~0", "", PrepareDir, "@/d - 0 0 77777777777 1", 0, 0,
+        {"prepare, all mode bits", "", PrepareDir, "@/d - 0 0 77777777777 1", 0, 0,
          "I DoPrepareDir: DoPrepareDir @/d suc: 0, 0, 37777777777", "d/ 7777"},
         {"prepare, no group", "", PrepareDir, "@/d - 1 - 755 1", -1, EINVAL,
          "E ProcessPrepareDirCmd: dir @/d owner or dac para not provided\nPARA_EMPTY,user:1,perm:755,recurseOpt:1"},
@@ -184,7 +185,8 @@ TEST_F(CommandsTest, QueriesAndDirectories) {
          "E IsPathExist: access @/f/x failed, errno=20\nE PrepareDir: Unexpected recurseOpt:0, not prepare "
          "@/f/x\nISEXIST,errno:20\nINVALID_RECURSEOPT_PREPAREDIR,recurseOpt:0"},
         {"mkdir, mode ignored", "", MkDir, "@/d - - - 0755 1", 0, 0, "I MkDir: DoMkDir @/d suc", "d/ 700"},
-        {"mkdir, all", "", MkDir, "@/a/b - - - - 2", 0, 0, "I MkDir: DoMkDirRecurse @/a/b suc", "a/ 700,a/b/ 700"},
+        {"mkdir, recursive", "", MkDir, "@/a/b - - - - 2", 0, 0, "I MkDir: DoMkDirRecurse @/a/b suc",
+         "a/ 700,a/b/ 700"},
         {"mkdir, existing", "touch f", MkDir, "@/f", 0, 0, "I MkDir: dir @/f already exists"},
         {"mkdir, dangling link", "ln -s none l", MkDir, "@/l - - - - 1", 0, 0, "I MkDir: DoMkDir @/l suc"},
         {"mkdir, no parent", "", MkDir, "@/a/b - - - - 1", -1, ENOENT,
@@ -194,7 +196,7 @@ TEST_F(CommandsTest, QueriesAndDirectories) {
     });
 }
 
-TEST_F(CommandsTest, MigrationAndCombinedCopy) {
+TEST_F(CommandsTest, MovesAndCopies) {
     CheckAll({
         {"move", "mkdir s; touch s/f", MoveAll, "@/s @/t", 0, 0, "I DoMove: MoveByRename @/s to @/t suc", "t/,t/f"},
         {"move across", "mkdir s; echo a >s/f; ln -s f s/l; chown 7:8 s", MoveAll, "@/s ~/t", 0, EXDEV,
@@ -239,7 +241,8 @@ TEST_F(CommandsTest, MigrationAndCombinedCopy) {
         {"tree", "mkdir -p s/d t; touch s/d/g s/f; ln -s f s/l", CopyComb, "@/s @/t 1 2 750", 0, 0,
          "I DoPrepareDir: DoPrepareDir @/t/d suc: 1, 2, 750\nI Remove: Remove @/s/d suc\nI Remove: Remove @/s suc",
          "t/,t/d/ 750 1:2,t/d/g 750 1:2,t/f 750 1:2"},
-        {"absent goes before empty texts", "", CopyComb, "@/x", -2, 0, "E ProcessCopyCombCmd: src @/x not exist"},
+        {"absent source is reported before empty texts", "", CopyComb, "@/x", -2, 0,
+         "E ProcessCopyCombCmd: src @/x not exist"},
         {"no mode", "touch s", CopyComb, "@/s @/t 1 2", -1, EINVAL,
          "E ProcessCopyCombCmd: owner or dac para not provided\nPARA_EMPTY,user:1,group:2,recurseOpt:0"},
         {"unknown group", "touch s", CopyComb, "@/s @/t 1 yy 0", -1, ENOENT,
@@ -247,7 +250,7 @@ TEST_F(CommandsTest, MigrationAndCombinedCopy) {
          "yy\nGID_GETGRNAM,src:,group:yy"},
         {"mode 0", "touch s", CopyComb, "@/s @/t 1 2 00", -1, ANY,
          "E ProcessCopyCombCmd: transform mode 00 failed, errno=%\nTRANSFORM_MODE,src:,perm:00"},
-        {"file lost", "touch s", CopyComb, "@/s @/x/t 1 2 755", -1, ENOENT,
+        {"file, no destination directory, source removed", "touch s", CopyComb, "@/s @/x/t 1 2 755", -1, ENOENT,
          "E DoCopy: copy @/s to @/x/t failed, errno=%\nCOPY,dst:@/x/t", ""},
         {"file onto itself", "touch s; ln s t", CopyComb, "@/s @/t 1 2 755", -1, EEXIST,
          "E DoCopy: copy @/s to @/t failed, errno=%\nCOPY,dst:@/t"},
@@ -257,7 +260,7 @@ TEST_F(CommandsTest, MigrationAndCombinedCopy) {
          "E DoCopy: copy @/s/d/f to @/t/d/f failed, errno=%\nI Remove: Remove @/s/d suc\nI Remove: Remove @/s "
          "suc\nCOPY,src:@/s/d/f,dst:@/t/d/f",
          "o/,t/,t/d -> ../o"},
-        {"tree lost", "mkdir -p s/d", CopyComb, "@/s @/t 1 2 755", -1, ENOENT,
+        {"tree, no destination directory, source removed", "mkdir -p s/d", CopyComb, "@/s @/t 1 2 755", -1, ENOENT,
          "E DoMkDir: mkdir @/t/d 700 failed, errno=%\nE DoPrepareDir: DoPrepareDir @/t/d failed: 1, 2, 755\nI Remove: "
          "Remove @/s suc\nMKDIR,src:@/t/d,perm:700",
          ""},
@@ -269,7 +272,7 @@ TEST_F(CommandsTest, MigrationAndCombinedCopy) {
     });
 }
 
-TEST_F(CommandsTest, RemovalLabelsOwnerAndMode) {
+TEST_F(CommandsTest, RemovesAndChangesAttributes) {
     CheckAll({
         {"remove, absent", "", Remove, "@/x", 0, 0, "I Remove: Remove @/x suc"},
         {"remove", "mkdir -p d/s o; ln -s ../../o d/s/l", Remove, "@/d", 0, 0, "I Remove: Remove @/d suc", "o/"},
@@ -292,8 +295,8 @@ TEST_F(CommandsTest, RemovalLabelsOwnerAndMode) {
         {"from the parent", "! test -e /etc/selinux/config", RestoreconFromParent, "@", -1, EOPNOTSUPP,
          "E RestoreConFromParent: RestoreconFromParentDir @ failed, ret=-95, errno=%\nRESTORECON_FROMPARENT"},
         {"chown link", "ln -s f l", ChOwn, "@/l - 1 2 - 1", 0, 0, "I ChOwn: DoChOwn @/l 1 2 suc", "l -> f 1:2"},
-        {"chown all, stays inside", "mkdir -p d/s o; touch d/s/f o/f; ln -s ../o d/l", ChOwn, "@/d - 1 2 - 2", 0, 0,
-         "I ChOwn: DoChOwnRecurse @/d 1 2 suc", "d/ 1:2,d/l -> ../o 1:2,d/s/ 1:2,d/s/f 1:2,o/,o/f"},
+        {"chown, recursive, follows no link", "mkdir -p d/s o; touch d/s/f o/f; ln -s ../o d/l", ChOwn, "@/d - 1 2 - 2",
+         0, 0, "I ChOwn: DoChOwnRecurse @/d 1 2 suc", "d/ 1:2,d/l -> ../o 1:2,d/s/ 1:2,d/s/f 1:2,o/,o/f"},
         {"chown, unknown user", "touch f", ChOwn, "@/f - xx 2 - 1", -1, ENOENT,
          "E DecodeUid: getpwnam_r xx failed, user not found\nE ProcessChOwnCmd: transform uid gid xx 2 "
          "failed\nUID_GETPWNAM,src:,user:xx"},
@@ -307,7 +310,7 @@ TEST_F(CommandsTest, RemovalLabelsOwnerAndMode) {
         {"chmod, option 0", "touch f", ChMod, "@/f - - - 700", -1, EINVAL,
          "E ChMod: Unexpected recurseOpt:0, not chmod @/f\nINVALID_RECURSEOPT_CHMOD,recurseOpt:0"},
         {"chmod", "mkdir d", ChMod, "@/d - - - 4711 1", 0, 0, "I ChMod: DoChMod @/d 4711 suc", "d/ 4711"},
-        {"chmod all", "mkdir -p d/s; touch d/s/f", ChMod, "@/d - - - 700x 2", 0, 0,
+        {"chmod, recursive", "mkdir -p d/s; touch d/s/f", ChMod, "@/d - - - 700x 2", 0, 0,
          "I ChMod: DoChModRecurse @/d 700 suc", "d/ 700,d/s/ 700,d/s/f 700"},
         {"chmod, one link", "mkdir -p d/s; touch d/a d/s/f; ln -s a d/l", ChMod, "@/d - - - 700 2", -1, EOPNOTSUPP,
          "E DoChMod: lchmod @/d/l 700 failed, errno=%\nCHMOD,src:@/d/l,perm:700",
@@ -318,8 +321,8 @@ TEST_F(CommandsTest, RemovalLabelsOwnerAndMode) {
     });
 }
 
-/// For root without the privilege to pass over permission bits, as a label policy can make it.
-TEST_F(CommandsTest, DirectoriesThatCannotBeOpened) {
+/// The daemon runs without the capabilities that override permission bits, as under a strict label policy.
+TEST_F(CommandsTest, ReportsDirectoriesThatItCannotOpen) {
     Start({{}, {"setpriv", "--bounding-set", "-dac_override,-dac_read_search"}});
     const int blocks = static_cast<int>(Lstat(tree->Dir("d")).st_blocks);
     CheckAll({
@@ -339,7 +342,7 @@ TEST_F(CommandsTest, DirectoriesThatCannotBeOpened) {
     });
 }
 
-TEST_F(CommandsTest, LabelsThatAPolicyPrescribes) {
+TEST_F(CommandsTest, RestoresTheLabelsOfAPolicy) {
     if (std::getenv("FILE_MIGRATE_SANDBOX") != std::string("private")) {
         GTEST_SKIP() << "needs privilege: a mount namespace for a policy of its own";
     }
@@ -364,18 +367,18 @@ TEST_F(CommandsTest, LabelsThatAPolicyPrescribes) {
                 " /etc && exec setpriv --bounding-set -dac_override,-dac_read_search \"$@\"",
             "sh"}});
     const Reply unread = Call(RequestOf(Restorecon, Expand("@ - - - - 2")));
-    EXPECT_EQ(std::pair(unread.result, unread.errCode), std::pair(-1, EACCES)) << "what is below has not got its label";
+    EXPECT_EQ(std::pair(unread.result, unread.errCode), std::pair(-1, EACCES)) << "an unread directory is a failure";
 }
 
-/// As when another process removes a file meanwhile.
-// The C library's fstat() makes the call that its fstatat() makes; the thread sanitizer's does not.
+// The C library implements fstat() with newfstatat(); the thread sanitizer does not.
 #ifdef __SANITIZE_THREAD__
 constexpr bool FSTAT_IS_NEWFSTATAT = false;
 #else
 constexpr bool FSTAT_IS_NEWFSTATAT = true;
 #endif
 
-TEST_F(CommandsTest, FilesThatAreGoneAtTheSecondLook) {
+/// strace makes a later lookup of the file fail, as if another process had removed it in the meantime.
+TEST_F(CommandsTest, ReportsFilesThatDisappearDuringARequest) {
     const std::string file = tree->File("f");
     const std::string lost = ": lstat " + file + " failed, errno=2\n";
     const struct {
@@ -396,7 +399,7 @@ TEST_F(CommandsTest, FilesThatAreGoneAtTheSecondLook) {
     }
 }
 
-TEST_F(CommandsTest, WhatIsMovedAcrossIsFlushedBeforeItsSourceGoes) {
+TEST_F(CommandsTest, MoveFlushesTheCopyBeforeItRemovesTheSource) {
     const std::string calls = second->Path("calls");
     for (const bool isFailing : {false, true}) {
         const std::string fault = isFailing ? "error=EIO" : "delay_exit=1";
@@ -412,13 +415,13 @@ TEST_F(CommandsTest, WhatIsMovedAcrossIsFlushedBeforeItsSourceGoes) {
     EXPECT_EQ(Recorded(tree->Path("s"), "5"), Expand("COPY,dst:~/t\n"));
 }
 
-TEST_F(CommandsTest, SpaceIsThatOfTheAllocatedBlocksUnderEveryName) {
+TEST_F(CommandsTest, SpaceCountsTheBlocksOfEveryName) {
     ASSERT_TRUE(Shell("mkdir s; echo >s/f; head -c 100000 /dev/zero >a; ln a s/b; truncate -s 9M c; ln -s /etc l"));
     EXPECT_EQ(std::to_string(Call({UsedSpace, tree->Path()}).result) + "\t.\n", Shell("du -lks ."));
     EXPECT_EQ(std::to_string(Call({MaxSize, tree->Path()}).result) + "\ta\n", Shell("du -k a"));
 }
 
-TEST_F(CommandsTest, SpaceWalksLookAtAnObjectNoMoreOftenThanTheyMust) {
+TEST_F(CommandsTest, SpaceWalksDoNotRepeatLookups) {
     const std::string calls = second->Path("calls");
     Start({{}, {"strace", "-fqo", calls, "-e", "trace=newfstatat,lstat"}});
     ASSERT_TRUE(Shell("mkdir -p d/ee; touch d/ee/ff"));
@@ -429,7 +432,7 @@ TEST_F(CommandsTest, SpaceWalksLookAtAnObjectNoMoreOftenThanTheyMust) {
     EXPECT_EQ(looks(), "0\n1\n");
 }
 
-TEST_F(CommandsTest, DeepTreesAreChangedAndRemoved) {
+TEST_F(CommandsTest, ChangesAndRemovesDeepTrees) {
     for (const Command remove : {Remove, TryRemove}) {
         ASSERT_TRUE(Shell("mkdir d; perl -e 'chdir \"d\", mkdir \"d\" for 1..3000'"));
         EXPECT_EQ(Call(RequestOf(ChOwn, Expand("@/d - 1 2 - 2"))).result, 0);
@@ -440,7 +443,7 @@ TEST_F(CommandsTest, DeepTreesAreChangedAndRemoved) {
     }
 }
 
-TEST_F(CommandsTest, RefusedRequestsAreRecordedAndTheConnectionServesOn) {
+TEST_F(CommandsTest, RecordsRefusedRequestsAndKeepsTheConnection) {
     const std::string path(4096, 'x'), owner(36, 'u');
     const struct {
         Command cmd;
@@ -470,12 +473,12 @@ TEST_F(CommandsTest, RefusedRequestsAreRecordedAndTheConnectionServesOn) {
         RawClient client;
         const FileMigrateRcvMsg message = RequestOf(row.cmd, row.request).Wire();
         client.Send({reinterpret_cast<const char*>(&message), row.size});
-        ASSERT_TRUE(daemon->WaitForLog("[SubFdRef:")) << "the worker is to be done with it";
+        ASSERT_TRUE(daemon->WaitForLog("[SubFdRef:")) << "the worker has not finished the request";
         const std::string end = row.size == sizeof(message) ? "\nE HandleCmd: Invalid RecvMsg!\n" : "\n";
         EXPECT_EQ(LinesOf(daemon->Log()), row.log + end);
         ASSERT_EQ(Records().size(), 1U);
         EXPECT_EQ(Records()[0].find("type:" + row.record + ",times:"), 0U) << Records()[0];
-        // Were there an answer to the first, it would be taken for this one's.
+        // If the daemon had answered the refused request, this call would receive that answer instead of its own.
         EXPECT_EQ(client.Call({IsDir, "/", "/d", "u", "g", "7", 2}).result, 1);
         EXPECT_FALSE(client.Receive(Deadline{20}));
     }
@@ -483,7 +486,7 @@ TEST_F(CommandsTest, RefusedRequestsAreRecordedAndTheConnectionServesOn) {
                               R"(recurseOpt: 2, perm: 7, fd: (\d+)\n[^]*E FileMigrateOrvane: \[SendResMsg:\d+\] )"
                               R"(result:1, errCode:0, pkgNum:0, fd:\1\n)");
     EXPECT_TRUE(std::regex_search(daemon->Log(), accepted));
-    EXPECT_EQ(Call({IsExist, path.substr(1)}).errCode, ENAMETOOLONG) << "the longest path is no refusal";
+    EXPECT_EQ(Call({IsExist, path.substr(1)}).errCode, ENAMETOOLONG) << "the longest path is accepted";
 }
 
 }  // namespace

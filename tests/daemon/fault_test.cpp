@@ -1,6 +1,7 @@
-// System calls that fail under the real daemon. EveryCallMayFail makes each kind of request once under strace to see
-// its calls, then again with one call failing, and prints how often that was and what became of it: by default for a
-// sample, with FILE_MIGRATE_FAULTS=all for each call with each error.
+// System calls that fail inside the running daemon. SurvivesTheFailureOfAnySystemCall sends each kind of request under
+// strace to see which calls it makes, then again with one of them failing, and prints a table of the outcomes. By
+// default it tries one fault for each call of a request; with FILE_MIGRATE_FAULTS=all it tries several errors at the
+// first, second and last occurrence.
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -20,9 +21,9 @@ namespace fs = std::filesystem;
 using enum Command;
 using Strings = std::vector<std::string>;
 const std::string kContent(70000, 'c');
-constexpr const char* CALLS = "/tmp/calls";  ///< what strace writes
+constexpr const char* CALLS = "/tmp/calls";  ///< strace's output
 
-/// Starts strace on a running daemon; from here on it counts the calls of each thread.
+/// Attaches strace to a running daemon. When this returns, strace counts the calls of every thread.
 pid_t Trace(pid_t daemon, const std::string& expression) {
     const std::string pid = std::to_string(daemon);
     const pid_t strace = fork();
@@ -39,23 +40,23 @@ pid_t Trace(pid_t daemon, const std::string& expression) {
     return strace;
 }
 
-/// In paths "@" is the tree on /data, "~" the one on the second file system.
+/// In a path, "@" is the tree on /data and "~" the one on the second file system.
 struct Way {
     Command cmd;
     const char* src;
     const char* dst;
-    const char* arrived;  ///< where the files are after a success; empty for nowhere
+    const char* arrived;  ///< where the files are after a success; empty if they are to be gone
 };
 
 const Way kWays[] = {
     {MoveSub, "@src", "@sub", "@sub"},
     {MoveAll, "@src", "~dst", "~dst"},
     {CopyAll, "@src", "@dst", "@dst"},
-    {CopyAll, "@pipe", "@dst", "@dst"},  // tried twice, with a dump of the kernel's log
+    {CopyAll, "@pipe", "@dst", "@dst"},  // the pipe makes the daemon copy twice and dump the kernel log
     {Remove, "@src", "", ""},
     {TryRemove, "@src", "", ""},
     {CopyComb, "@src", "@sub", "@sub"},
-    {MoveAll, "@src", "/none/dst", "@src"},  // fails anyway
+    {MoveAll, "@src", "/none/dst", "@src"},  // fails without any fault: the destination's parent is missing
     {ListDir, "@src", "", "@src"},
 };
 
@@ -89,7 +90,10 @@ protected:
         return isSuccess ? hasArrived : mayLose || HasFiles(way.src) || (isMove && hasArrived);
     }
 
-    /// Makes a request while strace does what it is told.
+    /// Sends a request while strace runs with the expression, and classifies what happened.
+    /// @return "ok-succeeded"; "ok-failed": the failure was recorded or logged, and no file was lost; "unreported": it
+    /// was neither recorded nor logged; "untrue": the daemon answered 0 but did not do the work; "lost"; "hung";
+    /// "crashed"
     std::string Outcome(const Way& way, const std::string& expression) {
         MakeTrees();
         std::ofstream(AB_FILE) << std::string(260 * 1024, ' ');  // the first record rotates it
@@ -97,7 +101,7 @@ protected:
         const auto log = [this, before = daemon->Log().size()] { return daemon->Log().substr(before); };
         const pid_t strace = Trace(daemon->Pid(), expression);
         const RawClient client;
-        (void)!send(client.Fd(), &request, sizeof(request), MSG_NOSIGNAL);  // it may have been dropped
+        (void)!send(client.Fd(), &request, sizeof(request), MSG_NOSIGNAL);  // fails if the connection was dropped
         FileMigrateResMsg reply{};
         bool isAnswered = false;
         const auto isDone = [&] {
@@ -124,13 +128,13 @@ protected:
         }
         static const std::regex logged(R"(update/migrate/[^\n]* failed|errno: \d+, eventfd|err, ret: -1|dropped)");
         const std::string record = fs::exists(AB_FILE) ? ReadFile(AB_FILE) : "";
-        const bool isTold = record.find("type:") != record.npos || std::regex_search(log(), logged);
-        return isSuccess ? "ok-succeeded" : isTold ? "ok-failed" : "untold";
+        const bool isReported = record.find("type:") != record.npos || std::regex_search(log(), logged);
+        return isSuccess ? "ok-succeeded" : isReported ? "ok-failed" : "unreported";
     }
 
-    /// The numbers of each call in what strace wrote, by the count of its name in its thread; the log's lines apart.
-    /// Not those whose failure the C library (or a sanitizer) answers with the end, those of its allocator, and those
-    /// that strace does not know.
+    /// The occurrence numbers of each call in strace's output, as `when=` counts them: per thread and call name. Writes
+    /// to the log are listed separately. Left out are calls whose failure makes the C library or a sanitizer abort, the
+    /// allocator's calls, and calls that strace has no name for.
     static std::map<std::string, std::set<int>> CallsMade() {
         static const std::regex line(R"((\d+) +(?!futex|syscall_|m?map|munmap|mprotect|brk|madvise)(\w+)\((2,)?.*)");
         std::map<std::string, int> counts;
@@ -149,7 +153,7 @@ protected:
     std::optional<ScratchTree> second;
 };
 
-TEST_F(FaultTest, EveryCallMayFail) {
+TEST_F(FaultTest, SurvivesTheFailureOfAnySystemCall) {
     std::map<std::string, std::map<std::string, int>> table;
     for (std::size_t turn = 0; const Way& way : kWays) {
         Start();
@@ -196,10 +200,10 @@ TEST_F(FaultTest, FullDiskFailsTheRequestAndKeepsTheSource) {
         umount2(small.c_str(), MNT_DETACH);
     }
     EXPECT_TRUE(daemon->WaitForLog("file_migrate_ab.txt failed, errno: 28."));
-    EXPECT_TRUE(RawClient().Call({IsDir, "/none"}).result == -1 && Records().size() == 1) << "once there is room";
+    EXPECT_TRUE(RawClient().Call({IsDir, "/none"}).result == -1 && Records().size() == 1) << "recorded again with room";
 }
 
-TEST_F(FaultTest, WhatCannotBeReadStaysAndIsRecorded) {
+TEST_F(FaultTest, UnreadableDirectoriesStayAndAreRecorded) {
     Start({{}, {"setpriv", "--bounding-set", "-dac_override,-dac_read_search"}});
     const std::pair<Way, const char*> rows[] = {{{CopyAll, "@src", "@dst", "@dst"}, "type:COPY,"},
                                                 {{MoveAll, "@src", "~dst", "~dst"}, "type:COPY,"},
@@ -213,7 +217,7 @@ TEST_F(FaultTest, WhatCannotBeReadStaysAndIsRecorded) {
         const Reply reply = RawClient().Call({way.cmd, Path(way.src), Path(way.dst), "0", "0", "0700"});
         EXPECT_TRUE(reply.result == -1 && reply.errCode == EACCES) << record << reply.errCode;
         EXPECT_TRUE(HasFiles("@src") && ReadFile(AB_FILE).starts_with(record)) << record;
-        EXPECT_TRUE(*way.arrived == '\0' || fs::exists(Path(way.arrived) + "/other")) << "the rest is copied";
+        EXPECT_TRUE(*way.arrived == '\0' || fs::exists(Path(way.arrived) + "/other")) << "the rest was not copied";
     }
 }
 

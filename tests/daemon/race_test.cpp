@@ -1,7 +1,7 @@
-// Trees whose owner is hostile and running: while a request works in one, entries of it are exchanged for links to a
-// tree outside and for pipes, or gone. Nothing outside may change or be copied, and every request is answered.
+// Requests on a tree that its owner attacks while they run. A second thread swaps entries for links to a tree outside
+// or for pipes, or takes them away. Nothing outside may change or be copied, and every request must get its answer.
 //
-// FILE_MIGRATE_RACE_SECONDS is the time for each row of the table, half a second where it is not set.
+// FILE_MIGRATE_RACE_SECONDS sets the time for each row of the table. The default is half a second.
 #include <fcntl.h>
 #include <sys/mount.h>
 
@@ -28,9 +28,10 @@ using Pairs = std::vector<Pair>;
 constexpr const char* SECRET = "what only root may read";
 const char* const kSeconds = std::getenv("FILE_MIGRATE_RACE_SECONDS");
 const Deadline kTime{kSeconds != nullptr ? 1000 * std::stol(kSeconds) : 500};
-constexpr Deadline LIMIT{20000};  ///< for one request on a few files
+constexpr Deadline LIMIT{20000};  ///< for one request; the trees hold only a few files
 
-/// Leaves the attacker a millisecond to exchange a new directory, whatever the scheduler does.
+/// Delays the return of each mkdir by a millisecond, so that the attacker can swap the new directory before the daemon
+/// opens it.
 const DaemonOptions kSlowMkdir{
     {}, {"strace", "-fqqo/dev/null", "-etrace=mkdir,mkdirat", "-einject=mkdir,mkdirat:delay_exit=1000"}};
 
@@ -38,8 +39,8 @@ bool Exchange(const Pair& objects) {
     return renameat2(AT_FDCWD, objects.first.c_str(), AT_FDCWD, objects.second.c_str(), RENAME_EXCHANGE) == 0;
 }
 
-/// Takes the first object away and puts it back; in between its name stands for nothing, the second object, and
-/// nothing.
+/// Moves the first object aside and back. Meanwhile its name is first missing, then a hard link to the second object,
+/// then missing again.
 bool TakeAway(const Pair& objects) {
     const auto& [name, other] = objects;
     const std::string aside = other + ".aside";
@@ -49,17 +50,17 @@ bool TakeAway(const Pair& objects) {
     return isAway;
 }
 
-/// For a path "@" is the tree on /data and "~" the one on the second file system.
+/// In a path, "@" is the tree on /data and "~" the one on the second file system.
 struct Row {
     const char* name;
     Request request;
-    const char* attacked;  ///< the directory whose entries are exchanged
-    bool isThere = true;   ///< it has them; otherwise the request makes the one that is exchanged
+    const char* attacked;  ///< the directory whose entries are swapped
+    bool isThere = true;  ///< whether its entries exist beforehand; if not, the request creates the one that is swapped
     bool (*attack)(const Pair&) = Exchange;
 };
 
-/// A thread that attacks the objects of each pair in turn, as fast as it can, until its end.
-/// @param swaps  the thread's until it has ended
+/// A thread that attacks each pair in turn, as fast as it can, until it is stopped.
+/// @param swaps  counts the successful attacks; only the thread may use it until the thread has ended
 std::jthread Attack(const Pairs& pairs, auto attack, long& swaps) {
     return std::jthread([pairs, attack, &swaps](const std::stop_token& stop) {
         while (!stop.stop_requested()) {
@@ -68,7 +69,7 @@ std::jthread Attack(const Pairs& pairs, auto attack, long& swaps) {
     });
 }
 
-/// The same names in every tree, so that what is done to an entry in one fits the other.
+/// Fills a tree. All trees have the same names, so that a walk that strays into another tree finds what it looks for.
 void Grow(const std::string& top, const char* content) {
     fs::create_directories(top + "/d/e");
     for (const std::string directory : {"", "/d", "/d/e"}) {
@@ -78,7 +79,7 @@ void Grow(const std::string& top, const char* content) {
     }
 }
 
-/// Each object with what tells of any change: ctime goes with content, owner, mode and attributes.
+/// Each object's path and ctime, which changes with content, owner, mode and attributes.
 Strings States(const ScratchTree& tree) {
     Strings states;
     for (const auto& entry : fs::recursive_directory_iterator(tree.Path())) {
@@ -101,7 +102,7 @@ protected:
         return path.empty() ? "" : (path[0] == '~' ? *second : *tree).Path() + path.substr(1);
     }
 
-    /// Makes the objects of a round. @return what is to be exchanged
+    /// Creates the trees for a round. @return the pairs to attack
     Pairs Prepare(const Row& row) {
         tree.emplace();
         second.emplace(ScratchTree::On::SecondFs);
@@ -119,7 +120,7 @@ protected:
         return {{top + "/d", top + ".d"}, {top + "/f", top + ".f"}, {top + "/g", top + ".g"}};
     }
 
-    /// Makes a request under attack. False if no answer comes in time.
+    /// Sends a request while the pairs are attacked. @return whether the answer came in time
     bool Answers(Request request, const Pairs& pairs, long& swaps, bool (*attack)(const Pair&) = Exchange) {
         request.src = Expand(request.src);
         request.dst = Expand(request.dst);
@@ -129,7 +130,8 @@ protected:
         return client.Receive(LIMIT).has_value();
     }
 
-    /// With each pair exchanged once before the request, then with all of them while it runs.
+    /// Runs a row until its time is over. In the first rounds one pair is swapped before the request, in the others all
+    /// pairs are attacked while it runs.
     void Check(const Row& row) {
         Grow(outside.emplace().Path(), SECRET);
         const Strings before = States(*outside);
@@ -156,12 +158,12 @@ protected:
     std::optional<ScratchTree> second, outside;
 };
 
-TEST_F(RaceTest, NothingOutsideIsTouchedOrCopied) {
+TEST_F(RaceTest, NothingOutsideTheTreeIsChangedOrCopied) {
     const Row rows[] = {
         {"chown", {ChOwn, "@/s", "", "1", "2", "", 2}, "@/s"},
         {"chmod", {ChMod, "@/s", "", "", "", "750", 2}, "@/s"},
         {"remove", {Remove, "@/s"}, "@/s"},
-        {"remove, going on", {TryRemove, "@/s"}, "@/s"},
+        {"remove, keep going", {TryRemove, "@/s"}, "@/s"},
         {"copy, source", {CopyAll, "@/s", "@/t"}, "@/s"},
         {"copy, destination", {CopyAll, "@/s", "@/t"}, "@/t"},
         {"copy of children, destination", {CopySub, "@/s", "@/t"}, "@/t"},
@@ -183,12 +185,12 @@ TEST_F(RaceTest, NothingOutsideIsTouchedOrCopied) {
     std::ranges::for_each(rows, [this](const Row& row) { Check(row); });
 }
 
-/// Who owns a directory can also give the name of a new one to one of root's that it holds.
-TEST_F(RaceTest, OnlyTheDirectoryThatWasMadeIsGivenAway) {
+/// The owner of a directory can swap the new directory for one of root's in the same place.
+TEST_F(RaceTest, PrepareDirChangesOnlyTheDirectoryThatItCreated) {
     const std::string closed = tree->Dir("closed", 0700), made = tree->Path("made");
     tree->File("closed/file");
     const auto inode = Lstat(closed).st_ino;
-    std::this_thread::sleep_for(Deadline{1100});  // births are compared in seconds
+    std::this_thread::sleep_for(Deadline{1100});  // the daemon compares birth times in whole seconds
     Start(kSlowMkdir);
     long swaps = 0;
     for (const auto end = Clock::now() + kTime; Clock::now() < end; fs::remove_all(made)) {
@@ -199,15 +201,16 @@ TEST_F(RaceTest, OnlyTheDirectoryThatWasMadeIsGivenAway) {
     EXPECT_TRUE(swaps > 0 && st.st_uid == 0 && st.st_mode == (S_IFDIR | 0700)) << swaps;
 }
 
-/// A user can put a directory of his own in the place of root's that stands in his, and wait for a copy that is his;
-/// or one of root's in the place of what was copied, a directory or a file, and wait for its removal.
-TEST_F(RaceTest, WhatRootHasInAUsersTreeStaysRoots) {
+/// A directory of root's lies in a user's tree. First row: the user swaps it for a directory of his own during the
+/// copy, hoping that the daemon gives him the copy of root's files. Other rows: the user swaps in another object of
+/// root's after the copy, hoping that the daemon removes it.
+TEST_F(RaceTest, MoveNeitherGivesAwayNorRemovesRootsFiles) {
     const DaemonOptions slowFlush{
         {}, {"strace", "-fqqo/dev/null", "-etrace=syncfs", "-einject=syncfs:delay_enter=1000000"}};
     const struct {
         const char* copied;
         bool isAtFlush;
-        long files;  ///< that are copied
+        long files;  ///< how many files the move copies
     } rows[] = {{"s/roots", false, 24}, {"s/roots", true, 24}, {"s/roots/f", true, 1}};
     for (const auto& [copied, isAtFlush, files] : rows) {
         tree.emplace();
@@ -233,8 +236,8 @@ TEST_F(RaceTest, WhatRootHasInAUsersTreeStaysRoots) {
     }
 }
 
-/// Through a mount a place inside the source does not look like one.
-TEST_F(RaceTest, WhatIsCopiedIntoItselfByAMountIsNotLost) {
+/// Through a bind mount, the destination's path does not show that it lies inside the source.
+TEST_F(RaceTest, CopyIntoItselfThroughABindMountLosesNothing) {
     for (const auto& [cmd, name] :
          {std::pair{CopyAll, "/t"}, {CopyAll, "/new"}, {CopyAll, ""}, {CopyComb, "/t"}, {CopyComb, ""}}) {
         tree.emplace();
@@ -250,8 +253,8 @@ TEST_F(RaceTest, WhatIsCopiedIntoItselfByAMountIsNotLost) {
     }
 }
 
-/// A tree deeper than the descriptors reach is not to fill the log with its paths.
-TEST_F(RaceTest, WhatStaysIsToldWhileItsPathIsOfUse) {
+/// The tree is deeper than the descriptor limit. Its paths must not fill the log.
+TEST_F(RaceTest, FailuresBelowPathMaxAreLoggedAndDeeperOnesAreNot) {
     Start({{}, {"prlimit", "--nofile=64"}});
     const std::string top = tree->Dir("d"), name(200, 'n');
     UniqueFd directory(open(top.c_str(), O_PATH));
