@@ -1,6 +1,6 @@
-// The least that a server of the daemon's shape can do for a request, to measure the daemon against: one thread waits
-// with epoll, four workers take descriptors from a queue, and each request costs a recv(), an access() and a send().
-// It logs nothing and checks nothing.
+// A minimal server with the daemon's structure, as the baseline for request rates: one thread waits with epoll, four
+// workers take descriptors from a queue, and each request costs a recv(), an access() and a send(). It neither logs nor
+// validates.
 //
 //     bare_loop SOCKET
 #include <sys/epoll.h>

@@ -1,14 +1,14 @@
 #!/usr/bin/python3
-"""The daemon against the tools that people would use instead, and against the floor that the kernel sets.
+"""Compares the daemon with the usual command-line tools, and its request rate with a minimal server.
 
     bench.py BUILD RESULTS [NAME...]
 
-Runs in tests/sandbox; `./dev bench` builds and starts it. BUILD is the build folder, RESULTS the folder for the tables
-as JSON and the points of the plot. With names, only the parts that begin with one of them are run. What /data is
-decides which there are: on an XFS copies that share their blocks, on an ext4 all else.
+Runs in tests/sandbox; `./dev bench` builds and starts it. BUILD is the build folder. RESULTS is the folder for the JSON
+tables and the points of the plot. With names, only the parts that begin with one of them run. The file system of /data
+decides which parts there are: copies that share their blocks on XFS, everything else on ext4.
 
-What has another to be compared with is measured side by side: ours and the other in turn, on trees made alike and with
-what was written before on its disk, in one run. What is compared is the median of the rounds' ratios.
+A comparison runs both sides in turn within one run, on identical trees and after a sync. The ratio in the table is the
+median of the ratios of the single rounds.
 """
 
 import itertools
@@ -27,15 +27,16 @@ from pathlib import Path
 
 BUILD, RESULTS = Path(sys.argv[1]), Path(sys.argv[2])
 CHOSEN = sys.argv[3:]
-CALLS = "/tmp/calls"  # what strace writes
+CALLS = "/tmp/calls"  # strace's output
 SOCKET = "/dev/unix/socket/file_migrate_orvane"
 DAEMON = BUILD / "service/file_migrate_orvane"
 CTL = str(BUILD / "ctl/orvanectl")
-# The places of the sandbox: a file system on a loop device, whose image lies in memory, and a tmpfs.
+# The sandbox's two places: a file system on a loop device, whose image is in memory, and a tmpfs.
 DATA_FS = next(kind for _, place, kind, *_ in map(str.split, open("/proc/mounts")) if place == "/data")
 PLACES = {DATA_FS: Path("/data/bench"), "tmpfs": Path(os.environ["FILE_MIGRATE_SECOND_FS"]) / "bench"}
 OTHER = {DATA_FS: "tmpfs", "tmpfs": DATA_FS}
-# Rounds of a comparison: at least so many, and more of a short one, until ours has run for so many seconds.
+# A comparison has at least ROUNDS rounds. A short one goes on until our side has run for ENOUGH_SECONDS, up to
+# MOST_ROUNDS.
 ROUNDS, MOST_ROUNDS, ENOUGH_SECONDS = 5, 25, 10
 FILES = int(os.environ.get("BENCH_FILES", "100000"))
 FILES_PER_DIRECTORY = 100
@@ -46,7 +47,7 @@ EXISTS = REQUEST.pack(0, b"/", b"", b"", b"", b"", 0)
 
 @dataclass
 class Row:
-    """One line of the table. The ratio is ours to theirs; for rates, too, so that more is better there."""
+    """One line of the table. The ratio is always ours divided by theirs, so more is better for a rate."""
 
     name: str
     ours: float
@@ -59,7 +60,7 @@ class Row:
 
     @staticmethod
     def of_rounds(name, ours, theirs, unit, target, is_rate=False):
-        """Medians. The ratio is that of the rounds' ratios: what slows a whole round down is in both sides of it."""
+        """Takes the median of the rounds' ratios, because a disturbance slows both sides of a round down."""
         ratios = sorted(a / b for a, b in zip(ours, theirs))
         quarter = len(ratios) // 4
         return Row(name, statistics.median(ours), statistics.median(theirs), unit, target, is_rate,
@@ -103,7 +104,7 @@ def wants(part):
 
 
 class Daemon:
-    """A daemon of its own on its socket, with its log going to a file or a device."""
+    """A running daemon whose log goes to a file or a device."""
 
     def __init__(self, log="/dev/null", **environment):
         Path(SOCKET).unlink(missing_ok=True)
@@ -121,14 +122,14 @@ class Daemon:
         Path(SOCKET).unlink(missing_ok=True)
 
     def status(self, key):
-        """A figure of /proc/PID/status: kilobytes, or a count."""
+        """A figure from /proc/PID/status: kilobytes, or a count."""
         for line in Path(f"/proc/{self.process.pid}/status").read_text().splitlines():
             if line.startswith(key + ":"):
                 return int(line.split()[1])
         raise KeyError(key)
 
     def wakeups(self):
-        """How often its threads have gone to sleep so far."""
+        """How often its threads have gone to sleep since they started."""
         return sum(int(re.search(r"^voluntary_ctxt_switches:\s+(\d+)", status.read_text(), re.MULTILINE)[1])
                    for status in Path(f"/proc/{self.process.pid}/task").glob("*/status"))
 
@@ -206,16 +207,16 @@ def clear(*paths):
 
 @dataclass
 class Pair:
-    """Two ways to do the same. `ours` and `theirs` take the tree to work on and the place for what they make."""
+    """Two ways to do the same work. `ours` and `theirs` take the tree and the path of the result."""
 
     name: str
     tree: str
     ours: object
     theirs: object
     targets: tuple[float | None, float | None]  # on ext4, on tmpfs
-    makes: bool = False  # it makes something
-    takes: bool = False  # it takes the tree away: each run needs a new one
-    across: bool = False  # what it makes lies on the other file system
+    makes: bool = False  # it creates a result
+    takes: bool = False  # it removes or changes the tree, so each run needs a new one
+    across: bool = False  # the result is on the other file system
     no_flush: bool = False
     is_cold: bool = False  # the tree's files are not in the page cache
 
@@ -228,7 +229,7 @@ def clock(action, *arguments):
 
 
 def settle(tree, is_cold):
-    """Brings the files of a tree into the page cache, or out of it."""
+    """Loads the files of a tree into the page cache, or drops them from it."""
     for folder, _, names in os.walk(tree):
         for name in names:
             with open(Path(folder) / name, "rb") as file:
@@ -241,7 +242,7 @@ def settle(tree, is_cold):
 
 
 def measure(pair, place):
-    """One row: in every round both ways, each first in turn."""
+    """Measures one row. Each round runs both sides; they take turns at being first."""
     source = PLACES[place] / "template" / pair.tree
     times = {"ours": [], "theirs": []}
     for number in range(MOST_ROUNDS + 1):
@@ -265,7 +266,7 @@ def measure(pair, place):
 
 
 def changes(name, ours, theirs, values, targets):
-    """For what changes nothing when it is done twice: each run, of either side, takes the next value."""
+    """A pair whose commands change nothing when repeated with the same value: each run takes the next value."""
     value = itertools.cycle(values)
 
     def action(words):
@@ -327,7 +328,7 @@ def pairs():
 
 
 def install_policy():
-    """A policy of our own over /etc/selinux: without SELinux in the kernel the labels are set all the same."""
+    """Mounts a small policy over /etc/selinux. The labels can be set even if SELinux is disabled in the kernel."""
     folder = PLACES["tmpfs"] / "selinux"
     rules = folder / "bench/contexts/files"
     rules.mkdir(parents=True)
@@ -350,7 +351,7 @@ def bench_pairs():
         preload = {"LD_PRELOAD": str(BUILD / "bench/libno_flush.so")} if pair.no_flush else {}
         for place in PLACES:
             if pair.is_cold and place == "tmpfs":
-                continue  # it is nothing but page cache
+                continue  # a tmpfs is always in the page cache
             with Daemon(log="/tmp/log", **preload):
                 measure(pair, place)
     for top in PLACES.values():
@@ -358,7 +359,7 @@ def bench_pairs():
 
 
 def bench_reflink():
-    """A large file where its copy can share its blocks: it must take no space, and what is timed is the start."""
+    """Copies a large file by sharing its blocks. The copy must take no space; the time is that of starting up."""
     top = PLACES[DATA_FS]
     copy = Pair("copy, large, by reflink", "large", on_tree(CTL, "copy", "TREE", "MADE"),
                 on_tree("cp", "-r", "TREE", "MADE"), (None, None), makes=True)
@@ -393,7 +394,7 @@ def compare_load(name, mode, clients, log, rate_target, tail_target=None):
     try:
         with Daemon(log):
             wait_for_socket(bare)
-            for number in range(ENOUGH_SECONDS + 1):  # of a second each
+            for number in range(ENOUGH_SECONDS + 1):  # one second each
                 for path in (SOCKET, bare) if number % 2 else (bare, SOCKET):
                     figure = load(path, mode, clients)
                     if number > 0:  # the first round warms up
@@ -444,7 +445,7 @@ def bench_daemon():
     with Daemon() as daemon:
         add(Row("resident, idle", daemon.status("VmRSS"), None, "KB", 6 * 1024))
         add(Row("descriptors, idle", daemon.descriptors(), None, "", None))
-        time.sleep(0.5)  # until its workers have gone to sleep
+        time.sleep(0.5)  # wait until its workers sleep
         before = daemon.wakeups()
         time.sleep(3)
         add(Row("wake-ups a second, idle", (daemon.wakeups() - before) / 3, None, "", 11))
@@ -452,7 +453,7 @@ def bench_daemon():
             time.sleep(0.5)
             add(Row("resident, 64 clients", daemon.status("VmRSS"), None, "KB", None))
             add(Row("descriptors, 64 clients", daemon.descriptors(), None, "", None))
-        load(SOCKET, "requests", 16, 1)  # the heap of each worker grows to its largest request, once
+        load(SOCKET, "requests", 16, 1)  # each worker's heap grows once, to the size of its largest request
         grown = daemon.status("VmRSS")
         served = 0
         while served < 100000:
@@ -462,13 +463,13 @@ def bench_daemon():
             clear(many)
             make_small_names(many, entries)
             before = daemon.status("VmRSS")
-            Path(f"/proc/{daemon.process.pid}/clear_refs").write_text("5")  # the peak anew
+            Path(f"/proc/{daemon.process.pid}/clear_refs").write_text("5")  # reset the peak
             ctl("ls", many)
             names = sum(len(entry.name) + 1 for entry in os.scandir(many)) / 1024
             peak = daemon.status("VmHWM") - before
             add(Row(f"listing {entries} entries, peak, to the bytes of the names", peak, names, "KB", None,
                     ratio=peak / names))
-            load(SOCKET, "requests", 4, 0.1)  # after which the worker has given back its list
+            load(SOCKET, "requests", 4, 0.1)  # gives the worker time to release its list
             add(Row(f"listing {entries} entries, kept", daemon.status("VmRSS") - before, None, "KB", limit))
         clear(many)
 
@@ -483,7 +484,7 @@ def make_small_names(top, entries):
 
 
 def calls_of(action, daemon):
-    """System calls that the daemon makes for an action, besides those of its log and of its waiting."""
+    """Counts the daemon's system calls for an action, except those for logging and waiting."""
     tracer = subprocess.Popen(["strace", "-fqq", "-o", CALLS, "-p", str(daemon.process.pid)])
     while any("TracerPid:\t0\n" in status.read_text()
               for status in Path(f"/proc/{daemon.process.pid}/task").glob("*/status")):
@@ -500,7 +501,7 @@ def calls_of_tool(*command):
 
 
 def count_calls(apart=()):
-    """Not by strace's own count, which leaves out calls that it has no name for."""
+    """Counts the lines, because `strace -c` leaves out calls that it has no name for."""
     names = re.findall(r"^\d+ +(\w+)\(", Path(CALLS).read_text(), re.MULTILINE)
     return sum(name not in apart for name in names)
 
@@ -534,7 +535,7 @@ def bench_calls():
 
 
 def bench_scale():
-    """Points for the plot: microseconds per entry for trees of 1,000 to 1,000,000 empty files."""
+    """Measures the points of the plot: microseconds per entry for trees of 1,000 to 1,000,000 empty files."""
     top = PLACES["ext4"] / "scale"
     made = PLACES["ext4"] / "copied"
     for entries in (1000, 10000, 100000, 1000000):

@@ -1,10 +1,10 @@
-// Lock-step clients: each asks whether / exists, waits for the answer and asks again.
+// Clients in lock-step: each asks whether / exists, waits for the answer and asks again.
 //
 //     load SOCKET requests|connections CLIENTS SECONDS
 //
-// "requests" keeps its connections, "connections" makes one for each request. Prints one JSON object: answers per
-// second, and the 50th and 99th percentile of the time from request to answer in microseconds. Status 1 when a client
-// lost its server.
+// "requests" keeps its connections, "connections" opens one for each request. Prints one JSON object: answers per
+// second, and the 50th and 99th percentile of the time from request to answer in microseconds. Exits with status 1 if a
+// client lost its connection to the server.
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -44,7 +44,7 @@ bool Ask(const UniqueFd& fd, const FileMigrateRcvMsg& request) {
            recv(fd.Get(), &reply, sizeof(reply), MSG_WAITALL) == sizeof(reply) && reply.result == 1;
 }
 
-/// @return the time that each answer took, in microseconds; none at the end if the server is gone
+/// @return the time of each answer in microseconds, up to the point where the connection was lost
 std::vector<double> RunClient(const Plan& plan, std::atomic<bool>& isLost) {
     FileMigrateRcvMsg request{};
     request.cmd = static_cast<std::int32_t>(Command::IsExist);

@@ -1,5 +1,5 @@
-// What a request costs besides its work on files, piece by piece. Log lines go to standard error: send that to
-// /dev/null or to a file.
+// Measures separately what a request costs besides its work on files. The log lines go to standard error; redirect it
+// to /dev/null or to a file.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
@@ -16,7 +16,7 @@ namespace {
 
 const std::string kPath = "/data/app/el2/100/base/com.example.application/files/document.txt";
 
-/// The yardstick: the one system call of a query.
+/// For comparison: the only system call of a simple query.
 void Access(benchmark::State& state) {
     for (auto _ : state) {
         benchmark::DoNotOptimize(access(kPath.c_str(), F_OK));
@@ -24,7 +24,7 @@ void Access(benchmark::State& state) {
 }
 BENCHMARK(Access);
 
-/// The yardstick of a log line.
+/// For comparison with LogLine.
 void Write(benchmark::State& state) {
     const std::string line(120, 'l');
     for (auto _ : state) {
@@ -55,7 +55,7 @@ void Snapshots(benchmark::State& state) {
 }
 BENCHMARK(Snapshots);
 
-/// A listing of so many names, as it is packed for the wire.
+/// Packs a listing of `range(0)` names for the wire.
 void Pack(benchmark::State& state) {
     StringList names;
     for (int64_t i = 0; i < state.range(0); ++i) {

@@ -1,4 +1,4 @@
-// Preloaded into the daemon, to see what a move costs without its flush.
+// Preloaded into the daemon to measure what a move costs without its flush.
 #include <unistd.h>
 
 extern "C" int syncfs(int) noexcept {

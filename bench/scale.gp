@@ -1,4 +1,4 @@
-# The plot of docs/performance.md: gnuplot -c bench/scale.gp build/bench/results/scale.dat docs/cost-per-entry.svg
+# Draws the plot of docs/performance.md: gnuplot -c bench/scale.gp build/bench/results/scale.dat docs/cost-per-entry.svg
 set terminal svg size 720,400 font "sans,12" background "white"
 set output ARG2
 set title "Cost of an entry, ext4, empty files, 100 in a directory"

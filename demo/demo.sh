@@ -1,11 +1,11 @@
 #!/bin/bash
-# Migrates a copy of a real tree through the running daemon, and compares what arrived with what was sent. Runs in
-# tests/sandbox, which removes all that is made here; `./dev demo` builds and starts it.
+# Moves a copy of a real tree through the running daemon and compares checksums after each step. Runs in tests/sandbox,
+# which removes every file it creates. `./dev demo` builds and starts it.
 set -euo pipefail
 export LC_ALL=C
 
 if [[ $# -ne 1 || -z ${FILE_MIGRATE_SANDBOX-} ]]; then
-    echo "demo: start it with ./dev demo" >&2
+    echo "demo: run ./dev demo" >&2
     exit 2
 fi
 
@@ -33,10 +33,10 @@ start_daemon() {
         if [[ -S $SOCKET ]]; then return; fi
         sleep 0.05
     done
-    die "the daemon did not make its socket"
+    die "the daemon did not create its socket"
 }
 
-# As much of the system's time zones and headers as half the smaller file system holds.
+# Copies time-zone files and headers of the system, up to half of the free space on the smaller file system.
 copy_real_tree() {
     local budget size source
     budget=$(df -k --output=avail /data "$FILE_MIGRATE_SECOND_FS" | tail -n 2 | sort -n | head -n 1)
@@ -57,7 +57,7 @@ checksums() { (cd "$1" && find . -type f -print0 | sort -z | xargs -0 -r sha256s
 
 row() { printf '%-30s %7s %7s %8s %8s  %s\n' "$@"; }
 
-# show WHAT TREE [MICROSECONDS]: the row of a step that left its tree at TREE.
+# show WHAT TREE [MICROSECONDS]: print the row of a step. TREE is where the files are after it.
 show() {
     local kilobytes verdict=equal seconds=-
     kilobytes=$("$CTL" du "$2") || die "du failed"
@@ -68,7 +68,7 @@ show() {
         "$verdict"
     if [[ $verdict != equal ]]; then
         diff "$SCRATCH/sent" "$SCRATCH/now" | head -n 10 >&2
-        die "$2 is not what was sent"
+        die "$2 differs from the original"
     fi
 }
 
@@ -108,9 +108,9 @@ start_daemon
 copy_real_tree
 migrate_all
 echo
-echo "The move to another file system left $links symbolic links behind: it carries files and directories only."
+echo "The move to the other file system dropped $links symbolic links: it copies files and directories only."
 echo
-echo "And a migration that fails:"
+echo "A migration that fails, and its record:"
 provoke_failure
 echo
 echo "All checksums equal: $(wc -l <"$SCRATCH/sent") files, migrated 4 times."

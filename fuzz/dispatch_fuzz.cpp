@@ -1,6 +1,6 @@
-// Any bytes as a request: handlers get only what validation promises, and a request is either handled and answered or
-// refused. Each line is a field of the record, in its order; an eighth is the number of bytes that arrive. Stand-ins
-// take the place of the handlers and of the recording, so that nothing is done to files.
+// Feeds any bytes to HandleCmd as a request. Handlers must see only validated requests, and each request must be either
+// handled and answered or refused. Each input line is one field of the request, in wire order; the eighth line is the
+// number of bytes that arrive. Stubs replace the handlers and the recording, so no file is touched.
 #include <sys/socket.h>
 
 #include <sstream>

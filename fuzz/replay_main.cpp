@@ -1,5 +1,5 @@
-// Stands in for libFuzzer: feeds every file of the directories that are named to the fuzz target. A file is named
-// before its turn, so that the last line tells which one a crash belongs to.
+// Replaces libFuzzer in ordinary builds: runs the fuzz target on every file in the given directories. It prints each
+// file's name first, so that after a crash the last line names the input.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>

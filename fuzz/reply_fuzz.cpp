@@ -1,5 +1,6 @@
-// What a broken daemon may answer. The first byte chooses the question, its top bit has zeros fill the last package;
-// the rest is the answer, after which the daemon hangs up. The C and the C++ interface must read it alike.
+// Feeds any bytes to the client library as a reply. The first byte selects the request; if its top bit is set, zeros
+// fill the last package. The other bytes are the reply, after which the fake daemon closes the connection. The C and
+// the C++ interface must read the same result.
 #include "fake_daemon.h"
 #include "file_migrate_client.h"
 #include "file_migrate_client.hpp"
