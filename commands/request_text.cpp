@@ -3,7 +3,7 @@
 #include <cstdlib>
 
 #include "identity.h"
-#include "record_format.h"
+#include "record_file.h"
 
 namespace TAVO::FileMigrateOrvane {
 

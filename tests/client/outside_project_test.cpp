@@ -1,5 +1,5 @@
-// The library as a program elsewhere uses it: installed, moved, found by CMake and by pkg-config. The project is that
-// of docs/client.md, word for word.
+// The client library as another project uses it: installed, moved, and found by CMake and by pkg-config. The project is
+// the example in docs/client.md, which must match the files in docs/examples.
 #include <cstdlib>
 
 #include "daemon_test.h"
@@ -18,7 +18,7 @@ TEST_F(OutsideProject, OfTheDocumentationIsBuiltAndTalksToTheDaemon) {
         "set -e; exec >" + log + " 2>&1; cd " + tree->Path() + "; build=" BUILD_PATH "; source=" SOURCE_PATH R"sh(
         cmake --install $build --prefix $PWD/installed >install.log && mv installed prefix
         ! grep -rlF -e $source -e $build prefix/include prefix/lib*
-        cmake -S $source/docs/examples/client -B cpp -DCMAKE_PREFIX_PATH=$PWD/prefix >cmake.log
+        cmake -G Ninja -S $source/docs/examples/client -B cpp -DCMAKE_PREFIX_PATH=$PWD/prefix >cmake.log
         cmake --build cpp >build.log
         export PKG_CONFIG_PATH=$(dirname $(find $PWD/prefix -name file_migrate_client.pc))
         gcc -std=c99 -Wall -Wextra -Wpedantic -Werror $source/docs/examples/client/list_dir.c -o list_dir \

@@ -56,7 +56,7 @@ const Way kWays[] = {
     {Remove, "@src", "", ""},
     {TryRemove, "@src", "", ""},
     {CopyComb, "@src", "@sub", "@sub"},
-    {MoveAll, "@src", "/none/dst", "@src"},  // fails without any fault: the destination's parent is missing
+    {MoveAll, "@src", "@missing/dst", "@src"},  // fails without any fault: the destination's parent is missing
     {ListDir, "@src", "", "@src"},
 };
 
@@ -193,14 +193,15 @@ TEST_F(FaultTest, FullDiskFailsTheRequestAndKeepsTheSource) {
         }
         std::ofstream(small + "/filler") << std::string(65536, 'f');
         const std::string dst = small + (cmd == CopyComb ? "" : "/dst");
-        const Reply reply = RawClient().Call({cmd, Path(cmd == IsDir ? "/none" : "@src"), dst, "0", "0", "0700"});
+        const Reply reply = RawClient().Call({cmd, Path(cmd == IsDir ? "@missing" : "@src"), dst, "0", "0", "0700"});
         EXPECT_TRUE(reply.result == -1 && reply.errCode == (cmd == IsDir ? ENOENT : ENOSPC)) << reply.errCode;
         EXPECT_EQ(HasFiles("@src"), cmd != CopyComb);
         EXPECT_TRUE(cmd == IsDir || ReadFile(AB_FILE).find("errno:28,") != std::string::npos);
         umount2(small.c_str(), MNT_DETACH);
     }
     EXPECT_TRUE(daemon->WaitForLog("file_migrate_ab.txt failed, errno: 28."));
-    EXPECT_TRUE(RawClient().Call({IsDir, "/none"}).result == -1 && Records().size() == 1) << "recorded again with room";
+    EXPECT_TRUE(RawClient().Call({IsDir, tree->Path("missing")}).result == -1 && Records().size() == 1)
+        << "recorded again with room";
 }
 
 TEST_F(FaultTest, UnreadableDirectoriesStayAndAreRecorded) {

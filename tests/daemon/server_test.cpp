@@ -14,9 +14,7 @@ namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
 
 using Strings = std::vector<std::string>;
-const Request kIsThere{Command::IsExist, "/data"};     // answered with 1
-const Request kIsNotThere{Command::IsExist, "/none"};  // answered with 0
-const Request kRecorded{Command::IsDir, "/none"};      // answered with -1 and recorded
+const Request kIsThere{Command::IsExist, "/data"};  // answered with 1
 
 class ServerTest : public DaemonTest {
 protected:
@@ -25,6 +23,11 @@ protected:
         DaemonTest::TearDown();
     }
 
+    /// Answered with 0.
+    [[nodiscard]] Request IsMissingThere() const { return {Command::IsExist, tree->Path("missing")}; }
+    /// Answered with -1 and recorded.
+    [[nodiscard]] Request IsMissingADirectory() const { return {Command::IsDir, tree->Path("missing")}; }
+
     /// The daemon's descriptor for the n-th client that connected.
     std::string AcceptedFd(size_t n) { return Await("acceptfd: ", n) ? Found("acceptfd: .*")[n - 1].substr(10) : ""; }
 
@@ -32,7 +35,7 @@ protected:
     Clients Hold(std::size_t count) {
         EXPECT_EQ(mkfifo(AB_FILE, 0600), 0);
         Clients clients(count);
-        SendAll(clients, kRecorded);
+        SendAll(clients, IsMissingADirectory());
         EXPECT_TRUE(Await("HandleCmd", std::min<std::size_t>(count, 4)) && Await("AddThreadTask", count));
         return clients;
     }
@@ -148,7 +151,7 @@ TEST_F(ServerTest, PeerThatLeavesWhileItIsServedIsDroppedOnce) {
         ASSERT_TRUE(Await("clear and close"));
         EXPECT_EQ(Found("EPOLLHUP|refcnt:\\d|Readline null|err, ret.*|clear and close|not found"),
                   isHalf ? half : gone);
-        EXPECT_EQ(next.Call(kIsNotThere).result, 0) << "another's answer";
+        EXPECT_EQ(next.Call(IsMissingThere()).result, 0) << "another's answer";
     }
 }
 
@@ -166,7 +169,7 @@ TEST_F(ServerTest, StaleTasksHoldNoWorker) {
     Release();
     EXPECT_TRUE(Await("E .ThreadTaskExecute. Readline error, errno: 11, eventfd: " + reused));
     EXPECT_TRUE(Await("E .AddFdRef. " + closed + " not found int fdMap"));
-    EXPECT_EQ(next.Call(kIsNotThere).result, 0);
+    EXPECT_EQ(next.Call(IsMissingThere()).result, 0);
 }
 
 TEST_F(ServerTest, PiecesOfRequestsAreRefusedAndHoldNoWorker) {
@@ -182,7 +185,7 @@ TEST_F(ServerTest, PiecesOfRequestsAreRefusedAndHoldNoWorker) {
         EXPECT_TRUE(Becomes([] { return !Records().empty() && Records().size() % 5 == 0; }));
         EXPECT_TRUE(Records().back().starts_with("type:RECVBUFSIZE,recvbufsize:" + size + ",times:"));
     }
-    EXPECT_EQ(clients[0].Call(kIsNotThere).result, 0) << "answered a piece";
+    EXPECT_EQ(clients[0].Call(IsMissingThere()).result, 0) << "answered a piece";
 }
 
 TEST_F(ServerTest, RecordThatCannotBeWrittenChangesNoAnswer) {
@@ -190,7 +193,7 @@ TEST_F(ServerTest, RecordThatCannotBeWrittenChangesNoAnswer) {
                                       {"write@_ab=28", "write /.*/file_migrate_ab.txt failed, errno: 28\\."},
                                       {"fsync@_ab=5", "fsync /.*/file_migrate_ab.txt failed, errno: 5\\."}}) {
         Start({WithFault(fault)});
-        const Reply reply = RawClient().Call(kRecorded);
+        const Reply reply = RawClient().Call(IsMissingADirectory());
         EXPECT_TRUE(reply.result == -1 && reply.errCode == ENOENT) << fault;
         EXPECT_EQ(Found(std::string("E .WriteStringToFile. ") + line).size(), 1U) << fault;
     }

@@ -12,6 +12,7 @@
 #include "record_file.h"
 #include "records.h"
 #include "restorecon.h"
+#include "scratch_tree.h"
 
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
@@ -57,18 +58,21 @@ TEST(DecodeTest, NumbersAndNames) {
 }
 
 TEST(ArgumentTest, WhatIsNotGivenIsRefusedBeforeTheOptionAndWithoutARecord) {
+    const ScratchTree tree;
+    const std::string path = tree.Path("missing");
     ClearRecords();
     int err = 0;
-    EXPECT_EQ(ChOwn({"/none", 1, NOT_GIVEN, 0, 3}, err, RECORD_KIND_AB), -1);
+    EXPECT_EQ(ChOwn({path, 1, NOT_GIVEN, 0, 3}, err, RECORD_KIND_AB), -1);
     EXPECT_EQ(std::exchange(err, 0), EINVAL);
-    EXPECT_EQ(ChMod({"/none", 1, 1, NOT_GIVEN, 3}, err, RECORD_KIND_AB), -1);
+    EXPECT_EQ(ChMod({path, 1, 1, NOT_GIVEN, 3}, err, RECORD_KIND_AB), -1);
     EXPECT_EQ(std::exchange(err, 0), EINVAL);
     EXPECT_TRUE(Records().empty());
-    EXPECT_EQ(RestoreCon("/none", 3, err, RECORD_KIND_AB), -1);
+    EXPECT_EQ(RestoreCon(path, 3, err, RECORD_KIND_AB), -1);
     EXPECT_EQ(err, EINVAL);
     ASSERT_EQ(Records().size(), 1U) << "unlike option 0, another unknown one is recorded";
-    EXPECT_EQ(Records()[0].find("type:INVALID_RECURSEOPT_RESTORECON,src:/none,dst:,user:,group:,perm:,recurseOpt:3,"),
-              0U);
+    EXPECT_EQ(
+        Records()[0].find("type:INVALID_RECURSEOPT_RESTORECON,src:" + path + ",dst:,user:,group:,perm:,recurseOpt:3,"),
+        0U);
 }
 
 }  // namespace
