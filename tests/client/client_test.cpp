@@ -10,9 +10,9 @@
 #include "file_migrate_client.hpp"
 
 /// How many allocations of this thread succeed before one fails; negative: all.
-static thread_local int allocationsLeft = -1;
+static thread_local int g_allocationsLeft = -1;
 void* operator new(std::size_t size) {
-    return allocationsLeft >= 0 && allocationsLeft-- == 0 ? throw std::bad_alloc() : std::malloc(size);
+    return g_allocationsLeft >= 0 && g_allocationsLeft-- == 0 ? throw std::bad_alloc() : std::malloc(size);
 }
 // Inlined, the two would look to g++ as if they freed what they did not allocate.
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
@@ -165,9 +165,9 @@ TEST(CInterface, WantOfMemoryAnywhereIsAReply) {
     const CClient client(daemon.socketPath);
     file_migrate_listing listing{};
     for (int allowed = 0; listing.count == 0 && allowed < 50; ++allowed) {
-        allocationsLeft = allowed;
+        g_allocationsLeft = allowed;
         listing = file_migrate_list_dir(client.c, "/");
-        allocationsLeft = -1;
+        g_allocationsLeft = -1;
         EXPECT_EQ(listing.reply.status, listing.count == 0 ? FILE_MIGRATE_NO_MEMORY : FILE_MIGRATE_ANSWERED);
     }
     ASSERT_EQ(listing.count, 2U);

@@ -14,7 +14,7 @@ namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
 
 using Strings = std::vector<std::string>;
-const Request kIsThere{Command::IsExist, "/data"};  // answered with 1
+const Request EXISTING{Command::IsExist, "/data"};  // answered with 1
 
 class ServerTest : public DaemonTest {
 protected:
@@ -110,9 +110,9 @@ TEST_F(ServerTest, TakesTheSocketOfInitAndKeepsTheNameOfItsThreads) {
     const std::string pass = "exec 3<&" + std::to_string(listening.Get()) + "; LISTEN_PID=$$ LISTEN_FDS=1 ";
     Start({{"LISTEN_FDNAMES=other"}, {"bash", "-c", pass + "exec \"$0\""}});
     EXPECT_TRUE(Await("W .GetControlSocket. socket other from init is not file_migrate_orvane, not used"));
-    EXPECT_EQ(RawClient().Call(kIsThere).result, 1) << "on a socket of its own";
+    EXPECT_EQ(RawClient().Call(EXISTING).result, 1) << "on a socket of its own";
     Start({{"LISTEN_FDNAMES=file_migrate_orvane"}, {"bash", "-c", pass + "exec \"$0\""}, false});
-    EXPECT_EQ(RawClient(address.sun_path).Call(kIsThere).result, 1);
+    EXPECT_EQ(RawClient(address.sun_path).Call(EXISTING).result, 1);
     EXPECT_TRUE(daemon->WaitForLog("file_migrate_orvane socketId 3") && !std::filesystem::exists(SOCKET_PATH));
     for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(daemon->Pid()) + "/task")) {
         EXPECT_EQ(ReadFile(task.path() / "comm"), "file_migrate_or\n") << "what the kernel log will print";
@@ -160,7 +160,7 @@ TEST_F(ServerTest, StaleTasksHoldNoWorker) {
     const Clients busy = Hold(4);
     Clients gone(2);
     const std::string reused = AcceptedFd(5), closed = AcceptedFd(6);
-    SendAll(gone, kIsThere);
+    SendAll(gone, EXISTING);
     ASSERT_TRUE(Await("AddThreadTask", 6));
     gone.clear();
     ASSERT_TRUE(Await("clear and close", 2));
@@ -174,14 +174,14 @@ TEST_F(ServerTest, StaleTasksHoldNoWorker) {
 
 TEST_F(ServerTest, PiecesOfRequestsAreRefusedAndHoldNoWorker) {
     Start();
-    const FileMigrateRcvMsg message = kIsThere.Wire();
+    const FileMigrateRcvMsg message = EXISTING.Wire();
     const std::string_view bytes(reinterpret_cast<const char*>(&message), sizeof(message));
     Clients clients(5);
     for (const std::string_view piece : {bytes.substr(0, 4000), bytes.substr(4000)}) {
         std::for_each(clients.begin(), clients.end(), [&](RawClient& client) { client.Send(piece); });
         const std::string size = std::to_string(piece.size());
         EXPECT_TRUE(Await("E .HandleCmd. recvBufSize error: " + size + ", expect: 8288", clients.size()));
-        EXPECT_EQ(RawClient().Call(kIsThere).result, 1);
+        EXPECT_EQ(RawClient().Call(EXISTING).result, 1);
         EXPECT_TRUE(Becomes([] { return !Records().empty() && Records().size() % 5 == 0; }));
         EXPECT_TRUE(Records().back().starts_with("type:RECVBUFSIZE,recvbufsize:" + size + ",times:"));
     }
