@@ -1,4 +1,4 @@
-// What every command handler shares: its signature and the reply context that it fills.
+// The signature of the command handlers and the reply context that they fill.
 #pragma once
 
 #include <cstdint>
@@ -8,17 +8,17 @@
 
 namespace TAVO::FileMigrateOrvane {
 
-/// The reply context of one request; belongs to the worker that carries the request out.
+/// The reply context of one request. It belongs to the worker that handles the request.
 struct extraInfo {
-    std::int32_t errCode = 0;  ///< error number sent back beside the result
-    StringList strs;           ///< result strings, sent back in string packages
+    std::int32_t errCode = 0;  ///< error number that is sent with the result
+    StringList strs;           ///< result strings, sent in string packages
 };
 
 /// The result of a migration whose source does not exist.
 inline constexpr std::int32_t SOURCE_ABSENT = -2;
 
-/// Carries out a request whose fields have been validated; the return value is the reply's result. Handlers run
-/// on several workers at once.
+/// Handles a request whose fields have been validated and returns the reply's result. Several workers run handlers at
+/// the same time.
 using CommandHandler = std::int32_t (*)(const FileMigrateRcvMsg* msg, extraInfo& info);
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -14,7 +14,7 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-/// The source directory could not be opened, or not be read to its end.
+/// Reports that the source directory could not be opened or not be read to its end.
 std::int32_t OpenFailed(const std::string& src, int error, extraInfo& info) {
     info.errCode = error;
     const bool isAbsent = error == ENOENT;

@@ -1,4 +1,4 @@
-// Reading the text fields of a request.
+// Conversions of a request's text fields. No state; any thread.
 #pragma once
 
 #include <cstdint>
@@ -11,23 +11,24 @@ namespace TAVO::FileMigrateOrvane {
     return msg->cmd == static_cast<std::int32_t>(command);
 }
 
-/// The low 32 bits of `perm` as an octal number, read up to the first character that is no octal digit; 0, which the
-/// commands refuse, where there is none. A text that reads as 0 is no error to the conversion: a command that
-/// refuses it reports errno as the last failing call left it.
+/// The low 32 bits of `perm`, read as an octal number up to the first character that is not an octal digit; 0 if it
+/// does not begin with a digit. The commands refuse 0 and then report errno as an earlier call left it, because the
+/// conversion itself does not fail.
 [[nodiscard]] std::uint32_t ModeOf(const FileMigrateRcvMsg* msg);
 
-/// Whether one of the texts for owner and mode is missing.
+/// Whether the user, the group or the mode is empty.
 [[nodiscard]] bool LacksOwnerOrMode(const FileMigrateRcvMsg* msg);
 
 struct Owner {
     std::uint32_t uid;
     std::uint32_t gid;
 
-    /// Whether both were decoded; 0xFFFFFFFF is what the decoders give otherwise.
+    /// Whether both were decoded. The decoders return 0xFFFFFFFF on failure.
     [[nodiscard]] bool IsWhole() const { return uid != UINT32_MAX && gid != UINT32_MAX; }
 };
 
-/// Decodes `user` and `group`, the second also where the first fails; failures are logged and recorded.
+/// Decodes `user` and `group`. It decodes the group even if the user cannot be decoded. Failures are logged and
+/// recorded.
 [[nodiscard]] Owner DecodeOwner(const FileMigrateRcvMsg* msg, extraInfo& info);
 
 }  // namespace TAVO::FileMigrateOrvane

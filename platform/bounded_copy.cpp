@@ -7,9 +7,9 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-/// Whether `length` characters and the NUL behind them, written to `dest`, would meet the characters read.
+/// Whether writing `length` characters and a NUL to `dest` would overwrite characters of `src`.
 bool Overlap(const char* dest, const char* src, std::size_t length) {
-    // Pointers into different objects have no order but std::less's.
+    // Only std::less defines an order for pointers into different objects.
     const std::less<> before;
     return before(dest, src + length) && before(src, dest + length + 1);
 }
@@ -21,7 +21,7 @@ int CheckedCopy(char* dest, std::size_t destSize, const char* src, std::size_t c
     if (count > RSIZE_LIMIT) {
         return ERANGE;
     }
-    // A text that is too long is not read further than it takes to know that.
+    // Stops reading as soon as the text is known to be too long.
     const std::size_t length = strnlen(src, count < destSize ? count : destSize);
     if (length == destSize) {
         return ERANGE;
@@ -58,7 +58,8 @@ int memset_s(void* dest, std::size_t destSize, int value, std::size_t count) {
         return ERANGE;
     }
     std::memset(dest, value, count < destSize ? count : destSize);
-    // The compiler must take the bytes for read, or it drops the fill of an object that is about to go.
+    // Makes the compiler assume that the bytes are read. Otherwise it drops the fill of an object that is not used
+    // again.
     __asm__ volatile("" : : "r"(dest) : "memory");
     return count > destSize ? ERANGE : 0;
 }

@@ -11,11 +11,10 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-/// What init passed: `count` descriptors from SD_LISTEN_FDS_START on, each with its name.
+/// The descriptors that init passed: `count` of them from SD_LISTEN_FDS_START on, each with a name.
 class PassedSockets {
 public:
-    // The environment is left as it is: it names this process by its id, so that it means nothing to others, and
-    // a second question gets the same answer.
+    // Leaves the environment unchanged. It contains the id of this process, so other processes ignore it.
     PassedSockets() : count(sd_listen_fds_with_names(/*unset_environment=*/0, &names)) {}
     ~PassedSockets() {
         for (int i = 0; i < count; ++i) {

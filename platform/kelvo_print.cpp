@@ -1,4 +1,4 @@
-#define SD_JOURNAL_SUPPRESS_LOCATION  // a line carries its own place
+#define SD_JOURNAL_SUPPRESS_LOCATION  // the fields of a line contain its place
 
 #include "kelvo_print.h"
 
@@ -25,13 +25,13 @@
 namespace TAVO::FileMigrateOrvane::Detail {
 namespace {
 
-/// Bytes that a line may have before it costs an allocation; all but lines with very long paths fit.
+/// Bytes of a line that need no allocation. Only lines with very long paths are longer.
 constexpr std::size_t USUAL_LINE = 2048;
 
-/// Whether standard error is connected to the journal: $JOURNAL_STREAM holds "device:inode" of the stream that
-/// init connected, see systemd.exec(5).
+/// Whether standard error is connected to the journal. $JOURNAL_STREAM contains "device:inode" of the stream that init
+/// connected, see systemd.exec(5).
 bool StandardErrorIsJournal() {
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): asked once, and the environment never changes.
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the environment never changes.
     const char* stream = std::getenv("JOURNAL_STREAM");
     struct stat st {};
     if (stream == nullptr || fstat(STDERR_FILENO, &st) != 0) {
@@ -47,7 +47,7 @@ bool UseJournal() {
     return useJournal;
 }
 
-/// How a level is shown: the letter on standard error, the journal's priority.
+/// A level's letter on standard error and its priority in the journal.
 struct Shown {
     char letter;
     int priority;
@@ -72,11 +72,11 @@ bool IsControl(char c) {
     return byte < 0x20 || byte == 0x7f;
 }
 
-/// A line in the making. It grows by allocation; without memory it is cut.
+/// A line that is being formatted. It grows by allocation; if memory runs out, it is cut.
 class Line {
 public:
     void Append(std::string_view piece) {
-        const std::size_t wanted = length + piece.size() + 1;  // the end of the line has its place kept
+        const std::size_t wanted = length + piece.size() + 1;  // one byte is reserved for the end of the line
         if (wanted > capacity) {
             Reserve(std::max(wanted, 2 * capacity));
         }
@@ -91,7 +91,8 @@ public:
         Append({digits, std::to_chars(std::begin(digits), std::end(digits), number, base).ptr});
     }
 
-    /// Writes control characters as \x0a: they can only come from a client's text, and could forge a line.
+    /// Replaces control characters by "\x0a" and the like. They can only come from a client's text and could forge a
+    /// line.
     void EscapeControls() {
         static constexpr char digits[] = "0123456789abcdef";
         const auto count = static_cast<std::size_t>(std::count_if(text, text + length, IsControl));
@@ -119,14 +120,14 @@ public:
 
     void WriteTo(int fd) {
         text[length] = '\n';
-        // A log line that cannot be written is lost: there is nowhere left to report it.
+        // A log line that cannot be written is lost, because there is no other place to report it.
         [[maybe_unused]] const ssize_t written = write(fd, text, length + 1);
     }
 
     iovec AsVector() { return {text, length}; }
 
 private:
-    /// Makes room for `size` bytes; false, with the line as it was, where there is no memory.
+    /// Makes room for `size` bytes. False, with the line unchanged, if there is no memory.
     bool Reserve(std::size_t size) {
         if (size <= capacity) {
             return true;
@@ -149,8 +150,8 @@ private:
     std::size_t length = 0;
 };
 
-/// "11-21 10:15:30". Each thread keeps the text of the second that it is in: the calendar costs as much as the rest of
-/// a line.
+/// "11-21 10:15:30". Each thread keeps the text of the current second, because the conversion costs as much as the rest
+/// of a line.
 const char* LocalTime(time_t second) {
     thread_local time_t shown = -1;
     thread_local char text[] = "mm-dd hh:mm:ss";
@@ -185,8 +186,8 @@ void AppendPlace(Line& line, const LogSite& site) {
     line.Append("] ");
 }
 
-/// @param format  a conversion from behind its "%{public}"
-/// @return what follows it
+/// @param format  the text after a "%{public}", which begins with the conversion
+/// @return the text after the conversion
 const char* AppendArgument(Line& line, const char* format, const LogArgument& argument) {
     format += *format == 'l' ? 1 : 0;
     switch (*format) {

@@ -1,9 +1,9 @@
-// The platform log. KelvoPrint writes one line to the journal when standard error is the journal's, else one
-// line to standard error. It may be called from any thread, keeps errno and never throws: a line that does not
-// fit into memory is cut.
+// The platform log. KelvoPrint writes one line to the journal if standard error is connected to it, otherwise one line
+// to standard error. Any thread may call it. It keeps errno and never throws; if there is no memory for a long line, it
+// cuts the line.
 //
-// Formats are checked while compiling: a conversion that does not suit its argument, one argument too many or
-// too few do not build. The "%{public}" marker is the log's own syntax and is taken out on the way.
+// Formats are checked by the compiler: a conversion that does not match its argument, or a wrong number of arguments,
+// does not build. The "%{public}" marker is the log's own syntax and is removed from the output.
 #pragma once
 
 #include <concepts>
@@ -17,7 +17,7 @@ namespace TAVO::FileMigrateOrvane {
 
 enum class LogLevel : int { Debug = 3, Info = 4, Warn = 5, Error = 6 };
 
-/// Where a line comes from and where it goes; the journal keeps these as fields of their own.
+/// The origin and the classification of a line. The journal stores each of these in a field.
 struct LogSite {
     int type;
     LogLevel level;
@@ -29,10 +29,10 @@ struct LogSite {
 
 namespace Detail {
 
-/// One argument of a line: a text, never null, or a number, as its conversion says. Of an unsigned number the bits are
-/// kept.
+/// One argument of a line, a text or a number depending on its conversion. A text is never null. An unsigned number
+/// keeps its bits.
 struct LogArgument {
-    // NOLINTBEGIN(google-explicit-constructor): what is to be printed is given as it is.
+    // NOLINTBEGIN(google-explicit-constructor): callers pass plain values.
     LogArgument(const std::string& value) noexcept : text(value.c_str()) {}
     LogArgument(const char* value) noexcept : text(value) {}
     template <std::integral Number>
@@ -44,14 +44,14 @@ struct LogArgument {
 };
 using LogArguments = std::initializer_list<LogArgument>;
 
-/// Formats and writes one line; the format has been checked against its arguments.
+/// Formats and writes one line. The compiler has checked the format against the arguments.
 void WriteLogLine(const LogSite& site, const char* format, LogArguments arguments) noexcept;
 
-/// Declared and never defined: reaching it while compiling is the error message.
+/// Declared but never defined. A call in a constant expression stops the compiler, and the name is the error message.
 void LogFormatDoesNotSuitItsArguments();
 
-/// What an argument is printed as, and what a conversion prints: 's', 'd', 'u' (also for octal), 'D' (%ld), 'U'
-/// (%lu); '?' and '!' where the log has no conversion for it.
+/// The kind of an argument, and the kind that a conversion prints: 's', 'd', 'u' (also for octal), 'D' (%ld), 'U'
+/// (%lu). An argument or conversion that the log does not know has the kind '?' or '!', which never match.
 template <class Arg>
 consteval char KindOf() {
     using T = std::decay_t<Arg>;
@@ -87,15 +87,15 @@ consteval char KindOf(char conversion, bool isLong) {
 
 }  // namespace Detail
 
-/// A format and the place it stands in, made and checked while compiling.
+/// A format and its place in the source, checked by the compiler.
 ///
-/// Every line begins "[%{public}s:%{public}d] ", filled with the function's name and the source line; the log adds
-/// this prefix, the texts do not repeat it. The function's name is the caller's own unless another is given:
+/// Every line begins with "[%{public}s:%{public}d] ", the name of the function and the source line. The log adds this
+/// prefix; the texts do not repeat it. The function is the caller unless another name is given:
 /// LogError({"lstat %{public}s failed", "GetUidGid"}, path).
 template <class... Args>
 class KelvoFormat {
 public:
-    // NOLINTNEXTLINE(google-explicit-constructor): a literal is to be written where a format is wanted.
+    // NOLINTNEXTLINE(google-explicit-constructor): callers pass a string literal.
     consteval KelvoFormat(const char* format, const char* caller = __builtin_FUNCTION(), int at = __builtin_LINE())
         : text(format), function(caller), line(at) {
         std::size_t argument = 0;
@@ -135,7 +135,7 @@ private:
 };
 
 /// Writes one line to the platform log.
-/// @param type, domain, tag  the log's own classification of the writer
+/// @param type, domain, tag  the platform's classification of the program
 template <class... Args>
 void KelvoPrint(int type, LogLevel level, unsigned int domain, const char* tag,
                 const KelvoFormat<std::type_identity_t<Args>...>& format, const Args&... args) noexcept {

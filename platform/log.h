@@ -1,5 +1,5 @@
-// The daemon's own log lines: KelvoPrint with this system's type, domain and tag, one function per level.
-// May be called from any thread; keeps errno.
+// The daemon's log functions: KelvoPrint with the daemon's type, domain and tag, one function for each level. Any
+// thread may call them. They keep errno.
 #pragma once
 
 #include "kelvo_print.h"

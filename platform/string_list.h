@@ -1,4 +1,5 @@
-// A list of strings in one text: a listing of a million names needs no allocation for each. It belongs to one thread.
+// A list of strings in a single text, so that a listing of a million names does not need a million allocations. Used by
+// one thread.
 #pragma once
 
 #include <cstddef>
@@ -18,7 +19,7 @@ public:
         }
     }
 
-    /// Appends a string, given in one or two parts.
+    /// Appends a string that is given in one or two parts.
     void Add(std::string_view string, std::string_view rest = {}) {
         joined += string;
         joined += rest;
@@ -31,9 +32,9 @@ public:
         ends.clear();
     }
 
-    /// All strings, with a "/" behind each.
+    /// All strings, each followed by "/".
     [[nodiscard]] std::string_view Joined() const { return joined; }
-    /// Where each string's "/" ends in that text.
+    /// For each string, the position in that text after its "/".
     [[nodiscard]] const std::vector<std::size_t>& Ends() const { return ends; }
 
 private:

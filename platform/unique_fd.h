@@ -1,5 +1,5 @@
-// Owners of what the operating system hands out. Each is used by one thread at a time; their destructors keep
-// errno, so that a failure can be returned past them.
+// Owners of descriptors and of errno. Each is used by one thread at a time. Their destructors keep errno, so that a
+// function can return a failure past them.
 #pragma once
 
 #include <unistd.h>
@@ -9,7 +9,7 @@
 
 namespace TAVO::FileMigrateOrvane {
 
-/// Gives errno back its value at the end of a scope.
+/// Restores errno at the end of a scope.
 class ErrnoKeeper {
 public:
     ErrnoKeeper() : saved(errno) {}
@@ -21,7 +21,7 @@ private:
     const int saved;
 };
 
-/// Owns a file descriptor; a negative number is none.
+/// Owns a file descriptor; a negative number means that there is no descriptor.
 class UniqueFd {
 public:
     explicit UniqueFd(int descriptor = -1) : fd(descriptor) {}
@@ -38,7 +38,7 @@ public:
     }
 
     [[nodiscard]] int Get() const { return fd; }
-    /// For those who want to know whether it went well: 0, or -1 with errno set. None is closed with success.
+    /// Closes the descriptor and returns 0, or -1 with errno set. Returns 0 if there is no descriptor.
     [[nodiscard]] int Close() {
         const int closing = Release();
         return closing < 0 ? 0 : close(closing);

@@ -1,9 +1,9 @@
-// The records of failed operations: one function for each kind of failure. Each composes the information line,
-// adds the snapshots that suit the operation and appends the whole to the record file of `recordKind`; some dump
-// the kernel log afterwards. With record kind 0 they do nothing at all.
+// The records of failed operations: one function for each kind of failure. Each composes the information line, adds the
+// snapshots for the operation and appends the record to the file of `recordKind`. Some then dump the kernel log. With
+// record kind 0 they do nothing.
 //
-// They cannot fail from the caller's point of view, keep no state and may run on several threads at once. What
-// a reader of the records needs to know is in docs/records.md.
+// The functions report no failure to the caller and keep no state. Several threads may call them at the same time.
+// docs/records.md explains the records to their readers.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@
 
 namespace TAVO::FileMigrateOrvane {
 
-/// The fields of one record; a field that does not apply stays empty.
+/// The fields of one record. A field that does not apply is empty.
 struct ErrInfo {
     std::string type{};        ///< what failed, for example "MOVE"
     std::string src{};         ///< the (first) path concerned
@@ -25,7 +25,7 @@ struct ErrInfo {
     std::int32_t errNo = 0;    ///< error number of the failure
 };
 
-/// The information line: every key in fixed order, the local time, texts as they are, without escaping.
+/// The information line: every key in a fixed order, with the local time. Texts are not escaped.
 [[nodiscard]] std::string GetErrInfoRecord(ErrInfo& info);
 
 /// "COPY"; dumps the kernel log for errors 22 and 1.
@@ -40,21 +40,21 @@ void RecordChownErr(const std::string& path, unsigned int uid, unsigned int gid,
 void RecordChmodErr(const std::string& path, unsigned int mode, int errNo, int recordKind);
 /// "RESTORECON_FROMPARENT"; dumps the kernel log when the label call's result `ret` is -13 or -14.
 void RecordRestoreConFromParentErr(const std::string& path, int ret, int errNo, int recordKind);
-/// "UID_" + code. @param user the text that is no user; null is recorded as empty
+/// "UID_" + code. @param user the text that could not be decoded; null is recorded as empty
 void RecordUidErr(const char* user, int errNo, int recordKind, const std::string& code);
-/// "GID_" + code. @param group the text that is no group; null is recorded as empty
+/// "GID_" + code. @param group the text that could not be decoded; null is recorded as empty
 void RecordGidErr(const char* group, int errNo, int recordKind, const std::string& code);
 /// An unknown recursion option.
 void RecordRecurseOptErr(const std::string& code, const std::string& path, int recurseOpt, int errNo, int recordKind);
 /// A failure on a path, without snapshots.
 void RecordErrForPath(const std::string& code, const std::string& path, int errNo, int recordKind);
-/// A failure on a path, with its stat and extended attributes.
+/// A failure on a path, with the stat and extended attributes of the object.
 void RecordNormalErr(const std::string& code, const std::string& path, int errNo, int recordKind);
-/// A request that lacks a field its command needs.
+/// A request without a field that its command requires.
 void RecordEmptyErr(const std::string& code, const FileMigrateRcvMsg* request, int errNo, int recordKind);
 /// A mode text that cannot be used.
 void RecordModErr(const std::string& code, const std::string& perm, int errNo, int recordKind);
-/// A refused request: its own short line, without the other fields.
+/// A refused request. Its line is short and has one field only.
 void RecordHandleCmdErr(const std::string& type, const std::string& key, const std::string& value, int recordKind);
 
 }  // namespace TAVO::FileMigrateOrvane

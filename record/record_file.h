@@ -24,7 +24,7 @@ void WriteRecordErrToFile(const std::string& content, int recordKind);
 /// The local time as 14 digits, "20240131235959".
 [[nodiscard]] std::string GetCurrentTimeStr();
 
-/// Lower-case hexadecimal digits, no prefix, no leading zeros; a negative value as 32-bit two's complement.
+/// Lower-case hexadecimal digits without prefix and leading zeros. A negative value gives its 32-bit two's complement.
 [[nodiscard]] std::string DecToHex(int value);
 
 }  // namespace TAVO::FileMigrateOrvane

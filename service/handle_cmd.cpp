@@ -16,28 +16,44 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-/// Indexed by the command number, which is part of the wire protocol: entries never move.
-constexpr std::array<CommandHandler, COMMAND_COUNT> COMMAND_TABLE = {
-    ProcessIsExistCmd,      // 0 IsExist
-    ProcessIsDirCmd,        // 1 IsDir
-    ProcessListDirCmd,      // 2 ListDir
-    ProcessPrepareDirCmd,   // 3 PrepareDir
-    ProcessMigrateSubCmd,   // 4 MoveSub
-    ProcessMigrateAllCmd,   // 5 MoveAll
-    ProcessMigrateSubCmd,   // 6 CopySub
-    ProcessMigrateAllCmd,   // 7 CopyAll
-    ProcessRemoveCmd,       // 8 Remove
-    ProcessRestoreconCmd,   // 9 Restorecon
-    ProcessRestoreconCmd,   // 10 RestoreconFromParent
-    ProcessRemoveCmd,       // 11 TryRemove
-    ProcessMkDirCmd,        // 12 MkDir
-    ProcessChOwnCmd,        // 13 ChOwn
-    ProcessChModCmd,        // 14 ChMod
-    ProcessExistedPathCmd,  // 15 ExistedPath
-    ProcessUsedSpaceCmd,    // 16 UsedSpace
-    ProcessMaxSizeCmd,      // 17 MaxSize
-    ProcessCopyCombCmd,     // 18 CopyComb
+struct TableEntry {
+    Command command;
+    CommandHandler handler;
 };
+
+/// Indexed by the command number, which is part of the wire protocol: entries never move.
+constexpr std::array<TableEntry, COMMAND_COUNT> COMMAND_TABLE = {{
+    {Command::IsExist, ProcessIsExistCmd},
+    {Command::IsDir, ProcessIsDirCmd},
+    {Command::ListDir, ProcessListDirCmd},
+    {Command::PrepareDir, ProcessPrepareDirCmd},
+    {Command::MoveSub, ProcessMigrateSubCmd},
+    {Command::MoveAll, ProcessMigrateAllCmd},
+    {Command::CopySub, ProcessMigrateSubCmd},
+    {Command::CopyAll, ProcessMigrateAllCmd},
+    {Command::Remove, ProcessRemoveCmd},
+    {Command::Restorecon, ProcessRestoreconCmd},
+    {Command::RestoreconFromParent, ProcessRestoreconCmd},
+    {Command::TryRemove, ProcessRemoveCmd},
+    {Command::MkDir, ProcessMkDirCmd},
+    {Command::ChOwn, ProcessChOwnCmd},
+    {Command::ChMod, ProcessChModCmd},
+    {Command::ExistedPath, ProcessExistedPathCmd},
+    {Command::UsedSpace, ProcessUsedSpaceCmd},
+    {Command::MaxSize, ProcessMaxSizeCmd},
+    {Command::CopyComb, ProcessCopyCombCmd},
+}};
+
+consteval bool IsCommandTableComplete() {
+    for (std::size_t number = 0; number < COMMAND_TABLE.size(); ++number) {
+        const TableEntry& entry = COMMAND_TABLE[number];
+        if (static_cast<std::size_t>(entry.command) != number || entry.handler == nullptr) {
+            return false;
+        }
+    }
+    return true;
+}
+static_assert(IsCommandTableComplete(), "every command needs its entry, at the index that is its number");
 
 constexpr std::int32_t MAX_RECURSE_OPT = 2;
 
@@ -45,7 +61,7 @@ void Refuse(const std::string& type, const std::string& field, const std::string
     RecordHandleCmdErr(type, field, value, RECORD_KIND_AB);
 }
 
-/// Terminated within its width and free of "../".
+/// Whether a text is NUL-terminated within its width and does not contain "../".
 bool IsTextValid(const char* text, std::size_t width) {
     return strnlen(text, width) < width && std::strstr(text, "../") == nullptr;
 }
@@ -57,7 +73,7 @@ bool AreTextsValid(const FileMigrateRcvMsg& msg) {
         std::size_t width;
     } fields[] = {
         {"src", msg.src, sizeof(msg.src)},
-        {"dts", msg.dst, sizeof(msg.dst)},  // the name that readers of the records know, though the field is dst
+        {"dts", msg.dst, sizeof(msg.dst)},  // the field is dst, but readers of the records know this name
         {"user", msg.user, sizeof(msg.user)},
         {"group", msg.group, sizeof(msg.group)},
         {"perm", msg.perm, sizeof(msg.perm)},
@@ -112,7 +128,7 @@ void HandleCmd(const int& fd, const char* recvBuf, const int& recvBufSize) {
         "recurseOpt: %{public}d, perm: %{public}s, fd: %{public}d",
         msg->cmd, msg->src, msg->dst, msg->user, msg->group, msg->recurseOpt, msg->perm, fd);
     extraInfo info{};
-    const std::int32_t result = COMMAND_TABLE[static_cast<std::size_t>(msg->cmd)](msg, info);
+    const std::int32_t result = COMMAND_TABLE[static_cast<std::size_t>(msg->cmd)].handler(msg, info);
     SendResMsg(fd, result, info);
 }
 

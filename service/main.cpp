@@ -1,5 +1,5 @@
-// file_migrate_orvane: file-system work on behalf of an operating-system upgrade. It has no command line, no
-// configuration and no environment variables of its own; its exit status is always 0.
+// file_migrate_orvane does file-system work for an operating-system upgrade. It has no command line, no configuration
+// and no environment variables of its own. Its exit status is always 0.
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -9,12 +9,12 @@
 
 namespace {
 
-/// How many descriptors the daemon takes at most. A walk recurses, with one descriptor and about 220 bytes of
-/// stack for each level of a tree, a copy with two and 350: with the usual 8 MB of stack a hostile tree runs out of
-/// descriptors first, which is an error like any other.
+/// The most descriptors that the daemon uses. A walk recurses: each level of a tree takes one descriptor and about 220
+/// bytes of stack, in a copy two descriptors and 350 bytes. With the usual 8 MB of stack a hostile tree exhausts the
+/// descriptors first, and that is an ordinary error.
 constexpr rlim_t MOST_DESCRIPTORS = 32768;
 
-/// Raises the soft limit as far as the hard one and the stack allow; never lowers it.
+/// Raises the soft limit as far as the hard limit and the stack allow; never lowers it.
 void RaiseDescriptorLimit() {
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
@@ -26,7 +26,7 @@ void RaiseDescriptorLimit() {
 }  // namespace
 
 int main() {
-    // A client that is gone before its reply makes send() fail; it must not end the daemon.
+    // A send to a client that has hung up must fail instead of ending the daemon.
     (void)std::signal(SIGPIPE, SIG_IGN);  // cannot fail for this signal
     RaiseDescriptorLimit();
     TAVO::FileMigrateOrvane::FileMigrateSocketServer server;

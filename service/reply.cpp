@@ -15,22 +15,22 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// How long the packages of one reply may wait for the client altogether. One send's own limit does not end a reply to
-/// a client that reads a package now and then.
+/// The total time that the packages of one reply may wait for the client. The limit of a single send is not enough: a
+/// client that reads one package now and then never reaches it.
 constexpr std::chrono::seconds PACKAGES_LIMIT{5};
 
-/// From now on no send on the connection waits: its replies are broken already, and what the client has not read would
-/// make it cost a worker the same again with each request.
+/// Makes all further sends on the connection fail instead of waiting. Its replies are already incomplete, and each
+/// further request would make another worker wait for the client to read.
 void WaitNoMore(int fd) {
-    (void)fcntl(fd, F_SETFL, O_NONBLOCK);  // receiving does not wait anyway
+    (void)fcntl(fd, F_SETFL, O_NONBLOCK);  // receiving never waits in any case
 }
 
-/// Whether a send that failed, with this result, has waited in vain.
+/// Whether a failed send with this result had reached its time limit.
 bool HasTimedOut(int sent) {
     return sent >= 0 || errno == EAGAIN;
 }
 
-/// @param waited  what the sends of this reply have taken so far
+/// @param waited  the time that the sends of this reply have taken so far; updated
 void SendPackage(int fd, const FileMigrateStrPkg& pkg, Clock::duration& waited) {
     const Clock::time_point begin = Clock::now();
     const auto sent = static_cast<int>(send(fd, &pkg, sizeof(pkg), waited > PACKAGES_LIMIT ? MSG_DONTWAIT : 0));
@@ -50,7 +50,7 @@ void SendPackage(int fd, const FileMigrateStrPkg& pkg, Clock::duration& waited) 
 
 std::vector<std::string_view> PackStrings(const StringList& strs) {
     std::vector<std::string_view> packages;
-    // Of the current package in the joined text, with its last "/".
+    // The current package in the joined text, including its last "/".
     std::size_t begin = 0;
     std::size_t end = 0;
     const auto closePackage = [&] {

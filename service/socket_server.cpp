@@ -23,10 +23,10 @@ constexpr int LISTEN_BACKLOG = 100;
 constexpr int WAIT_MS = 100;
 constexpr std::uint64_t IDLE_LIMIT_MS = 600000;
 constexpr std::uint32_t ACCEPT_PAUSE_MS = 100;
-/// How long one send to a client that does not read may hold a worker.
+/// The longest time that one send to a client that does not read may block a worker.
 constexpr timeval SEND_LIMIT = {.tv_sec = 3, .tv_usec = 0};
 
-/// Milliseconds of the monotonic clock, cut to 32 bits; 0 when the clock fails.
+/// Milliseconds of the monotonic clock, truncated to 32 bits; 0 if the clock fails.
 std::uint32_t MonotonicMs() {
     timespec now{};
     if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) {
@@ -35,10 +35,10 @@ std::uint32_t MonotonicMs() {
     return static_cast<std::uint32_t>(now.tv_sec * 1000 + now.tv_nsec / 1000000);
 }
 
-/// The listening socket where init gave none. -1 on failure; a failed copy of the path gives its error number,
-/// which the caller, who only looks for a result below 1, takes for a descriptor.
+/// Creates the listening socket when init passed none. Returns -1 on failure. If the path cannot be copied, it returns
+/// that error number, which the caller mistakes for a descriptor because it only checks for a result below 1.
 int CreateServerSocket() {
-    // Not closed after a failure: the process is about to end.
+    // Not closed after a failure, because the process is about to end.
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 1) {
         LogError("Failed to create socket");
@@ -63,7 +63,7 @@ int CreateServerSocket() {
     return fd;
 }
 
-/// Sets what a descriptor is watched for; false, with errno set, on failure.
+/// Sets the events for which epoll watches a descriptor; false, with errno set, on failure.
 /// @param operation  EPOLL_CTL_ADD or EPOLL_CTL_MOD
 bool Watch(int epfd, int operation, int fd, std::uint32_t flags) {
     epoll_event event{};
@@ -123,7 +123,8 @@ void FileMigrateSocketServer::EpollHandler(int epfd, int listenFd) {
             lastActivity = MonotonicMs();
             continue;
         }
-        // Widened before the subtraction: a count that wrapped, or a clock that failed, ends an idle loop at once.
+        // The operands are widened before the subtraction, so a count that has wrapped, or a failed clock, ends an idle
+        // loop at once.
         const std::uint64_t idle = std::uint64_t{MonotonicMs()} - std::uint64_t{lastActivity};
         if (idle >= IDLE_LIMIT_MS) {
             break;
@@ -169,13 +170,13 @@ void FileMigrateSocketServer::EpollAccept(int epfd, int listenFd) {
     LogError("acceptfd: %{public}d", fd);
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &SEND_LIMIT, sizeof(SEND_LIMIT));
     if (!Watch(epfd, EPOLL_CTL_ADD, fd, EPOLLIN | EPOLLET)) {
-        // Nobody would notice its requests, nor its hang-up.
+        // The loop would never see its requests or its hang-up.
         LogError("epoll_ctl failed, connection dropped, fd: %{public}d, errno: %{public}d", fd, errno);
         return;
     }
     const std::lock_guard lock(fdMapMutex);
     const bool isNew = fdMap.emplace(fd, 1).second;
-    (void)accepted.Release();  // the entry in fdMap owns it now
+    (void)accepted.Release();  // fdMap owns the descriptor now
     if (!isNew) {
         LogError("%{public}d already in fdMap", fd);
         return;
@@ -189,7 +190,7 @@ void FileMigrateSocketServer::DropConnection(int epfd, int fd) {
 }
 
 void FileMigrateSocketServer::PauseAccepting(int epfd, int listenFd) {
-    Watch(epfd, EPOLL_CTL_MOD, listenFd, 0);  // unlike leaving the set and coming back, this cannot fail
+    Watch(epfd, EPOLL_CTL_MOD, listenFd, 0);  // cannot fail, unlike removing the socket and adding it again
     acceptPaused = true;
     acceptPausedAt = MonotonicMs();
 }
@@ -225,7 +226,7 @@ bool FileMigrateSocketServer::SubFdRef(int fd) {
         return false;
     }
     if (entry->second == 1) {
-        // Closed under the lock, so that nobody can take a reference on the number in between.
+        // Closed while the lock is held, so that no thread takes a reference on the number in between.
         fdMap.erase(entry);
         close(fd);
         LogInfo("clear and close fd: %{public}d", fd);

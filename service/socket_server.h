@@ -1,12 +1,12 @@
-// FileMigrateSocketServer: the listening socket, the event loop, the reference counts of the connections and the
-// pool of four workers. There is one instance, on main's stack.
+// FileMigrateSocketServer owns the listening socket, the event loop, the reference counts of the connections and the
+// pool of four workers. main has the only instance.
 //
-// The main thread runs CreateServer and everything it calls: it accepts, queues readable connections and notices
-// hang-ups. Four workers run ThreadTaskExecute: each takes a connection from the queue, reads one request, has
-// it carried out and answered. Both sides call AddFdRef and SubFdRef.
+// The main thread runs CreateServer and everything that it calls: it accepts connections, queues those that are
+// readable and notices hang-ups. Each of the four workers runs ThreadTaskExecute: it takes a connection from the queue,
+// reads one request and handles it. Both kinds of threads call AddFdRef and SubFdRef.
 //
-// A connection is owned by its reference count: 1 from the accept until the hang-up, 1 more for each worker
-// that is reading or answering. Whoever drops the last one closes the descriptor.
+// A connection has a reference count: 1 from the accept until the hang-up, and 1 for each worker that reads or answers
+// a request. Dropping the last reference closes the descriptor.
 #pragma once
 
 #include <pthread.h>
@@ -20,7 +20,7 @@
 
 namespace TAVO::FileMigrateOrvane {
 
-/// A connection that became readable, waiting for a worker.
+/// A readable connection that waits for a worker.
 struct TaskNode {
     std::int32_t fd;
     std::unique_ptr<TaskNode> next;
@@ -33,8 +33,8 @@ public:
     FileMigrateSocketServer(const FileMigrateSocketServer&) = delete;
     FileMigrateSocketServer& operator=(const FileMigrateSocketServer&) = delete;
 
-    /// Obtains the listening socket, starts the workers, serves until ten minutes passed without a socket event,
-    /// then stops the workers. A failed set-up is logged and ends it at once.
+    /// Obtains the listening socket, starts the workers, serves until ten minutes have passed without a socket event,
+    /// then stops the workers. If the set-up fails, it logs that and returns at once.
     void CreateServer();
 
 private:
@@ -42,42 +42,43 @@ private:
     static constexpr int MAX_EVENTS = 1024;
 
     void EpollHandler(int epfd, int listenFd);
-    /// Handles the first `count` of `events`; one that finds no memory costs its connection.
+    /// Handles the first `count` of `events`. If one runs out of memory, its connection is dropped.
     void HandleEvents(int epfd, int listenFd, int count);
     void HandlerEpollin(int epfd, int listenFd, const epoll_event& event);
     void EpollAccept(int epfd, int listenFd);
-    /// Drops the accept's reference. A peer that shuts down and then closes raises its hang-up twice, so the
-    /// descriptor leaves the epoll set first: a second drop would take a worker's reference.
+    /// Drops the reference from the accept. It first takes the descriptor out of the epoll set, because a peer that
+    /// shuts down and then closes causes two hang-up events, and the second would drop a worker's reference.
     void DropConnection(int epfd, int fd);
-    /// Does not accept for a while: a client that could not be accepted (no descriptor, no memory, not permitted)
-    /// leaves the listening socket readable, and the loop would spin.
+    /// Stops accepting for a while. A client that could not be accepted (no descriptor, no memory, not permitted)
+    /// leaves the listening socket readable, so that the loop would spin.
     void PauseAccepting(int epfd, int listenFd);
-    /// Accepts again when the pause is over.
+    /// Accepts again once the pause is over.
     void ResumeAccepting(int epfd, int listenFd);
 
-    /// Takes a reference on a connection; false if it is not open (any more).
+    /// Takes a reference on a connection; false if the connection is not open, or no longer.
     [[nodiscard]] bool AddFdRef(int fd);
-    /// Drops a reference and closes the connection with the last one; false if there was none to drop.
+    /// Drops a reference and closes the connection with the last one; false if there was no reference.
     bool SubFdRef(int fd);
 
-    /// Starts the workers; 0, or -1 after the workers already started were stopped again.
+    /// Starts the workers. On failure it stops those that it had started.
+    /// @return 0 or -1
     [[nodiscard]] int ThreadPoolInit();
     void AddThreadTask(int fd);
-    /// Waits for the next readable connection; -1 once the pool is stopping and the queue is empty.
+    /// Waits for the next readable connection. Returns -1 when the pool is stopping and the queue is empty.
     int GetThreadTask();
     static void* ThreadTaskExecute(void* server);
-    /// Stops the pool: joins the first `count` workers, each after the request it has begun, and frees the queue.
+    /// Stops the pool: waits until each of the first `count` workers has finished its request, and frees the queue.
     void ReleaseThreadTask(int count);
 
     std::map<std::int32_t, std::int32_t> fdMap;  ///< descriptor to reference count; guarded by fdMapMutex
     std::mutex fdMapMutex;
     epoll_event events[MAX_EVENTS];        ///< main thread only
     std::unique_ptr<pthread_t[]> threads;  ///< main thread only
-    pthread_mutex_t taskMutex;             ///< lives, like taskCond, while CreateServer runs the pool
-    pthread_cond_t taskCond;               ///< a task was added or exitFlag set; used with taskMutex
+    pthread_mutex_t taskMutex;             ///< valid, like taskCond, while CreateServer runs
+    pthread_cond_t taskCond;               ///< a task was added or exitFlag was set; used with taskMutex
     std::unique_ptr<TaskNode> taskHead;    ///< guarded by taskMutex
-    TaskNode* taskTail;                    ///< guarded by taskMutex; meaningless while taskHead is null
-    std::atomic<bool> exitFlag;            ///< written under taskMutex; workers also read it without
+    TaskNode* taskTail;                    ///< guarded by taskMutex; invalid while taskHead is null
+    std::atomic<bool> exitFlag;            ///< written under taskMutex; workers also read it without the lock
     bool acceptPaused;                     ///< main thread only
     std::uint32_t acceptPausedAt;          ///< milliseconds of the monotonic clock; main thread only
 };

@@ -26,8 +26,8 @@ private:
     pthread_mutex_t& mutex;
 };
 
-/// Reads what is there and has it handled. It never waits: a task that finds nothing is stale (another worker
-/// has read the bytes, or the descriptor's number was given to a new connection).
+/// Reads one request and handles it. It never waits, because a task can be stale: another worker may have read the
+/// bytes, or the descriptor's number may belong to a new connection.
 void ServeOneRequest(int fd, FileMigrateRcvMsg& buffer) {
     const auto received = static_cast<int>(recv(fd, &buffer, sizeof(buffer), MSG_DONTWAIT));
     if (received < 0) {
@@ -45,8 +45,8 @@ void ServeOneRequest(int fd, FileMigrateRcvMsg& buffer) {
 int FileMigrateSocketServer::ThreadPoolInit() {
     threads = std::make_unique<pthread_t[]>(WORKER_COUNT);
     for (int i = 0; i < WORKER_COUNT; ++i) {
-        // The workers keep the process's name: the kernel writes a task's name into its log lines, and the
-        // kernel-log dump finds them by it.
+        // The workers keep the name of the process. The kernel writes a task's name into its log lines, and the
+        // kernel-log dump looks for that name.
         if (pthread_create(&threads[static_cast<std::size_t>(i)], nullptr, ThreadTaskExecute, this) != 0) {
             ReleaseThreadTask(i);
             threads.reset();
@@ -64,7 +64,7 @@ void FileMigrateSocketServer::AddThreadTask(int fd) {
         TaskNode* const added = node.get();
         (taskHead == nullptr ? taskHead : taskTail->next) = std::move(node);
         taskTail = added;
-        // All, though one would do: pthread_cond_signal of the C library before 2.41 can wake none.
+        // Wakes all workers although one would do: before glibc 2.41, pthread_cond_signal could wake none.
         pthread_cond_broadcast(&taskCond);
     }
     LogError("eventfd: %{public}d", fd);
@@ -114,7 +114,7 @@ void FileMigrateSocketServer::ReleaseThreadTask(int count) {
         pthread_join(threads[static_cast<std::size_t>(i)], nullptr);
     }
     LogInfo("ReleaseThreadTask wait taskthread exit.");
-    // One by one: a chain of owners that destroys itself recurses once per node.
+    // Freed one by one, because destroying the chain at its head recurses once for each node.
     while (taskHead != nullptr) {
         taskHead = std::move(taskHead->next);
     }

@@ -1,11 +1,11 @@
-// The records that travel between file_migrate_orvane and its clients, and nothing else.
+// The records that file_migrate_orvane and its clients exchange.
 //
-// A client writes one FileMigrateRcvMsg; the daemon answers with one FileMigrateResMsg, followed by `pkgNum`
-// FileMigrateStrPkg. Integers are 32-bit two's complement in host byte order (both ends share one machine);
-// text fields are NUL-terminated within their width. There is no padding, magic number or version: a width,
-// an offset or a command number that changes breaks every client in the field.
+// A client writes one FileMigrateRcvMsg. The daemon answers with one FileMigrateResMsg, followed by `pkgNum`
+// FileMigrateStrPkg. Integers are 32-bit two's complement in host byte order, because both ends run on one machine.
+// Every text field is NUL-terminated within its width. There is no padding, magic number or version: changing a width,
+// an offset or a command number breaks every client in the field.
 //
-// This header includes nothing of the project and is installed for clients.
+// This header includes nothing else of the project and is installed for clients.
 #pragma once
 
 #include <cstddef>
@@ -18,7 +18,7 @@ inline constexpr std::size_t OWNER_WIDTH = 36;      ///< bytes of a user or grou
 inline constexpr std::size_t PERM_WIDTH = 16;       ///< bytes of the mode field, its NUL included
 inline constexpr std::size_t PACKAGE_WIDTH = 4096;  ///< bytes of a package's text, its NUL included
 
-/// The values of FileMigrateRcvMsg::cmd. A number is an index into the daemon's command table.
+/// The values of FileMigrateRcvMsg::cmd.
 enum class Command : std::int32_t {
     IsExist = 0,
     IsDir = 1,
@@ -41,11 +41,12 @@ enum class Command : std::int32_t {
     CopyComb = 18,
 };
 
-inline constexpr std::uint32_t COMMAND_COUNT = 19;  ///< valid numbers are 0 to COMMAND_COUNT - 1
+/// Valid command numbers are 0 to COMMAND_COUNT - 1.
+inline constexpr std::uint32_t COMMAND_COUNT = static_cast<std::uint32_t>(Command::CopyComb) + 1;
 
-/// A request. Every text field must hold a NUL and must not hold "../", also where the command ignores it.
+/// A request. Every text field must contain a NUL and must not contain "../", even if the command ignores the field.
 struct FileMigrateRcvMsg {
-    std::int32_t cmd;         ///< command number, 0 to 18
+    std::int32_t cmd;         ///< a Command
     char src[PATH_WIDTH];     ///< source path
     char dst[PATH_WIDTH];     ///< destination path
     char user[OWNER_WIDTH];   ///< owner user, a name or a decimal number
@@ -54,14 +55,14 @@ struct FileMigrateRcvMsg {
     std::int32_t recurseOpt;  ///< 0 (not used), 1 (the path only) or 2 (recursive)
 };
 
-/// The first answer to every valid request. A refused request gets no answer at all.
+/// The first part of the answer to a valid request. A refused request gets no answer.
 struct FileMigrateResMsg {
-    std::int32_t result;   ///< the command's result; 0 is success for all but the queries
-    std::int32_t errCode;  ///< error number of the last failure met, 0 if none; not cleared by a later success
+    std::int32_t result;   ///< the command's result; 0 is success, except for the queries
+    std::int32_t errCode;  ///< the last error number that occurred, 0 if there was no error; a success can have one too
     std::int32_t pkgNum;   ///< number of string packages that follow
 };
 
-/// One package of result strings, joined by "/".
+/// One package of result strings, separated by "/".
 struct FileMigrateStrPkg {
     std::int32_t pkgNum;       ///< as in the result record
     std::int32_t pkgIndex;     ///< 1 to pkgNum
