@@ -4,7 +4,7 @@
 
 #include "text.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
 std::string Hexadecimal(std::string_view bytes) {
@@ -18,14 +18,14 @@ std::string Hexadecimal(std::string_view bytes) {
 }
 
 std::string Line(const Json& value) {
-    return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return value.dump(-1, ' ', /*ensure_ascii=*/true, Json::error_handler_t::replace);
 }
 
 }  // namespace
 
 void PutText(Json& object, const std::string& key, std::string_view text) {
     object[key] = text;
-    // The library tells an invalid text only by writing it differently.
+    // The library has no check for valid UTF-8, but it writes an invalid text differently.
     if (Json::parse(Line(object[key])).get_ref<const std::string&>() != text) {
         object[key + "_hex"] = Hexadecimal(text);
     }
@@ -41,4 +41,4 @@ void PrintJsonLine(const Json& object) {
     (void)std::fwrite(line.data(), 1, line.size(), stdout);
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

@@ -1,23 +1,23 @@
-// JSON output, one object a line. Paths and names are bytes, JSON texts are Unicode: a text that is not valid UTF-8
-// is given with U+FFFD in place of the invalid bytes, and the bytes themselves in hexadecimal beside it.
+// JSON output, one object per line, in ASCII. Paths and names are bytes but JSON texts are Unicode. In a text that is
+// not valid UTF-8, U+FFFD replaces the invalid bytes, and a second key holds the bytes in hexadecimal.
 #pragma once
 
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 
 using Json = nlohmann::ordered_json;
 
-/// Sets `key` to the text. Where the text is not valid UTF-8, `key` + "_hex" is set too: two lower-case digits for
-/// each byte.
+/// Sets `key` to the text. If the text is not valid UTF-8, also sets `key` + "_hex": two lower-case digits per byte.
 void PutText(Json& object, const std::string& key, std::string_view text);
 
-/// Sets "errno" to the number and "error" to its name; null for 0, which is none.
+/// Sets "errno" to the number and "error" to its name, or to null for 0.
 void PutError(Json& object, int errorNumber);
 
-/// The object as one line, with its newline, on standard output.
+/// Prints the object as one line on standard output. Everything above 0x7e is escaped, so that no control or direction
+/// character reaches a terminal.
 void PrintJsonLine(const Json& object);
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

@@ -1,8 +1,9 @@
-// orvanectl: reads the command line, lets the chosen sub-command do its work and ends with its status.
+// orvanectl: parses the command line, runs the selected sub-command and exits with its status.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <clocale>
+#include <cstddef>
 #include <cstdio>
 #include <exception>
 #include <span>
@@ -13,27 +14,24 @@
 
 #include "argument_checks.h"
 #include "daemon_commands.h"
-#include "dumps_command.h"
 #include "json_text.h"
-#include "nearest.h"
-#include "records_command.h"
-#include "status_command.h"
+#include "records_commands.h"
 #include "text.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
 constexpr int LONGEST_TIMEOUT = 31'536'000;  // a year, in seconds
 
 constexpr const char* FOOTER =
-    "Without --timeout, questions about one object and the making of directories wait 60\n"
-    "seconds for their answer; what works through a tree is waited for as long as it takes,\n"
-    "since the daemon ends what it has begun whether or not anybody waits. Connecting takes\n"
-    "5 seconds at most.\n"
+    "Without --timeout, orvanectl waits 60 seconds for questions about one object and\n"
+    "for new directories. It waits without limit for work on a tree, because the daemon\n"
+    "finishes what it has begun even if nobody waits. Connecting takes at most 5\n"
+    "seconds.\n"
     "\n"
     "Exit status:\n"
     "  0  success; exists, is-dir: yes\n"
-    "  1  the operation failed; exists, is-dir: no (or, with a message, not known)\n"
+    "  1  the operation failed; exists, is-dir: no (with a message: unknown)\n"
     "  2  wrong usage, or a request that the daemon would refuse\n"
     "  3  the source does not exist\n"
     "  4  no daemon, or no answer from it\n"
@@ -46,21 +44,61 @@ void AddOptions(CLI::App& app, DaemonOptions& daemon) {
         ->capture_default_str()
         ->check(CLI::Validator(CheckSocketPath, ""))
         ->type_name("PATH");
-    app.add_option("--timeout", daemon.timeoutSeconds, "longest wait for the answer, 0 for ever (default: see below)")
+    app.add_option("--timeout", daemon.timeoutSeconds,
+                   "longest wait for the answer, 0 for no limit (default: see below)")
         ->check(CLI::Range(0, LONGEST_TIMEOUT).description(""))
         ->type_name("SECONDS");
-    app.fallthrough();             // both may stand behind the sub-command, too
-    app.require_subcommand(0, 1);  // none is complained of in Main: the parser would hide a wrong word behind it
+    app.fallthrough();             // both may also follow the sub-command
+    app.require_subcommand(0, 1);  // Main reports a missing one; the parser would hide a wrong word
     app.footer(FOOTER);
 }
 
-/// The first word that nobody took, where a sub-command was to stand.
+std::size_t Distance(const std::string& from, const std::string& to) {
+    // cost[i][j]: changes from the first i letters of one word to the first j letters of the other
+    std::vector<std::vector<std::size_t>> cost(from.size() + 1, std::vector<std::size_t>(to.size() + 1));
+    for (std::size_t i = 0; i <= from.size(); ++i) {
+        for (std::size_t j = 0; j <= to.size(); ++j) {
+            if (i == 0 || j == 0) {
+                cost[i][j] = i + j;
+                continue;
+            }
+            const std::size_t changed = from[i - 1] == to[j - 1] ? 0 : 1;
+            cost[i][j] = std::min({cost[i - 1][j] + 1, cost[i][j - 1] + 1, cost[i - 1][j - 1] + changed});
+            if (i > 1 && j > 1 && from[i - 1] == to[j - 2] && from[i - 2] == to[j - 1]) {
+                cost[i][j] = std::min(cost[i][j], cost[i - 2][j - 2] + 1);
+            }
+        }
+    }
+    return cost[from.size()][to.size()];
+}
+
+/// The candidate with the fewest single-letter changes (insert, delete, replace, swap) from `word`; empty if each needs
+/// more than two, or as many as the word has letters.
+std::string Nearest(const std::string& word, const std::vector<std::string>& candidates) {
+    constexpr std::size_t mostChanges = 2;
+    constexpr std::size_t longestWord = 32;  // no sub-command is nearly as long
+    if (word.size() > longestWord) {
+        return {};
+    }
+    std::string nearest;
+    std::size_t fewest = std::min(mostChanges + 1, word.size());
+    for (const std::string& candidate : candidates) {
+        const std::size_t changes = Distance(word, candidate);
+        if (changes < fewest) {
+            fewest = changes;
+            nearest = candidate;
+        }
+    }
+    return nearest;
+}
+
+/// The first unknown word in the place of the sub-command; empty if there is none.
 std::string WrongWord(const CLI::App& app) {
     const std::vector<std::string> words = app.remaining();
     return words.empty() || words.front().starts_with('-') || !app.get_subcommands().empty() ? "" : words.front();
 }
 
-std::string MeantCommand(const CLI::App& app, const std::string& word) {
+std::string SimilarCommand(const CLI::App& app, const std::string& word) {
     std::vector<std::string> names;
     for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
         names.push_back(command->get_name());
@@ -68,7 +106,7 @@ std::string MeantCommand(const CLI::App& app, const std::string& word) {
     return Nearest(word, names);
 }
 
-/// The sub-command that was understood; empty: none.
+/// The sub-command that was recognized; empty if there is none.
 std::string CommandOf(const CLI::App& app) {
     const std::vector<CLI::App*> parsed = app.get_subcommands();
     return parsed.empty() ? "" : parsed.front()->get_name();
@@ -84,16 +122,16 @@ std::string Usage(const CLI::App& app) {
     return usage.substr(0, usage.find_last_not_of('\n') + 1);
 }
 
-/// Tells what is wrong with the command line.
-/// @param isJson  whether it asks for JSON, as far as that can be seen in words that were not understood
+/// Reports what is wrong with the command line.
+/// @param isJson  whether "--json" is among its words
 ExitStatus Refuse(const CLI::App& app, std::string why, bool isJson) {
     const std::string name = CommandOf(app);
     const std::string word = WrongWord(app);
-    const std::string meant = MeantCommand(app, word);
+    const std::string meant = SimilarCommand(app, word);
     if (!word.empty()) {
         why = Printable(word) + ": there is no such sub-command";
     } else if (const auto words = app.remaining(); !words.empty() && words.front() == "--json") {
-        why = "--json stands behind the sub-command";
+        why = "--json must follow the sub-command";
     }
     const std::string hint = meant.empty() ? "" : "did you mean \"" + meant + "\"?";
     (void)std::fprintf(stderr, "orvanectl: %s\n%s%s%s\nRun orvanectl %s%s--help for more information.\n", why.c_str(),
@@ -114,8 +152,7 @@ ExitStatus Refuse(const CLI::App& app, std::string why, bool isJson) {
 }
 
 ExitStatus Main(int argc, char** argv) {
-    CLI::App app("Sends one command to the file migration daemon and tells its answer, or reads its records.",
-                 "orvanectl");
+    CLI::App app("Send a command to the file migration daemon, or read its records.", "orvanectl");
     DaemonOptions daemon;
     Action chosen;
     AddOptions(app, daemon);
@@ -136,10 +173,10 @@ ExitStatus Main(int argc, char** argv) {
 }
 
 }  // namespace
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl
 
 int main(int argc, char** argv) {
-    using namespace TAVO::FileMigrateOrvane;
+    using namespace TAVO::FileMigrateOrvane::Ctl;
     (void)std::setlocale(LC_ALL, "");  // NOLINT(concurrency-mt-unsafe): before any thread
     try {
         return static_cast<int>(Main(argc, argv));

@@ -10,7 +10,7 @@
 #include <cwchar>
 #include <cwctype>
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
 void AppendEscaped(std::string& text, unsigned char byte) {
@@ -20,8 +20,8 @@ void AppendEscaped(std::string& text, unsigned char byte) {
     text += digits[byte & 0xFU];
 }
 
-/// Characters without a shape that turn the text behind them around, so that a name can look like another one.
-bool TurnsText(wchar_t character) {
+/// Invisible characters that change the direction of the text after them. With them a name can look like another one.
+bool ChangesDirection(wchar_t character) {
     return character == 0x61C || character == 0x200E || character == 0x200F ||
            (character >= 0x202A && character <= 0x202E) || (character >= 0x2066 && character <= 0x2069);
 }
@@ -64,12 +64,12 @@ std::string Printable(std::string_view bytes) {
     std::mbstate_t state{};
     while (!bytes.empty()) {
         wchar_t character = 0;
-        // NOLINTNEXTLINE(concurrency-mt-unsafe): only without a state of its own
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): unsafe only without an own state
         const std::size_t length = std::mbrtowc(&character, bytes.data(), bytes.size(), &state);
-        // 0: a NUL; anything above the rest: an invalid or a cut sequence, of which one byte is taken.
+        // 0 means a NUL. A length above the rest means an invalid or incomplete sequence; it is taken byte by byte.
         const bool isCharacter = length > 0 && length <= bytes.size();
         const std::size_t taken = isCharacter ? length : 1;
-        if (!isCharacter || std::iswprint(static_cast<std::wint_t>(character)) == 0 || TurnsText(character)) {
+        if (!isCharacter || std::iswprint(static_cast<std::wint_t>(character)) == 0 || ChangesDirection(character)) {
             for (const char byte : bytes.substr(0, taken)) {
                 AppendEscaped(text, static_cast<unsigned char>(byte));
             }
@@ -89,13 +89,21 @@ std::string HumanSize(std::uint64_t kilobytes) {
     }
     auto value = static_cast<double>(kilobytes);
     std::size_t unit = 0;
-    while (value >= 1023.5 && unit + 1 < units.size()) {  // what would be shown as 1024 is one of the next
+    while (value >= 1023.5 && unit + 1 < units.size()) {  // 1024 would be shown as 1.0 of the next unit
         value /= 1024;
         ++unit;
     }
     std::array<char, 32> text{};
     (void)std::snprintf(text.data(), text.size(), value < 9.95 ? "%.1f%c" : "%.0f%c", value, units[unit]);
     return text.data();
+}
+
+std::string TimeText(const std::string& times, char between) {
+    if (times.size() != 14) {
+        return times;
+    }
+    return times.substr(0, 4) + "-" + times.substr(4, 2) + "-" + times.substr(6, 2) + between + times.substr(8, 2) +
+           ":" + times.substr(10, 2) + ":" + times.substr(12, 2);
 }
 
 bool MayColour(int fd) {
@@ -117,4 +125,4 @@ void Complain(std::string_view what, std::string_view why) {
                        static_cast<int>(why.size()), why.data());
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

@@ -1,36 +1,39 @@
-// How orvanectl writes what it has to tell to a person: names of errors, sizes, bytes that are not text, colours.
-// Functions without state, after main has set the locale.
+// How orvanectl writes for people: names of errors, times, sizes, unprintable bytes, colours. Functions without state;
+// call them after main has set the locale.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 
-/// "EACCES"; a number that has no name is written as a number.
+/// "EACCES"; the number itself if it has no name.
 std::string ErrorName(int errorNumber);
 
-/// "EACCES (Permission denied)"; says so where there is no number.
+/// "EACCES (Permission denied)"; for 0, a sentence that the daemon gave no error number.
 std::string ErrorText(int errorNumber);
 
-/// The bytes as they may be shown: what the locale can print as it is, everything else, a control character above
-/// all and one that turns the direction of text, as "\xNN", and a backslash as "\\", so that the bytes can be told
-/// from the text.
+/// The bytes in a form that is safe to show. Characters that the locale can print stay; all others, such as control
+/// characters and those that change the text direction, become "\xNN". A backslash becomes "\\".
 std::string Printable(std::string_view bytes);
 
-/// Kilobytes (1024 bytes) as du -h has them: "0", "4.0K", "35M".
+/// Kilobytes (1024 bytes) in the style of du -h: "0", "4.0K", "35M".
 std::string HumanSize(std::uint64_t kilobytes);
 
-/// Whether what goes to this descriptor may be coloured: it is a terminal, and NO_COLOR is not set (no-color.org).
+/// "2026-11-21 10:15:30" for the 14 digits of a record's time; a text of another length unchanged.
+/// @param between  the character between date and time
+std::string TimeText(const std::string& times, char between);
+
+/// Whether output to this descriptor may be coloured: it is a terminal and NO_COLOR is not set (no-color.org).
 bool MayColour(int fd);
 
 enum class Tone { Plain, Strong, Bad, Warning, Faint };
 
-/// The text with the escape sequences of its tone around it; as it is when `isColoured` is false.
+/// The text inside the escape sequences of its tone; unchanged if `isColoured` is false.
 std::string Toned(Tone tone, std::string_view text, bool isColoured);
 
 /// "orvanectl: WHAT: WHY" on standard error.
 void Complain(std::string_view what, std::string_view why);
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

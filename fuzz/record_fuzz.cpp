@@ -1,15 +1,16 @@
-// Any bytes as a record file: parsed at once and as a file that grows, and everything that was read explained.
+// Parses any bytes as a record file, whole and growing, and explains every record.
 #include "explain.h"
 #include "record_parser.h"
 
-using namespace TAVO::FileMigrateOrvane;
+using namespace TAVO::FileMigrateOrvane::Reader;
 
 static void Require(bool condition) {
     condition ? void() : __builtin_trap();
 }
 
-/// Every byte is in a record or skipped, or is a newline between records; both kinds ascend and do not overlap.
-static void RequireAllIsTold(std::string_view bytes, const ParsedRecords& parsed) {
+/// Every byte belongs to a record, is skipped, or is a newline between records. Records and skipped ranges ascend and
+/// do not overlap.
+static void RequireCoverage(std::string_view bytes, const ParsedRecords& parsed) {
     Require(parsed.consumed <= bytes.size());
     auto record = parsed.records.begin();
     auto skipped = parsed.skipped.begin();
@@ -33,7 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string bytes(data, data + size);
     for (const Input input : {Input::Whole, Input::Growing}) {
         const ParsedRecords parsed = ParseRecords(bytes, input);
-        RequireAllIsTold(bytes, parsed);
+        RequireCoverage(bytes, parsed);
         Require(input == Input::Growing || parsed.consumed == size);
         for (const Record& record : parsed.records) {
             (void)LikelyCause(record);

@@ -1,4 +1,4 @@
-// A place in a text from which expected things are taken one by one. A value; used by one thread.
+// A position in a text. Each Take method consumes one expected item at the position. A value; used by one thread.
 #pragma once
 
 #include <charconv>
@@ -6,7 +6,7 @@
 #include <string_view>
 #include <system_error>
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Reader {
 
 class Cursor {
 public:
@@ -15,7 +15,7 @@ public:
     [[nodiscard]] std::size_t Position() const { return position; }
     [[nodiscard]] bool IsAt(std::string_view expected) const { return Rest().starts_with(expected); }
 
-    // Each goes on behind what it took; where the text is another one it stays and gives false.
+    // Each method moves past what it took. If the text differs, it returns false; Take then does not move.
     bool Take(std::string_view expected) {
         const bool isThere = IsAt(expected);
         position += isThere ? expected.size() : 0;
@@ -29,7 +29,7 @@ public:
         return failure == std::errc();
     }
 
-    /// The text of the given characters that is here, up to `most` of them.
+    /// The longest run of the given characters here, at most `most` of them.
     std::string_view TakeAll(std::string_view characters, std::size_t most) {
         const std::string_view rest = Rest().substr(0, most);
         const std::string_view taken = rest.substr(0, rest.find_first_not_of(characters));
@@ -37,7 +37,7 @@ public:
         return taken;
     }
 
-    /// Steps over the newlines that an editor leaves behind a ";".
+    /// Skips newlines; an editor may have added them after a ";".
     void SkipNewlines() { (void)TakeAll("\n", std::string_view::npos); }
 
 private:
@@ -47,4 +47,4 @@ private:
     std::size_t position;
 };
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

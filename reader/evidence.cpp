@@ -1,18 +1,13 @@
 #include "evidence.h"
 
-#include <libgen.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 
 #include "explain.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Reader {
 namespace {
-
-std::string ParentOf(std::string path) {
-    return dirname(path.data());  // NOLINT(concurrency-mt-unsafe): the copy is private
-}
 
 std::string_view TypeInWords(std::uint32_t mode) {
     switch (mode & S_IFMT) {
@@ -48,14 +43,8 @@ const std::string& Evidence::Target() const {
 }
 
 std::string Evidence::Named(const std::string& path) const {
-    if (path == record.src) {
-        return HasTwoPaths() ? "the source " + path : path;
-    }
-    if (path == record.dst) {
-        return "the destination " + path;
-    }
-    const std::string whose = !HasTwoPaths() ? "" : path == dstParent ? "destination's " : "source's ";
-    return "the " + whose + "parent directory " + path;
+    const std::string_view role = RoleOf(record, path);
+    return role.empty() || role == "object" ? path : std::string("the ").append(role).append(" ").append(path);
 }
 
 std::string Evidence::IsA(const std::string& path) const {
@@ -78,7 +67,7 @@ bool Evidence::Is(std::string_view path, mode_t type) const {
 }
 
 const FlagsSnapshot* Evidence::Flags(std::string_view path) const {
-    // Their own path is resolved: they belong to the stat before them.
+    // The path of a flags snapshot is resolved, so it is found by the stat before it.
     bool isNext = false;
     for (const Snapshot& snapshot : record.snapshots) {
         if (const auto* const stat = std::get_if<StatSnapshot>(&snapshot)) {
@@ -136,4 +125,4 @@ bool Evidence::AllReadings(int capability, bool isHeld) const {
     });
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

@@ -1,15 +1,21 @@
 #include "explain.h"
 
+#include <linux/capability.h>
 #include <linux/fs.h>
+#include <sys/capability.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <charconv>
+#include <memory>
+#include <optional>
 
 #include "record_types.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Reader {
 namespace {
 
 struct InodeFlag {
@@ -18,7 +24,7 @@ struct InodeFlag {
     std::string_view words;
 };
 
-// In the order of lsattr.
+// In the order in which lsattr prints them.
 constexpr InodeFlag INODE_FLAGS[] = {
     {FS_SECRM_FL, 's', "secure deletion"},
     {FS_UNRM_FL, 'u', "undelete"},
@@ -65,7 +71,7 @@ char TypeLetter(std::uint32_t mode) {
     }
 }
 
-/// Three letters of the permissions of one class; `special` is the one for its set-id or sticky bit.
+/// The three permission letters of one class. `special` is the letter of its set-id or sticky bit.
 std::string Permissions(std::uint32_t bits, bool isSpecial, char special) {
     const bool mayExecute = (bits & 1U) != 0;
     const char upper = static_cast<char>(special - 'a' + 'A');
@@ -86,6 +92,38 @@ std::string DeviceNumber(std::uint64_t device) {
 std::string Hexadecimal(std::uint32_t bits) {
     std::array<char, 8> digits{};
     return "0x" + std::string(digits.data(), std::to_chars(digits.begin(), digits.end(), bits, 16).ptr);
+}
+
+constexpr std::size_t HALF_DIGITS = 8;
+constexpr std::uint64_t ALL_KNOWN = (std::uint64_t{1} << (CAP_LAST_CAP + 1U)) - 1;
+
+/// 32 bits as the daemon writes them, without leading zeros.
+std::optional<std::uint64_t> Half(std::string_view digits) {
+    if (digits.empty() || digits.size() > HALF_DIGITS || (digits.size() > 1 && digits.front() == '0')) {
+        return std::nullopt;
+    }
+    std::uint64_t bits = 0;
+    const char* const end = digits.data() + digits.size();
+    const auto [rest, failure] = std::from_chars(digits.data(), end, bits, 16);
+    return rest == end && failure == std::errc() ? std::optional(bits) : std::nullopt;
+}
+
+std::string Names(std::uint64_t bits) {
+    if (bits == ALL_KNOWN || bits == 0) {
+        return bits == 0 ? "none" : "all";
+    }
+    const std::uint64_t missing = ALL_KNOWN & ~bits;
+    if ((bits & ~ALL_KNOWN) == 0 && std::popcount(missing) < std::popcount(bits)) {
+        return "all but " + Names(missing);
+    }
+    std::string names;
+    for (int capability = 0; capability < 64; ++capability) {
+        if ((bits >> static_cast<unsigned int>(capability) & 1U) != 0) {
+            const std::unique_ptr<char, decltype(&cap_free)> name(cap_to_name(capability), cap_free);
+            names.append(names.empty() ? "" : ",").append(name ? name.get() : std::to_string(capability));
+        }
+    }
+    return names;
 }
 
 }  // namespace
@@ -120,4 +158,25 @@ std::string InodeFlagsInWords(std::uint32_t flags) {
     return letters + words;
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+std::vector<CapabilityReading> CapabilityReadings(std::string_view joinedDigits) {
+    std::vector<std::uint64_t> readings;
+    for (std::size_t upperDigits = 1; upperDigits < joinedDigits.size(); ++upperDigits) {
+        const auto upper = Half(joinedDigits.substr(0, upperDigits));
+        const auto lower = Half(joinedDigits.substr(upperDigits));
+        if (upper && lower) {
+            readings.push_back(*upper << 32U | *lower);
+        }
+    }
+    const auto isUnknown = [](std::uint64_t bits) { return (bits & ~ALL_KNOWN) != 0; };
+    if (!std::all_of(readings.begin(), readings.end(), isUnknown)) {
+        std::erase_if(readings, isUnknown);
+    }
+    std::vector<CapabilityReading> named;
+    named.reserve(readings.size());
+    for (const std::uint64_t bits : readings) {
+        named.push_back({bits, Names(bits)});
+    }
+    return named;
+}
+
+}  // namespace TAVO::FileMigrateOrvane::Reader

@@ -1,5 +1,5 @@
-// What a record says, in words: the failed operation, the snapshots decoded, and the cause where it is certain.
-// Stateless; any thread. Bytes of paths and attributes come as they are: whoever shows them makes them printable.
+// A record in words: the failed operation, the decoded snapshots, and the cause if it is certain. Functions without
+// state; any thread may call them. Paths and attributes are copied byte for byte; the caller makes them printable.
 #pragma once
 
 #include <cstdint>
@@ -9,35 +9,41 @@
 
 #include "record.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Reader {
 
-/// What failed: "rename", "copy", "change owner"; the type itself where it is not known.
+/// The failed operation: "rename", "copy", "change owner"; the type itself if it is unknown.
 std::string_view FailureInWords(std::string_view type);
 
-/// Of an object that could be looked at: "drwxr-x--- 0:1000 4096 B 8 blocks ino 12 dev 253:0". A device has its number
-/// in place of the size.
+/// An object as "drwxr-x--- 0:1000 4096 B 8 blocks ino 12 dev 253:0". A device has its device number instead of the
+/// size.
 std::string StatInWords(const StatSnapshot& stat);
 
-/// The letters of lsattr, then each flag in words and those without a letter as one number:
+/// The letters of lsattr, then each flag in words, and the unknown flags as one number:
 /// "----i---------e------- immutable, extents, 0x200000".
 std::string InodeFlagsInWords(std::uint32_t flags);
 
-/// A set of capabilities that a record's joined digits can mean: names as capabilities(7) has them, lower case.
+/// One set of capabilities that the joined digits of a record can mean. Names as in capabilities(7), in lower case.
 struct CapabilityReading {
     std::uint64_t bits = 0;
     std::string names;  ///< "all", "none", "all but NAMES", or names with commas between
 };
 
-/// All readings of the joined digits, those with capabilities that this system does not know only where there is no
-/// other; none for digits that cannot come from two 32-bit halves.
+/// All readings of the joined digits; empty if they cannot be two 32-bit halves. Readings with capabilities unknown to
+/// this system are left out if there are others.
 std::vector<CapabilityReading> CapabilityReadings(std::string_view joinedDigits);
 
-/// Why it failed, where the record leaves no doubt ("the destination's parent directory /data/new does not exist");
-/// empty where it does.
-std::string LikelyCause(const Record& record);
+/// Why an operation failed.
+struct Cause {
+    std::string_view word{};  ///< a stable name for programs, such as "immutable"; empty if no cause is certain
+    std::string path{};       ///< the object at fault; may be empty
+    std::string text{};       ///< "the destination's parent directory /data/new does not exist"
+};
 
-/// What to run where the record lacks what would tell the cause: "lsattr -d /data/a (this record holds no inode
-/// flags)"; empty for most.
+/// The cause, if the record leaves no doubt about it.
+Cause LikelyCause(const Record& record);
+
+/// The command to run if the record does not show the cause: "lsattr -d /data/a (this record holds no inode flags)";
+/// empty for most records.
 std::string ToCheck(const Record& record);
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

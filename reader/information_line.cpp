@@ -5,32 +5,30 @@
 
 #include "cursor.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Reader {
 namespace {
 
-constexpr std::string_view DST_KEY = ",dst:";
-constexpr std::string_view ERRNO_KEY = ",errno:";
-constexpr std::string_view STAT_HEAD = "lstat ";
 constexpr std::string_view DIGITS = "0123456789";
 constexpr std::size_t LONGEST_NUMBER = 11;
 
-constexpr std::array<std::string_view, 4> KEYS = {",user:", ",group:", ",perm:", ",recurseOpt:"};
+constexpr std::array<std::string_view, 4> KEYS = {RecordKey::USER, RecordKey::GROUP, RecordKey::PERM,
+                                                  RecordKey::RECURSE_OPT};
 constexpr std::size_t LONGEST_FIELDS =
     KEYS[0].size() + KEYS[1].size() + KEYS[2].size() + KEYS[3].size() + KEYS.size() * MAX_TEXT;
 
-/// The four fields behind the paths. They end where ",errno:" begins; where they begin is to be found.
+/// The four fields between the paths and ",errno:". Their begin has to be searched for.
 class ShortFields {
 public:
     explicit ShortFields(const LineShape& shape) : shapes{shape.user, shape.group, shape.perm, shape.recurseOpt} {}
 
-    /// Whether `text`, from ",user:" to its end, is the four fields. The first way to read it is kept.
+    /// Whether `text`, which begins with ",user:", consists of the four fields. Keeps the first possible split.
     bool Match(std::string_view text) {
         const int before = ways;
         MatchFrom(0, text);
         return ways > before;
     }
 
-    /// In how many ways what was tried could be read.
+    /// The number of possible splits found so far.
     [[nodiscard]] int Ways() const { return ways; }
 
     [[nodiscard]] std::string_view Value(std::size_t field) const { return values[field]; }
@@ -72,66 +70,66 @@ private:
     int ways = 0;
 };
 
-/// ",errno:NUMBER" right before `timesAt`: its position, with the number in the line.
+/// The position of the ",errno:NUMBER" that ends at `timesAt`. Stores the number in the line.
 std::optional<std::size_t> ErrnoBefore(std::string_view text, std::size_t timesAt, InformationLine& line) {
-    const std::size_t least = timesAt - std::min(timesAt, ERRNO_KEY.size() + LONGEST_NUMBER);
-    const std::size_t found = text.substr(least, timesAt - least).rfind(ERRNO_KEY);
+    const std::size_t least = timesAt - std::min(timesAt, RecordKey::ERRNO.size() + LONGEST_NUMBER);
+    const std::size_t found = text.substr(least, timesAt - least).rfind(RecordKey::ERRNO);
     if (found == std::string_view::npos) {
         return std::nullopt;
     }
     const std::size_t position = least + found;
-    Cursor cursor(text, position + ERRNO_KEY.size());
+    Cursor cursor(text, position + RecordKey::ERRNO.size());
     const bool isWhole = cursor.TakeNumber(line.errorNumber) && cursor.Position() == timesAt;
     return isWhole ? std::optional(position) : std::nullopt;
 }
 
-/// Tells src and dst apart. The first snapshot repeats src, and goes on with ":" where the line goes on with ",dst:".
-/// Without it the first ",dst:" decides.
+/// Splits the text into src and dst. The first snapshot repeats src and then has ":" where the line has ",dst:";
+/// without a snapshot the first ",dst:" is taken.
 bool SplitPaths(std::string_view paths, std::string_view following, InformationLine& line) {
     std::size_t split = std::string_view::npos;
-    if (following.starts_with(STAT_HEAD)) {
-        following.remove_prefix(STAT_HEAD.size());
+    if (following.starts_with(RecordKey::STAT)) {
+        following.remove_prefix(RecordKey::STAT.size());
         const auto difference = std::mismatch(paths.begin(), paths.end(), following.begin(), following.end());
         const auto length = static_cast<std::size_t>(difference.first - paths.begin());
-        if (paths.substr(length).starts_with(DST_KEY) && following.substr(length).starts_with(":")) {
+        if (paths.substr(length).starts_with(RecordKey::DST) && following.substr(length).starts_with(":")) {
             split = length;
         }
     }
     if (split == std::string_view::npos) {
-        split = paths.find(DST_KEY);
+        split = paths.find(RecordKey::DST);
         if (split == std::string_view::npos) {
             return false;
         }
-        line.isInDoubt |= paths.find(DST_KEY, split + 1) != std::string_view::npos;
+        line.isInDoubt |= paths.find(RecordKey::DST, split + 1) != std::string_view::npos;
     }
     line.src = paths.substr(0, split);
-    line.dst = paths.substr(split + DST_KEY.size());
+    line.dst = paths.substr(split + RecordKey::DST.size());
     return true;
 }
 
-/// Whether these are the paths of a line of that shape: "SRC,dst:DST".
+/// Reads "SRC,dst:DST". False if the text does not fit the shape.
 bool ReadPaths(std::string_view paths, const LineShape& shape, std::string_view following, InformationLine& line) {
     if (shape.hasDst) {
         return SplitPaths(paths, following, line);
     }
-    if (!paths.ends_with(DST_KEY) || (!shape.hasSrc && paths != DST_KEY)) {
+    if (!paths.ends_with(RecordKey::DST) || (!shape.hasSrc && paths != RecordKey::DST)) {
         return false;
     }
-    line.src = paths.substr(0, paths.size() - DST_KEY.size());
+    line.src = paths.substr(0, paths.size() - RecordKey::DST.size());
     return true;
 }
 
 }  // namespace
 
 std::optional<InformationLine> ReadInformationLine(std::string_view text, const RecordStart& start,
-                                                   const LineShape& shape, std::size_t timesAt, Credit& credit) {
+                                                   const LineShape& shape, std::size_t timesAt, WorkBudget& budget) {
     InformationLine line;
     const std::optional<std::size_t> errnoAt = ErrnoBefore(text, timesAt, line);
-    if (!errnoAt || *errnoAt < start.bodyBegin || !credit.Spend(LONGEST_FIELDS)) {
+    if (!errnoAt || *errnoAt < start.bodyBegin || !budget.Spend(LONGEST_FIELDS)) {
         return std::nullopt;
     }
     line.end = timesAt + Landmarks::TIMES_LENGTH;
-    line.times = text.substr(timesAt + Landmarks::TIMES_KEY.size(), Landmarks::TIMES_DIGITS);
+    line.times = text.substr(timesAt + RecordKey::TIMES.size(), TIME_DIGITS);
     Cursor following(text, line.end);
     following.SkipNewlines();
 
@@ -141,7 +139,7 @@ std::optional<InformationLine> ReadInformationLine(std::string_view text, const 
     std::size_t userAt = body.size() - std::min(body.size(), LONGEST_FIELDS);
     for (; (userAt = body.find(KEYS[0], userAt)) != std::string_view::npos; ++userAt) {
         InformationLine candidate = line;
-        const bool isAffordable = !shape.hasDst || credit.Spend(2 * userAt);
+        const bool isAffordable = !shape.hasDst || budget.Spend(2 * userAt);
         if (isAffordable && ReadPaths(body.substr(0, userAt), shape, text.substr(following.Position()), candidate) &&
             fields.Match(body.substr(userAt)) && !isRead) {
             line = candidate;
@@ -159,4 +157,4 @@ std::optional<InformationLine> ReadInformationLine(std::string_view text, const 
     return line;
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

@@ -1,16 +1,15 @@
-// The information line of a record, for one supposed end of it: which text is which field, from the fixed keys
-// outwards. Texts refer to the bytes that were read. Stateless; any thread.
+// Splits the information line of a record into its fields, for one assumed end of the line. The texts refer to the
+// parsed bytes. Functions without state; any thread may call them.
 #pragma once
 
 #include <cstddef>
 #include <optional>
 #include <string_view>
 
-#include "credit.h"
-#include "landmarks.h"
+#include "parsed_text.h"
 #include "record_types.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Reader {
 
 struct InformationLine {
     std::string_view src;
@@ -21,12 +20,13 @@ struct InformationLine {
     std::string_view recurseOpt;
     std::string_view times;
     int errorNumber = 0;
-    std::size_t end = 0;     ///< behind its ";"
-    bool isInDoubt = false;  ///< the fields can be told apart in another way too
+    std::size_t end = 0;     ///< position after its ";"
+    bool isInDoubt = false;  ///< the line could be split in another way too
 };
 
-/// The line that ends with the given ",times:"; none where what stands before it is not a line of that type.
+/// The line that ends with the ",times:" at `timesAt`. Nothing if the text before it is no line of that shape, or if
+/// the budget is used up.
 std::optional<InformationLine> ReadInformationLine(std::string_view text, const RecordStart& start,
-                                                   const LineShape& shape, std::size_t timesAt, Credit& credit);
+                                                   const LineShape& shape, std::size_t timesAt, WorkBudget& budget);
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

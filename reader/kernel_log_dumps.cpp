@@ -10,19 +10,14 @@
 #include <string_view>
 #include <tuple>
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Reader {
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t TIME_DIGITS = 14;
-/// The record is synced to disk between its time and the dump's.
+/// The daemon takes the record's time, syncs the record to disk and then writes the dump.
 constexpr std::chrono::seconds LONGEST_DELAY{30};
-/// Results of the label library after which the daemon dumps.
-constexpr int LABEL_REFUSED = -13;
-constexpr int LABEL_FAULT = -14;
-
-/// A time of day and date on an even time line.
+/// The local time as if it were UTC, so that two of them can be subtracted.
 std::chrono::sys_seconds Instant(const std::string& times) {
     const auto number = [&times](std::size_t at, std::size_t digits) { return std::stoi(times.substr(at, digits)); };
     const std::chrono::year_month_day day{std::chrono::year(number(0, 4)),
@@ -33,7 +28,7 @@ std::chrono::sys_seconds Instant(const std::string& times) {
 }
 
 std::optional<KernelLogDump> FromName(const std::string& name) {
-    const std::size_t at = name.rfind('@');
+    const std::size_t at = name.rfind(DUMP_SEPARATOR);
     if (at == std::string::npos || name.size() - at != 1 + TIME_DIGITS ||
         name.find_first_not_of("0123456789", at + 1) != std::string::npos) {
         return std::nullopt;
@@ -72,18 +67,13 @@ std::vector<KernelLogDump> KernelLogDumps(int& err) {
 }
 
 bool IsDumped(const Record& record) {
-    const int errorNumber = record.errorNumber.value_or(0);
-    if (record.type == "MOVE") {
-        return errorNumber == EPERM;
+    int labelResult = 0;
+    for (const Snapshot& snapshot : record.snapshots) {
+        if (const auto* const label = std::get_if<LabelResult>(&snapshot)) {
+            labelResult = label->ret;
+        }
     }
-    if (record.type == "COPY" || record.type == "CHOWN") {
-        return errorNumber == EPERM || errorNumber == EINVAL;
-    }
-    return record.type == "RESTORECON_FROMPARENT" &&
-           std::any_of(record.snapshots.begin(), record.snapshots.end(), [](const Snapshot& snapshot) {
-               const auto* label = std::get_if<LabelResult>(&snapshot);
-               return label != nullptr && (label->ret == LABEL_REFUSED || label->ret == LABEL_FAULT);
-           });
+    return HasKernelLogDump(record.type, record.errorNumber.value_or(0), labelResult);
 }
 
 bool MayBelong(const KernelLogDump& dump, const Record& record) {
@@ -93,4 +83,4 @@ bool MayBelong(const KernelLogDump& dump, const Record& record) {
     return Instant(dump.times) - Instant(record.times) <= LONGEST_DELAY;
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

@@ -1,5 +1,5 @@
-// The dumps of kernel-log lines that the daemon leaves beside its records, and the record that each belongs to.
-// Functions without state; any thread.
+// The kernel-log dumps that the daemon writes after some failures, and which record each one belongs to. Functions
+// without state; any thread may call them.
 #pragma once
 
 #include <cstddef>
@@ -7,27 +7,26 @@
 #include <vector>
 
 #include "record.h"
+#include "record_format.h"
 
-namespace TAVO::FileMigrateOrvane {
-
-inline constexpr const char* DUMP_DIRECTORY = "/data/zelto/update/migrate/file_migrate_fail_kmsg";
+namespace TAVO::FileMigrateOrvane::Reader {
 
 struct KernelLogDump {
-    std::string name;     ///< in DUMP_DIRECTORY
-    std::string type;     ///< of the record
+    std::string name;     ///< file name in DUMP_DIRECTORY
+    std::string type;     ///< type of the record
     std::string times;    ///< 14 digits
-    std::string content;  ///< kernel-log lines; none is not unusual
-    int errorNumber = 0;  ///< when not 0, the content could not be read
+    std::string content;  ///< kernel-log lines; often empty
+    int errorNumber = 0;  ///< if it is not 0, the content could not be read
 };
 
-/// All dumps with their contents, oldest first. Files with other names are left out.
-/// @param err  set when the directory cannot be listed; one that is missing has no dumps
+/// All dumps with their contents, oldest first. Files with other names are ignored.
+/// @param err  set if the directory cannot be listed; a missing directory has no dumps
 std::vector<KernelLogDump> KernelLogDumps(int& err);
 
-/// Whether the daemon dumps the kernel log after such a record.
+/// Whether the daemon writes a dump after such a record.
 [[nodiscard]] bool IsDumped(const Record& record);
 
-/// Whether the dump can have been made after the record: the next one of its type within a few seconds.
+/// Whether the dump may belong to the record: it has the same type and is at most a few seconds younger.
 [[nodiscard]] bool MayBelong(const KernelLogDump& dump, const Record& record);
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

@@ -1,9 +1,10 @@
 #include <cerrno>
+#include <string_view>
 
 #include "causes.h"
 #include "explain.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Reader {
 namespace {
 
 constexpr struct {
@@ -28,7 +29,7 @@ constexpr struct {
     {EEXIST, NotEmpty},
     {EEXIST, SameFile},
     {EINVAL, IntoItself},
-    {EINVAL, NotCopied},
+    {EINVAL, SpecialFile},
     {EOPNOTSUPP, DestinationIsLink},
     {EOPNOTSUPP, LinkHasNoMode},
     {EOPNOTSUPP, NoLabels},
@@ -39,15 +40,85 @@ constexpr struct {
     {EDQUOT, NoQuota},
     {ENAMETOOLONG, TooLong},
     {ENAMETOOLONG, IntoItself},
-    {ELOOP, Links},
-    {ETXTBSY, Program},
-    {EMFILE, DaemonsFiles},
-    {ENFILE, SystemsFiles},
-    {EIO, BrokenDisk},
+    {ELOOP, TooManyLinks},
+    {ETXTBSY, RunningProgram},
+    {EMFILE, NoDescriptor},
+    {ENFILE, NoDescriptorInSystem},
+    {EIO, DiskFailed},
     {ENOMEM, NoMemory},
 };
 
-/// A path as one word of a shell's command line, whatever is in it.
+Cause MissingArgument(const std::string& what) {
+    return {"missing-argument", "", "no " + what + " was given"};
+}
+
+Cause WrongOwner(const Record& record, const std::string& what, const std::string& name) {
+    if (name.empty()) {
+        return MissingArgument(what);
+    }
+    if (record.type.ends_with("_STRTOUL")) {
+        return {"bad-number", "", "the " + what + " number " + name + " evaluates to 0; write it as \"0\""};
+    }
+    if (record.errorNumber == ERANGE) {
+        return {"long-entry", "", "the system's entry of the " + what + " " + name + " is too long"};
+    }
+    return record.errorNumber == ENOENT
+               ? Cause{what == "user" ? "no-such-user" : "no-such-group", "", "there is no " + what + " " + name}
+               : Cause();
+}
+
+/// What is wrong with the request itself, whatever the error number.
+Cause WrongRequest(const Record& record) {
+    const std::string& type = record.type;
+    if (type == "PARA_EMPTY") {
+        const char* const missing = record.user.empty() ? "user" : record.group.empty() ? "group" : "mode";
+        return {"missing-argument", "", std::string("no ") + missing + " was given; user, group and mode are required"};
+    }
+    if (type == "TRANSFORM_MODE") {
+        return record.perm.empty() ? MissingArgument("mode")
+                                   : Cause{"bad-mode", "", "\"" + record.perm + "\" is not an octal mode, or it is 0"};
+    }
+    if (type.starts_with("UID_")) {
+        return WrongOwner(record, "user", record.user);
+    }
+    if (type.starts_with("GID_")) {
+        return WrongOwner(record, "group", record.group);
+    }
+    return type.starts_with("INVALID_RECURSEOPT_")
+               ? Cause{"bad-recursion", "",
+                       "the recursion option " + record.recurseOpt +
+                           " is neither 1 (the path only) nor 2 (everything below it)"}
+               : Cause();
+}
+
+Cause WhyRefused(const Record& record) {
+    constexpr struct {
+        std::string_view type;
+        std::string_view word;
+        std::string_view before;
+        std::string_view after;
+    } refusals[] = {
+        {"RECVBUFSIZE", "bad-size", "the request had ", " bytes; a request has 8288, sent at once"},
+        {"INVALID_CMD", "bad-command", "there is no command ", ""},
+        {"INVALID_MODE", "bad-mode", "the mode ", " contains a \"-\""},
+        {"INVALID_RECURSEOPT", "bad-recursion", "there is no recursion option ", ""},
+    };
+    if (record.type == "RECVBUFSIZE" && record.refusedValue == "-1") {
+        return {"not-received", "", "the request could not be received"};
+    }
+    if (record.type == "INVALID_STR") {
+        const std::string field = record.refusedField == "dts" ? "destination" : record.refusedField;
+        return {"bad-text", "", "the field " + field + " has no terminating NUL, or it contains \"../\""};
+    }
+    for (const auto& refusal : refusals) {
+        if (record.type == refusal.type) {
+            return {refusal.word, "", std::string(refusal.before).append(record.refusedValue).append(refusal.after)};
+        }
+    }
+    return {};
+}
+
+/// The path as one word of a shell command.
 std::string Quoted(const std::string& path) {
     constexpr const char* plain = "/._-+@%,:=0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
     if (path.find_first_not_of(plain) == std::string::npos) {
@@ -62,14 +133,14 @@ std::string Quoted(const std::string& path) {
 
 }  // namespace
 
-std::string LikelyCause(const Record& record) {
+Cause LikelyCause(const Record& record) {
     if (!record.refusedField.empty()) {
         return WhyRefused(record);
     }
     Cause cause = WrongRequest(record);
     const Evidence evidence(record);
     for (const auto& [errorNumber, rule] : RULES) {
-        if (cause.empty() && record.errorNumber == errorNumber) {
+        if (cause.word.empty() && record.errorNumber == errorNumber) {
             cause = rule(evidence);
         }
     }
@@ -87,10 +158,10 @@ std::string ToCheck(const Record& record) {
     if (isForOne || isForName) {
         command.append(" ").append(Quoted(record.src));
     }
-    if (!isForOne) {  // of MKDIR the parent alone: the path itself is not there
+    if (!isForOne) {  // only the parent for MKDIR, because its path does not exist
         command.append(" ").append(Quoted(evidence.srcParent));
     }
     return command.append(" (this record holds no inode flags)");
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

@@ -9,23 +9,25 @@
 
 #include "causes.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Reader {
 namespace {
 
 constexpr std::uint32_t PROTECTED = FS_IMMUTABLE_FL | FS_APPEND_FL;
 
 Cause Protected(const Evidence& e, const std::string& path, std::uint32_t flags) {
     if (e.HasFlag(path, flags & FS_IMMUTABLE_FL)) {
-        return e.Named(path) + " has the immutable flag";
+        return {"immutable", path, e.Named(path) + " has the immutable flag"};
     }
-    return e.HasFlag(path, flags & FS_APPEND_FL) ? e.Named(path) + " has the append-only flag" : "";
+    return e.HasFlag(path, flags & FS_APPEND_FL)
+               ? Cause{"append-only", path, e.Named(path) + " has the append-only flag"}
+               : Cause();
 }
 
 std::vector<std::string> PathsOf(const Evidence& e) {
     return {e.record.src, e.record.dst, e.srcParent, e.dstParent};
 }
 
-/// "; labels: /data/a LABEL, /data LABEL" of the objects that could be looked at; empty where none is known.
+/// "; labels: /data/a LABEL, /data LABEL" for the objects with a known label; empty if there are none.
 std::string Labels(const Evidence& e) {
     std::vector<std::pair<std::string, std::string_view>> labels;
     for (const std::string& path : PathsOf(e)) {
@@ -51,7 +53,7 @@ std::string Labels(const Evidence& e) {
 
 Cause Flagged(const Evidence& e) {
     const std::string& dst = e.record.dst;
-    // What each call needs to change: an append-only directory takes new names, but gives none away.
+    // The objects that each call changes. New names can be added to an append-only directory, but none removed.
     std::vector<std::pair<std::string, std::uint32_t>> needed;
     if (e.IsType("CHOWN")) {
         needed = {{e.record.src, PROTECTED}};
@@ -66,14 +68,14 @@ Cause Flagged(const Evidence& e) {
         needed = {{dst, PROTECTED}};
     }
     for (const auto& [path, flags] : needed) {
-        if (Cause cause = Protected(e, path, flags); !cause.empty()) {
+        if (Cause cause = Protected(e, path, flags); !cause.word.empty()) {
             return cause;
         }
     }
     return {};
 }
 
-/// In a sticky directory only the owner of it or of the object may take the object's name away.
+/// In a sticky directory only the owner of the directory or of the object may remove the object's name.
 Cause Sticky(const Evidence& e) {
     const ProcessSnapshot* const process = e.Process();
     if (!e.IsType("MOVE") || process == nullptr || !e.Lacks(CAP_FOWNER)) {
@@ -84,8 +86,9 @@ Cause Sticky(const Evidence& e) {
         const StatSnapshot* const above = e.Object(parent);
         if (object != nullptr && above != nullptr && (above->mode & S_ISVTX) != 0 && object->uid != process->euid &&
             above->uid != process->euid) {
-            return e.Named(parent) + " is sticky, and the daemon, with user " + std::to_string(process->euid) +
-                   ", neither owns it or " + path + " nor has cap_fowner";
+            return {"sticky", parent,
+                    e.Named(parent) + " is sticky; the daemon, user " + std::to_string(process->euid) +
+                        ", owns neither it nor " + path + " and does not have cap_fowner"};
         }
     }
     return {};
@@ -101,11 +104,12 @@ Cause MayNotChown(const Evidence& e) {
     if (isOwner && e.record.user == std::to_string(object->uid)) {
         return {};
     }
-    return "the daemon does not have cap_chown" + (isOwner ? "" : ", and does not own " + e.record.src);
+    return {"no-cap-chown", e.record.src,
+            "the daemon does not have cap_chown" + (isOwner ? "" : " and does not own " + e.record.src)};
 }
 
-/// fs.protected_regular: in a sticky directory that others may write to, the kernel lets nobody, not even root, open a
-/// file for writing that may have been planted there. Whether it is on, the record does not tell.
+/// With fs.protected_regular, not even root may open another user's file for writing in a sticky directory that others
+/// can write to. The record does not show whether it is enabled.
 Cause StickyFile(const Evidence& e) {
     const ProcessSnapshot* const process = e.Process();
     const StatSnapshot* const file = e.Object(e.record.dst);
@@ -113,15 +117,14 @@ Cause StickyFile(const Evidence& e) {
     const bool isSo = e.IsType("COPY") && e.Holds(CAP_DAC_OVERRIDE) && e.Is(e.record.dst, S_IFREG) &&
                       above != nullptr && (above->mode & S_ISVTX) != 0 && (above->mode & (S_IWOTH | S_IWGRP)) != 0 &&
                       file->uid != above->uid && file->uid != process->euid;
-    return isSo ? std::string("fs.protected_regular, or a security module: ")
-                      .append(e.Named(e.record.dst))
-                      .append(" is another user's file in a sticky directory")
-                      .append(Labels(e))
-                : "";
+    return isSo ? Cause{"protected-regular", e.record.dst,
+                        "fs.protected_regular, or a security module: " + e.Named(e.record.dst) +
+                            " is another user's file in a sticky directory" + Labels(e)}
+                : Cause();
 }
 
-/// Permission bits do not stop a process with CAP_DAC_OVERRIDE; fs.protected_symlinks stops root too, at a link that
-/// may have been planted.
+/// Permission bits do not stop a process with CAP_DAC_OVERRIDE, but fs.protected_symlinks does, at another user's link
+/// in a sticky directory.
 Cause Denied(const Evidence& e) {
     if (!e.Holds(CAP_DAC_OVERRIDE)) {
         return {};
@@ -130,9 +133,10 @@ Cause Denied(const Evidence& e) {
     const bool mayMeetLink = std::any_of(paths.begin(), paths.end(), [&](const std::string& path) {
         return e.Is(path, S_IFLNK) || e.ErrorOf(path) == EACCES;
     });
-    return (mayMeetLink ? std::string("denied by a security module, the file system's server, or fs.protected_symlinks")
-                        : std::string("denied by a security module, or by the file system's server"))
-        .append(Labels(e));
+    const std::string who = mayMeetLink
+                                ? "denied by a security module, the file system's server, or fs.protected_symlinks"
+                                : "denied by a security module, or by the file system's server";
+    return {"denied", e.record.src, who + Labels(e)};
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

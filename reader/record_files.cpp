@@ -6,21 +6,18 @@
 #include <iterator>
 #include <string_view>
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Reader {
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view SUFFIX = ".txt";
-
 /// Whether `name` is `stem`, "_", 14 digits, ".txt".
 bool IsRotatedName(std::string_view name, std::string_view stem) {
-    constexpr std::size_t digits = 14;
-    if (name.size() != stem.size() + 1 + digits + SUFFIX.size() || !name.starts_with(stem) ||
-        name[stem.size()] != '_' || !name.ends_with(SUFFIX)) {
+    if (name.size() != stem.size() + 1 + TIME_DIGITS + RECORD_FILE_SUFFIX.size() || !name.starts_with(stem) ||
+        name[stem.size()] != ROTATION_SEPARATOR || !name.ends_with(RECORD_FILE_SUFFIX)) {
         return false;
     }
-    return name.substr(stem.size() + 1, digits).find_first_not_of("0123456789") == std::string_view::npos;
+    return name.substr(stem.size() + 1, TIME_DIGITS).find_first_not_of("0123456789") == std::string_view::npos;
 }
 
 bool IsSameFile(const struct stat& st, const RecordInput& input) {
@@ -33,7 +30,7 @@ bool IsSameFile(const struct stat& st, const RecordInput& input) {
 std::vector<std::string> RotatedFiles(const std::string& path, int& err) {
     std::vector<std::string> files;
     const fs::path file(path);
-    if (file.extension() != SUFFIX) {
+    if (file.extension() != RECORD_FILE_SUFFIX) {
         return files;
     }
     std::error_code error;
@@ -74,20 +71,20 @@ void RecordSequence::End() {
     }
 }
 
-void RecordSequence::LookAgain() {
+void RecordSequence::Poll() {
     if (!sources.empty()) {
         Source& current = sources.back();
         struct stat st {};
         if (stat(wanted.path.c_str(), &st) == 0 && IsSameFile(st, *current.input)) {
-            current.input->LookAgain(result);
+            current.input->Poll(result);
             return;
         }
-        current.isFinal = true;  // it has another name now; what was written before that is still to be read
+        current.isFinal = true;  // it was renamed; its remaining records are still to be read
     }
     AddSources();
 }
 
-/// The file is opened before the rotated ones are listed: what is rotated in between is then read as the file.
+/// Opens the file before listing the rotated ones. If it is rotated in between, it is still read as the file.
 void RecordSequence::AddSources() {
     std::unique_ptr<RecordInput> current = TryOpen(wanted.path);
     if (wanted.includesRotated) {
@@ -98,17 +95,17 @@ void RecordSequence::AddSources() {
     }
 }
 
-/// @param current  the file itself, opened before; null when it is missing
+/// @param current  the file itself, already open; null if it is missing
 void RecordSequence::AddRotated(const RecordInput* current) {
     const RecordInput* former = sources.empty() ? nullptr : sources.back().input.get();
     int err = 0;
     for (const std::string& path : RotatedFiles(wanted.path, err)) {
         struct stat st {};
         if (stat(path.c_str(), &st) != 0) {
-            continue;  // replaced by another one of the same second
+            continue;  // replaced by one rotated in the same second
         }
         if (current != nullptr && IsSameFile(st, *current)) {
-            break;  // rotated since: it, and what came after it, is for the next look
+            break;  // rotated meanwhile: it and later files are left for the next poll
         }
         const bool isNew = seen.emplace(st.st_dev, st.st_ino, st.st_mtim.tv_sec, st.st_mtim.tv_nsec).second;
         if (isNew && (former == nullptr || !IsSameFile(st, *former))) {
@@ -116,22 +113,22 @@ void RecordSequence::AddRotated(const RecordInput* current) {
         }
     }
     if (err != 0) {
-        Tell(fs::path(wanted.path).parent_path().native(), err);
+        Report(fs::path(wanted.path).parent_path().native(), err);
     }
 }
 
 std::unique_ptr<RecordInput> RecordSequence::TryOpen(const std::string& path) {
     int err = 0;
     std::unique_ptr<RecordInput> input = RecordInput::Open(path, err);
-    const bool mayBeMissing = wanted.mayBeMissing || hasFiles;  // between its rotation and the next record it is
+    const bool mayBeMissing = wanted.mayBeMissing || hasFiles;  // it is missing between a rotation and the next record
     if (input == nullptr && (err != ENOENT || !mayBeMissing)) {
-        Tell(path, err);
+        Report(path, err);
     }
     hasFiles = hasFiles || input != nullptr;
     return input;
 }
 
-/// Whether there may be more at once.
+/// Whether more may be available without waiting.
 bool RecordSequence::ReadOn() {
     Source& front = sources.front();
     if (front.input == nullptr) {
@@ -144,7 +141,7 @@ bool RecordSequence::ReadOn() {
             return true;
         }
         if (progress == RecordInput::Progress::Failed) {
-            Tell(front.path, err);
+            Report(front.path, err);
         }
         if (!front.isFinal) {
             return false;
@@ -155,8 +152,8 @@ bool RecordSequence::ReadOn() {
     return true;
 }
 
-void RecordSequence::Tell(const std::string& path, int err) {
-    if (told.emplace(path, err).second) {
+void RecordSequence::Report(const std::string& path, int err) {
+    if (reported.emplace(path, err).second) {
         result.troubles.push_back({path, err, {}, {}});
     }
 }
@@ -189,9 +186,9 @@ void RecordStream::End() {
     }
 }
 
-void RecordStream::LookAgain() {
+void RecordStream::Poll() {
     for (RecordSequence& sequence : sequences) {
-        sequence.LookAgain();
+        sequence.Poll();
     }
 }
 
@@ -208,4 +205,4 @@ std::vector<ReadTrouble> RecordStream::TakeTroubles() {
     return troubles;
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

@@ -8,13 +8,13 @@
 #include <cerrno>
 #include <utility>
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Reader {
 namespace {
 
 constexpr std::size_t PIECE = std::size_t{256} * 1024;
 constexpr std::size_t EXCERPT = 40;
-/// A record is written at once: what is not whole after this many looks was cut by a full disk or a crash.
-constexpr int PATIENT_LOOKS = 2;
+/// The daemon writes a record with one call. If it is incomplete after this many polls, a full disk or a crash cut it.
+constexpr int PATIENT_POLLS = 2;
 
 }  // namespace
 
@@ -39,7 +39,7 @@ RecordInput::~RecordInput() {
 
 RecordInput::Progress RecordInput::ReadOn(ReadResult& result, int& err) {
     const std::size_t known = rest.size();
-    // Twice as much each time, so that bytes which stay undecided for long are not looked at again too often.
+    // Read twice as much each time, so that bytes which stay undecided for long are not parsed too often.
     rest.resize(known + std::max(PIECE, known));
     const ssize_t count = read(fd, rest.data() + known, rest.size() - known);
     const int readError = errno;
@@ -51,7 +51,7 @@ RecordInput::Progress RecordInput::ReadOn(ReadResult& result, int& err) {
     if (count == 0) {
         return Progress::AtEnd;
     }
-    quietLooks = 0;
+    quietPolls = 0;
     Parse(Input::Growing, result);
     return Progress::Read;
 }
@@ -62,7 +62,7 @@ void RecordInput::Finish(ReadResult& result) {
     rest.clear();
 }
 
-void RecordInput::LookAgain(ReadResult& result) {
+void RecordInput::Poll(ReadResult& result) {
     struct stat st {};
     if (fstat(fd, &st) != 0) {
         return;
@@ -71,8 +71,8 @@ void RecordInput::LookAgain(ReadResult& result) {
     if (std::cmp_less(st.st_size, known)) {
         Finish(result);
         offset = 0;
-        (void)lseek(fd, 0, SEEK_SET);  // what has a size can be sought in
-    } else if (std::cmp_equal(st.st_size, known) && ++quietLooks == PATIENT_LOOKS) {
+        (void)lseek(fd, 0, SEEK_SET);  // a file with a size is seekable
+    } else if (std::cmp_equal(st.st_size, known) && ++quietPolls == PATIENT_POLLS) {
         Finish(result);
     }
 }
@@ -90,7 +90,7 @@ void RecordInput::Parse(Input input, ReadResult& result) {
     offset += parsed.consumed;
 }
 
-/// Bytes that two pieces share are told once.
+/// A skipped range that continues in the next piece is reported once.
 void RecordInput::AddSkipped(const SkippedBytes& skipped, ReadResult& result) const {
     const std::size_t begin = offset + skipped.offset;
     if (!result.troubles.empty()) {
@@ -104,4 +104,4 @@ void RecordInput::AddSkipped(const SkippedBytes& skipped, ReadResult& result) co
         {file, 0, {begin, skipped.length}, rest.substr(skipped.offset, std::min(skipped.length, EXCERPT))});
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

@@ -1,5 +1,6 @@
-// One record file that is read piece by piece from its begin to its end, which may still move: a huge file takes no
-// more memory than a small one, and a record that is being written is waited for. Owns its descriptor. One thread.
+// One record file, read in pieces from its beginning to its end, which may still grow. A huge file needs no more memory
+// than a small one. A record that is being written is not returned before it is complete. Owns its descriptor; used by
+// one thread.
 #pragma once
 
 #include <cstddef>
@@ -10,17 +11,17 @@
 
 #include "record_parser.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Reader {
 
 inline constexpr const char* STANDARD_INPUT = "-";
 
-/// A record and the file that it stands in; the record's offset is the file's.
+/// A record and its file. The record's offset is its position in the file.
 struct LocatedRecord {
     std::string file;
     Record record;
 };
 
-/// What could not be read: a file, when there is an error number, else bytes that are no record.
+/// Something that could not be read: a file, if there is an error number; otherwise bytes that belong to no record.
 struct ReadTrouble {
     std::string file;
     int errorNumber = 0;
@@ -28,7 +29,7 @@ struct ReadTrouble {
     std::string excerpt;  ///< the first of the skipped bytes
 };
 
-/// What reading adds to.
+/// What the read methods add their results to.
 struct ReadResult {
     std::deque<LocatedRecord> records;
     std::vector<ReadTrouble> troubles;
@@ -36,7 +37,8 @@ struct ReadResult {
 
 class RecordInput {
 public:
-    /// STANDARD_INPUT or a path. Null with `err` set when it cannot be opened; a directory cannot.
+    /// @param path  STANDARD_INPUT or a file; a directory is an error
+    /// @return null, with `err` set, if it cannot be opened
     [[nodiscard]] static std::unique_ptr<RecordInput> Open(const std::string& path, int& err);
     ~RecordInput();
     RecordInput(const RecordInput&) = delete;
@@ -44,16 +46,16 @@ public:
 
     enum class Progress { Read, AtEnd, Failed };
 
-    /// Reads the next piece and adds what it holds. A record that is not whole stays for the next piece.
-    /// @param err  set when reading failed
+    /// Reads the next piece and adds its records. An incomplete record is kept for the next piece.
+    /// @param err  set if reading failed
     Progress ReadOn(ReadResult& result, int& err);
 
-    /// Adds what stayed: nothing more will come.
+    /// Adds what was kept. Call it when the file will not grow any more.
     void Finish(ReadResult& result);
 
-    /// For a file that is being written, after its end was reached: finishes what stayed without anything following
-    /// for a few looks, and begins anew when the file was cut.
-    void LookAgain(ReadResult& result);
+    /// For a file that is being written, after its end was reached: adds what was kept if nothing followed it for a
+    /// few calls, and starts again if the file was truncated.
+    void Poll(ReadResult& result);
 
     [[nodiscard]] int Fd() const { return fd; }
 
@@ -64,9 +66,9 @@ private:
 
     std::string file;
     int fd;
-    std::string rest;        ///< read, and not yet told to be records or none
-    std::size_t offset = 0;  ///< of `rest` in the file
-    int quietLooks = 0;      ///< looks since something was read
+    std::string rest;        ///< bytes that were read but not yet consumed by the parser
+    std::size_t offset = 0;  ///< position of `rest` in the file
+    int quietPolls = 0;      ///< polls since something was read
 };
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

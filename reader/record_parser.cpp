@@ -8,12 +8,12 @@
 #include "record_reader.h"
 #include "snapshot_text.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Reader {
 namespace {
 
-/// How many starts within a record, or behind it, are tried.
+/// How many possible starts inside a record or after it are tried.
 constexpr int MOST_STARTS = 8;
-/// Bytes at the end of a growing file that may be the first of a start.
+/// The last bytes of a growing file that may be the first part of a start.
 constexpr std::size_t LONGEST_START = 128;
 
 void AddSkipped(std::size_t from, std::size_t to, ParsedRecords& parsed) {
@@ -53,40 +53,44 @@ Record RecordOf(Reading reading) {
     return record;
 }
 
-/// Reads bytes without a NUL: no path and no value holds one.
+/// Reads a run of bytes without a NUL; no path and no value contains one.
 class SegmentReader {
 public:
-    /// @param offset  of the bytes in what is parsed
+    /// @param offset  position of the bytes in the parsed input
     SegmentReader(std::string_view bytes, std::size_t offset, bool isGrowing, ParsedRecords& result)
-        : text{bytes, Landmarks(bytes), isGrowing}, reader(text), begin(offset), parsed(result) {}
+        : text{bytes, Landmarks(bytes), WorkBudget(bytes.size()), isGrowing},
+          reader(text),
+          begin(offset),
+          parsed(result) {}
 
-    /// Adds what there is. @return how many of the bytes are done with
+    /// Adds all records and skipped bytes to the result. @return the number of bytes consumed
     std::size_t Run();
 
 private:
     bool LosesToOneInside(Reading& reading);
     bool MayBecomeWhole(const RecordStart& start);
-    std::size_t BehindNewlines(std::size_t position) const;
+    std::size_t AfterNewlines(std::size_t position) const;
     void Skip(std::size_t from, std::size_t to);
 
-    RecordText text;
+    ParsedText text;
     RecordReader reader;
     std::size_t begin;
     ParsedRecords& parsed;
-    const RecordStart* doubtful = nullptr;  ///< the next record begins here, or an earlier one goes on
+    const RecordStart* doubtful = nullptr;  ///< either the next record begins here or an earlier one goes on
 };
 
 std::size_t SegmentReader::Run() {
-    std::size_t done = BehindNewlines(0);
+    std::size_t done = AfterNewlines(0);
     std::size_t paid = 0;
     const RecordStart* start = text.landmarks.StartFrom(done);
     while (start != nullptr) {
-        reader.Earn(start->position - paid);
+        text.budget.Earn(start->position - paid);
         paid = start->position;
         std::optional<Reading> reading = reader.Read(*start, /*looksInside=*/true);
         const bool isWhole = reading && reading->snapshots.isWhole;
         if (text.isGrowing && !isWhole && MayBecomeWhole(*start)) {
             Skip(done, start->position);
+            parsed.work += text.budget.Spent();
             return start->position;
         }
         if (!reading || LosesToOneInside(*reading)) {
@@ -96,7 +100,7 @@ std::size_t SegmentReader::Run() {
         Skip(done, start->position);
         reading->line.isInDoubt |= start == doubtful;
         doubtful = reading->snapshots.stoppedAt;
-        done = BehindNewlines(reading->snapshots.end);
+        done = AfterNewlines(reading->snapshots.end);
         parsed.records.push_back(RecordOf(std::move(*reading)));
         parsed.records.back().offset = begin + start->position;
         start = text.landmarks.StartFrom(done);
@@ -104,11 +108,12 @@ std::size_t SegmentReader::Run() {
     const std::size_t size = text.bytes.size();
     const std::size_t end = text.isGrowing ? std::max(done, size - std::min(size, LONGEST_START)) : size;
     Skip(done, end);
+    parsed.work += text.budget.Spent();
     return end;
 }
 
-/// Where a line that nothing proves holds the start of another record, either a path of it holds such a text, or it
-/// was cut there and the other one is real. A text that looks like a whole record would have a ";" before it.
+/// If an unproven line contains the start of another record, either one of its paths contains that text, or the line
+/// was cut there and the inner record is real. In a path, a text that looks like a whole record follows a ";".
 bool SegmentReader::LosesToOneInside(Reading& reading) {
     if (reading.proof == Proof::Snapshots) {
         return false;
@@ -131,7 +136,7 @@ bool SegmentReader::LosesToOneInside(Reading& reading) {
     return false;
 }
 
-/// Whether the bytes that follow could complete the record, rather than show that it was cut.
+/// Whether later bytes could complete the record. False if the bytes at hand show that it was cut.
 bool SegmentReader::MayBecomeWhole(const RecordStart& start) {
     const RecordStart* next = text.landmarks.Next(start);
     for (int starts = 0; next != nullptr; next = text.landmarks.Next(*next)) {
@@ -142,7 +147,7 @@ bool SegmentReader::MayBecomeWhole(const RecordStart& start) {
     return true;
 }
 
-std::size_t SegmentReader::BehindNewlines(std::size_t position) const {
+std::size_t SegmentReader::AfterNewlines(std::size_t position) const {
     Cursor cursor(text.bytes, position);
     cursor.SkipNewlines();
     return cursor.Position();
@@ -171,4 +176,4 @@ ParsedRecords ParseRecords(std::string_view bytes, Input input) {
     return parsed;
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

@@ -1,6 +1,6 @@
-// Reads records from the bytes of a record file. The format escapes nothing, so a record is read from its fixed keys
-// outwards and checked against the snapshots that its type has. Damaged, cut and interleaved bytes are skipped and
-// told, never fatal. Stateless; any thread.
+// Reads records from the bytes of a record file. The format escapes nothing, so the parser starts at the fixed keys and
+// checks each reading against the snapshots that its record type has. Damaged, cut or interleaved bytes are skipped and
+// reported; they never stop the parser. Functions without state; any thread may call them.
 #pragma once
 
 #include <string_view>
@@ -8,24 +8,25 @@
 
 #include "record.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Reader {
 
-/// Bytes that are no record.
+/// Bytes that belong to no record.
 struct SkippedBytes {
     std::size_t offset = 0;
     std::size_t length = 0;
 };
 
 struct ParsedRecords {
-    std::vector<Record> records;        ///< in the order of the bytes
-    std::vector<SkippedBytes> skipped;  ///< likewise; neighbours are joined
-    std::size_t consumed = 0;           ///< bytes that need not be looked at again
+    std::vector<Record> records;        ///< in file order
+    std::vector<SkippedBytes> skipped;  ///< in file order; adjacent ranges are joined
+    std::size_t consumed = 0;           ///< bytes that the caller need not pass again
+    std::size_t work = 0;               ///< bytes examined for readings that were tried, successful or not
 };
 
-/// Whether more bytes may follow those at hand: then what may still become a record, or a longer one, is left
-/// unconsumed. Nothing but the process snapshot and what follows it tells that a record does not go on.
+/// Whether more bytes may follow. If so, bytes at the end that may still become a record, or a longer one, are left
+/// unconsumed: only a process snapshot, or the start of the next record, proves that a record is complete.
 enum class Input { Whole, Growing };
 
 ParsedRecords ParseRecords(std::string_view bytes, Input input);
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

@@ -7,10 +7,10 @@
 #include "cursor.h"
 #include "record_types.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Reader {
 namespace {
 
-/// How many ends of a line are tried, and how many where only the question is whether a record begins there.
+/// How many possible ends of a line are tried: for a record, and for the mere question whether one begins there.
 constexpr int MOST_LINES = 32;
 constexpr int MOST_LINES_INSIDE = 4;
 constexpr std::size_t PER_LINE = 16;
@@ -28,7 +28,7 @@ Proof ProofOf(const Reading& reading, const RecordType& type) {
         return Proof::LineAlone;
     }
     const auto isStat = [](const Snapshot& snapshot) { return std::holds_alternative<StatSnapshot>(snapshot); };
-    // Where there are two paths, the second tells where the line ends.
+    // With two paths, only a repeated second path proves where the line ends.
     const bool isProven = reading.line.dst.empty() ? std::any_of(snapshots.begin(), snapshots.end(), isStat)
                                                    : Repeats(snapshots, reading.line.dst);
     return isProven ? Proof::Snapshots : Proof::Missing;
@@ -36,7 +36,7 @@ Proof ProofOf(const Reading& reading, const RecordType& type) {
 
 }  // namespace
 
-/// The first end of the line that the snapshots, or what else follows, agree with is the right one.
+/// Takes the first end of the line that the snapshots, or the bytes after it, confirm.
 std::optional<Reading> RecordReader::Read(const RecordStart& start, bool looksInside) {
     if (!start.refusedField.empty()) {
         return ReadRefused(start);
@@ -50,18 +50,19 @@ std::optional<Reading> RecordReader::Read(const RecordStart& start, bool looksIn
     int lines = looksInside ? MOST_LINES : MOST_LINES_INSIDE;
     const std::vector<std::size_t>& times = text.landmarks.Times();
     for (auto at = std::lower_bound(times.begin(), times.end(), start.bodyBegin);
-         at != times.end() && lines > 0 && credit.Spend(PER_LINE); ++at) {
-        // A later end can only be better where something fits behind it.
+         at != times.end() && lines > 0 && text.budget.Spend(PER_LINE); ++at) {
+        // A later end is better only if something valid follows it.
         if (best && !IsFollowedWell(*at + Landmarks::TIMES_LENGTH, type)) {
             continue;
         }
-        const auto line = ReadInformationLine(text.bytes, start, type.line, *at, credit);
+        const auto line = ReadInformationLine(text.bytes, start, type.line, *at, text.budget);
         if (!line) {
             continue;
         }
         --lines;
-        Reading reading{&start, *line, SnapshotMatcher(text, type, *line, credit, isRecord).Match()};
+        Reading reading{&start, *line, SnapshotMatcher(text, type, *line, isRecord).Match()};
         reading.proof = ProofOf(reading, type);
+        reading.line.isInDoubt |= best && reading.proof != Proof::Snapshots;
         if (!best || IsBetter(reading, *best, type)) {
             best = std::move(reading);
         }
@@ -77,7 +78,7 @@ Reading RecordReader::ReadRefused(const RecordStart& start) const {
     reading.start = &start;
     reading.proof = Proof::LineAlone;
     const std::size_t timesAt = start.bodyBegin + start.refusedValue.size();
-    reading.line.times = text.bytes.substr(timesAt + Landmarks::TIMES_KEY.size(), Landmarks::TIMES_DIGITS);
+    reading.line.times = text.bytes.substr(timesAt + RecordKey::TIMES.size(), TIME_DIGITS);
     reading.line.end = timesAt + Landmarks::TIMES_LENGTH;
     reading.snapshots.end = reading.line.end;
     reading.snapshots.isWhole = true;
@@ -87,15 +88,14 @@ Reading RecordReader::ReadRefused(const RecordStart& start) const {
     return reading;
 }
 
-/// Whether a later end of the line is to be preferred: where it is proven, or where the first one leaves bytes over
-/// that would be no record.
-bool RecordReader::IsBetter(Reading& reading, const Reading& best, const RecordType& type) const {
+/// Whether a reading with a later end of the line is preferable: it is proven, or the bytes after the earlier end would
+/// be no record.
+bool RecordReader::IsBetter(const Reading& reading, const Reading& best, const RecordType& type) const {
     if (reading.proof == Proof::Snapshots) {
         return true;
     }
     const RecordStart* const between = text.landmarks.StartFrom(best.line.end);
     const bool isOneLine = between == nullptr || between->position >= reading.line.end;
-    reading.line.isInDoubt = true;
     return isOneLine && !IsFollowedWell(best.line.end, type);
 }
 
@@ -103,7 +103,7 @@ bool RecordReader::IsFollowedWell(std::size_t lineEnd, const RecordType& type) c
     Cursor next(text.bytes, lineEnd);
     next.SkipNewlines();
     return next.Position() == text.bytes.size() || text.landmarks.IsStart(next.Position()) ||
-           (!type.snapshots.empty() && (next.IsAt("lstat ") || next.IsAt("ret=")));
+           (!type.snapshots.empty() && (next.IsAt(RecordKey::STAT) || next.IsAt(RecordKey::LABEL_RESULT)));
 }
 
 bool RecordReader::IsRecord(const RecordStart& start) {
@@ -121,4 +121,4 @@ bool RecordReader::IsGlued(const RecordStart& start) const {
     return last == std::string_view::npos || text.bytes[last] != ';';
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

@@ -1,5 +1,5 @@
-// Reads what begins at one start, as the type of record there has it: the line, the snapshots behind it, and how much
-// speaks for that reading. Used by one thread; refers to the text.
+// Reads the record at one start: its line, the snapshots after it, and how well the reading is proven. Used by one
+// thread; refers to the text.
 #pragma once
 
 #include <cstddef>
@@ -7,21 +7,20 @@
 #include <optional>
 #include <unordered_map>
 
-#include "credit.h"
 #include "information_line.h"
-#include "landmarks.h"
+#include "parsed_text.h"
 #include "snapshot_matcher.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Reader {
 
-/// What speaks for a reading.
+/// How well a reading is proven.
 enum class Proof : std::uint8_t {
-    Missing,    ///< there should be snapshots of its paths, and there are none
+    Missing,    ///< its type has snapshots, but none of them repeats its path
     LineAlone,  ///< its type has no snapshots
-    Snapshots,  ///< they repeat its paths
+    Snapshots,  ///< a snapshot repeats its path
 };
 
-/// One way to read the bytes from a start on.
+/// One way to read the bytes that begin at a start.
 struct Reading {
     const RecordStart* start = nullptr;
     InformationLine line;
@@ -31,30 +30,26 @@ struct Reading {
 
 class RecordReader {
 public:
-    explicit RecordReader(const RecordText& recordText) : text(recordText), credit(recordText.bytes.size()) {}
+    explicit RecordReader(ParsedText& parsedText) : text(parsedText) {}
 
-    /// The likeliest reading; none where there is no whole line.
-    /// @param looksInside  whether a value ends where a whole record begins
+    /// The most likely reading; nothing if no whole line begins there.
+    /// @param looksInside  whether a value ends where another whole record begins
     std::optional<Reading> Read(const RecordStart& start, bool looksInside);
 
-    /// Whether a record begins there, rather than a text like one that stands in a value: a whole one with another or
-    /// nothing behind it, or one that its snapshots prove and that begins where another was cut.
+    /// Whether a real record begins there, and not just text in a value that looks like one. A real record is whole
+    /// and followed by another one or by nothing; or its snapshots prove it and it begins where another one was cut.
     bool IsRecord(const RecordStart& start);
 
-    /// Whether what stands before the start does not end with a ";", as a record does.
+    /// Whether the text before the start lacks the ";" that ends a record.
     [[nodiscard]] bool IsGlued(const RecordStart& start) const;
-
-    /// So many more bytes are done with.
-    void Earn(std::size_t bytes) { credit.Earn(bytes); }
 
 private:
     [[nodiscard]] Reading ReadRefused(const RecordStart& start) const;
-    bool IsBetter(Reading& reading, const Reading& best, const RecordType& type) const;
+    [[nodiscard]] bool IsBetter(const Reading& reading, const Reading& best, const RecordType& type) const;
     [[nodiscard]] bool IsFollowedWell(std::size_t lineEnd, const RecordType& type) const;
 
-    const RecordText& text;
-    Credit credit;
-    std::unordered_map<std::size_t, bool> isRecordAt;  ///< answers, by position
+    ParsedText& text;
+    std::unordered_map<std::size_t, bool> isRecordAt;  ///< cached answers, by position
 };
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

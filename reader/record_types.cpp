@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <iterator>
 
-namespace TAVO::FileMigrateOrvane {
+#include "record_format.h"
+
+namespace TAVO::FileMigrateOrvane::Reader {
 namespace {
 
 using enum SnapshotKind;
@@ -23,7 +25,7 @@ constexpr SnapshotStep MOVED[] = {{Stat, Src},       {Attributes, Src},       {F
                                   {Process}};
 constexpr SnapshotStep LABELLED[] = {
     {LabelResult}, {Stat, Src}, {Attributes, Src}, {Stat, SrcParent}, {Attributes, SrcParent}};
-// The longest of them, with what it lacks.
+// For types that this reader does not know: every snapshot of a record, in the usual order.
 constexpr SnapshotStep ANY[] = {{LabelResult},      {Stat, Src},       {Attributes, Src},
                                 {Flags, Src},       {Stat, Dst},       {Attributes, Dst},
                                 {Flags, Dst},       {Stat, SrcParent}, {Attributes, SrcParent},
@@ -44,61 +46,66 @@ constexpr LineShape REQUEST{.user = TEXT, .group = TEXT, .perm = TEXT, .recurseO
 constexpr LineShape ANY_FIELDS{.hasDst = true, .user = TEXT, .group = TEXT, .perm = TEXT, .recurseOpt = TEXT};
 
 constexpr RecordType TYPES[] = {
-    {"COPY", "copy", PATHS, COPIED},
-    {"MOVE", "rename", PATHS, MOVED},
-    {"CHOWN", "change owner", OWNER, ALL_OF_SRC},
-    {"CHMOD", "change mode", MODE, STAT_OF_SRC},
-    {"MKDIR", "create directory", MODE, STAT_OF_PARENT},
-    {"RESTORECON_FROMPARENT", "label by parent's rules", PATH, LABELLED},
-    {"RESTORECON_NORECURSE", "label", PATH, STAT_OF_SRC},
-    {"RESTORECONRECURSEPARALLEL", "label tree", PATH, STAT_OF_SRC},
-    {"Unlink", "remove file", PATH, STAT_OF_SRC},
-    {"RMDIR", "remove directory", PATH, STAT_OF_SRC},
-    {"REMOVE", "remove tree", PATH, STAT_OF_SRC},
-    {"OPEN_TRYREMOVE", "remove: open directory", PATH, STAT_OF_SRC},
-    {"OPEN_TRYCOPY", "copy: open directory", PATH, STAT_OF_SRC},
-    {"OPEN_MIGRATESUB", "migrate: open directory", PATH, STAT_OF_SRC},
-    {"OPEN_COPYCOMBRECURSE", "copy-comb: open directory", PATH, STAT_OF_SRC},
-    {"OPEN_ADDBLKSRECURSE", "measure: open directory", PATH, STAT_OF_SRC},
-    {"OPEN_RECMAXSIZERECURSE", "largest: open directory", PATH, STAT_OF_SRC},
-    {"LISTDIR_OPEN", "list: open directory", PATH, STAT_OF_SRC},
-    {"ISEXIST", "ask whether it exists", PATH, STAT_OF_SRC},
-    {"OPEN_CHMOWNERECURSE", "chown: open directory", PATH, {}},
-    {"OPEN_CHMODERECURSE", "chmod: open directory", PATH, {}},
-    {"ISDIR", "ask whether it is a directory", PATH, {}},
-    {"GETUIDGID", "look up its owner", PATH, {}},
-    {"ADDBLKS_LSTAT", "add up its space", PATH, {}},
-    {"MAXSIZE_LSTAT", "look up its size", PATH, {}},
-    {"GET_EXISTED_PATH", "find existing path", PATH, {}},
-    {"INVALID_RECURSEOPT_MKDIR", "mkdir: recursion option", OPTION, {}},
-    {"INVALID_RECURSEOPT_PREPAREDIR", "prepare-dir: recursion option", OPTION, {}},
-    {"INVALID_RECURSEOPT_CHOWN", "chown: recursion option", OPTION, {}},
-    {"INVALID_RECURSEOPT_CHMOD", "chmod: recursion option", OPTION, {}},
-    {"INVALID_RECURSEOPT_RESTORECON", "label: recursion option", OPTION, {}},
-    {"TRANSFORM_MODE", "read the mode", MODE_TEXT, {}},
-    {"PARA_EMPTY", "read user, group, mode", REQUEST, {}},
-    {"UID_GETPWNAM", "find the user", USER_TEXT, {}},
-    {"UID_STRTOUL", "read the user number", USER_TEXT, {}},
-    {"UID_IS_NULL", "read the user", USER_TEXT, {}},
-    {"GID_GETGRNAM", "find the group", GROUP_TEXT, {}},
-    {"GID_STRTOUL", "read the group number", GROUP_TEXT, {}},
-    {"GID_IS_NULL", "read the group", GROUP_TEXT, {}},
-    // Refused requests: their short line has one field, of its own.
-    {"RECVBUFSIZE", "refused request: size", {}, {}},
-    {"INVALID_STR", "refused request: text", {}, {}},
-    {"INVALID_CMD", "refused request: command", {}, {}},
-    {"INVALID_MODE", "refused request: mode", {}, {}},
-    {"INVALID_RECURSEOPT", "refused request: recursion option", {}, {}},
+    {RecordTypeName("COPY"), "copy", PATHS, COPIED},
+    {RecordTypeName("MOVE"), "rename", PATHS, MOVED},
+    {RecordTypeName("CHOWN"), "change owner", OWNER, ALL_OF_SRC},
+    {RecordTypeName("CHMOD"), "change mode", MODE, STAT_OF_SRC},
+    {RecordTypeName("MKDIR"), "create directory", MODE, STAT_OF_PARENT},
+    {RecordTypeName("RESTORECON_FROMPARENT"), "label by parent's rules", PATH, LABELLED},
+    {RecordTypeName("RESTORECON_NORECURSE"), "label", PATH, STAT_OF_SRC},
+    {RecordTypeName("RESTORECONRECURSEPARALLEL"), "label tree", PATH, STAT_OF_SRC},
+    {RecordTypeName("Unlink"), "remove file", PATH, STAT_OF_SRC},
+    {RecordTypeName("RMDIR"), "remove directory", PATH, STAT_OF_SRC},
+    {RecordTypeName("REMOVE"), "remove tree", PATH, STAT_OF_SRC},
+    {RecordTypeName("OPEN_TRYREMOVE"), "remove: open directory", PATH, STAT_OF_SRC},
+    {RecordTypeName("OPEN_TRYCOPY"), "copy: open directory", PATH, STAT_OF_SRC},
+    {RecordTypeName("OPEN_MIGRATESUB"), "migrate: open directory", PATH, STAT_OF_SRC},
+    {RecordTypeName("OPEN_COPYCOMBRECURSE"), "copy-comb: open directory", PATH, STAT_OF_SRC},
+    {RecordTypeName("OPEN_ADDBLKSRECURSE"), "measure: open directory", PATH, STAT_OF_SRC},
+    {RecordTypeName("OPEN_RECMAXSIZERECURSE"), "largest: open directory", PATH, STAT_OF_SRC},
+    {RecordTypeName("LISTDIR_OPEN"), "list: open directory", PATH, STAT_OF_SRC},
+    {RecordTypeName("ISEXIST"), "ask whether it exists", PATH, STAT_OF_SRC},
+    {RecordTypeName("OPEN_CHMOWNERECURSE"), "chown: open directory", PATH, {}},
+    {RecordTypeName("OPEN_CHMODERECURSE"), "chmod: open directory", PATH, {}},
+    {RecordTypeName("ISDIR"), "ask whether it is a directory", PATH, {}},
+    {RecordTypeName("GETUIDGID"), "look up its owner", PATH, {}},
+    {RecordTypeName("ADDBLKS_LSTAT"), "add up its space", PATH, {}},
+    {RecordTypeName("MAXSIZE_LSTAT"), "look up its size", PATH, {}},
+    {RecordTypeName("GET_EXISTED_PATH"), "find existing path", PATH, {}},
+    {RecordTypeName("INVALID_RECURSEOPT_MKDIR"), "mkdir: recursion option", OPTION, {}},
+    {RecordTypeName("INVALID_RECURSEOPT_PREPAREDIR"), "prepare-dir: recursion option", OPTION, {}},
+    {RecordTypeName("INVALID_RECURSEOPT_CHOWN"), "chown: recursion option", OPTION, {}},
+    {RecordTypeName("INVALID_RECURSEOPT_CHMOD"), "chmod: recursion option", OPTION, {}},
+    {RecordTypeName("INVALID_RECURSEOPT_RESTORECON"), "label: recursion option", OPTION, {}},
+    {RecordTypeName("TRANSFORM_MODE"), "read the mode", MODE_TEXT, {}},
+    {RecordTypeName("PARA_EMPTY"), "read user, group, mode", REQUEST, {}},
+    {RecordTypeName("UID_GETPWNAM"), "find the user", USER_TEXT, {}},
+    {RecordTypeName("UID_STRTOUL"), "read the user number", USER_TEXT, {}},
+    {RecordTypeName("UID_IS_NULL"), "read the user", USER_TEXT, {}},
+    {RecordTypeName("GID_GETGRNAM"), "find the group", GROUP_TEXT, {}},
+    {RecordTypeName("GID_STRTOUL"), "read the group number", GROUP_TEXT, {}},
+    {RecordTypeName("GID_IS_NULL"), "read the group", GROUP_TEXT, {}},
+    // Refused requests: their short line has a single field.
+    {RecordTypeName("RECVBUFSIZE"), "refused request: size", {}, {}},
+    {RecordTypeName("INVALID_STR"), "refused request: text", {}, {}},
+    {RecordTypeName("INVALID_CMD"), "refused request: command", {}, {}},
+    {RecordTypeName("INVALID_MODE"), "refused request: mode", {}, {}},
+    {RecordTypeName("INVALID_RECURSEOPT"), "refused request: recursion option", {}, {}},
 };
 
 constexpr RecordType UNKNOWN{"", "", ANY_FIELDS, ANY};
 
+constexpr const RecordType& Find(std::string_view name) {
+    const auto* const type = std::ranges::find(TYPES, name, &RecordType::name);
+    return type != std::end(TYPES) ? *type : UNKNOWN;
+}
+static_assert(std::ranges::all_of(RECORD_TYPES, [](std::string_view name) { return Find(name).name == name; }),
+              "a type that the daemon can write has no row");
+
 }  // namespace
 
 const RecordType& TypeOf(std::string_view name) {
-    const auto* const type = std::find_if(std::begin(TYPES), std::end(TYPES),
-                                          [&](const RecordType& candidate) { return candidate.name == name; });
-    return type != std::end(TYPES) ? *type : UNKNOWN;
+    return Find(name);
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

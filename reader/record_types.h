@@ -1,17 +1,17 @@
-// What each type of record looks like: which fields of its line are filled, which snapshots follow and in which
-// order, and what failed in words. Constant data; any thread.
+// The layout of each record type: which fields of its line are filled, which snapshots follow and in which order, and
+// the failed operation in words. Constant data; any thread may read it.
 #pragma once
 
 #include <cstdint>
 #include <span>
 #include <string_view>
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Reader {
 
-/// What a field can hold: nothing, decimal or octal digits, or any text of at most MAX_TEXT bytes.
+/// What a field may contain: nothing, decimal or octal digits, or any text of at most MAX_TEXT bytes.
 enum class FieldShape : std::uint8_t { Empty, Number, Text };
 
-/// The fields of an information line; a path can be any text.
+/// The fields of an information line. A path may be any text.
 struct LineShape {
     bool hasSrc = true;
     bool hasDst = false;
@@ -21,12 +21,12 @@ struct LineShape {
     FieldShape recurseOpt = FieldShape::Empty;
 };
 
-/// The longest user or group text that a request can hold; its mode text is shorter.
+/// The longest user or group text of a request, in bytes; the mode text is shorter.
 inline constexpr std::size_t MAX_TEXT = 35;
 
 enum class SnapshotKind : std::uint8_t { LabelResult, Stat, Attributes, Flags, Process };
 
-/// Whose snapshot it is.
+/// The object that a snapshot describes.
 enum class PathRole : std::uint8_t { Src, Dst, SrcParent, DstParent };
 
 struct SnapshotStep {
@@ -36,12 +36,12 @@ struct SnapshotStep {
 
 struct RecordType {
     std::string_view name;
-    std::string_view words;  ///< what failed
+    std::string_view words;  ///< the failed operation
     LineShape line;
     std::span<const SnapshotStep> snapshots;
 };
 
-/// The type of that name; for a name that is none, a type without a name whose fields and snapshots can all be there.
+/// The type of that name. For an unknown name: a type with an empty name, any fields and any snapshots.
 const RecordType& TypeOf(std::string_view name);
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

@@ -1,7 +1,5 @@
 #include "snapshot_matcher.h"
 
-#include <libgen.h>
-
 #include <algorithm>
 #include <climits>
 #include <iterator>
@@ -10,51 +8,43 @@
 #include "cursor.h"
 #include "snapshot_text.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Reader {
 namespace {
 
 constexpr std::size_t PER_TRY = 32;
-/// The text of a label holds no ";": what follows one is never more of it.
+/// A label contains no ";", so its value ends at the first one.
 constexpr std::string_view LABEL_KEY = "security.selinux";
 
-std::size_t BehindNewlines(std::string_view bytes, std::size_t position) {
+std::size_t AfterNewlines(std::string_view bytes, std::size_t position) {
     Cursor cursor(bytes, position);
     cursor.SkipNewlines();
     return cursor.Position();
 }
 
-/// Whether what could be a resolved path is rather the end of a value with more fragments behind it.
+/// Whether a supposed resolved path is in fact the end of an attribute value followed by more snapshots.
 bool IsEndOfValue(std::string_view resolved, const std::string& given) {
     return resolved.ends_with(";" + given) || resolved.find(";llistxattr " + given + ":key=") != std::string_view::npos;
 }
 
-std::string ParentOf(std::string_view path) {
-    std::string copy(path);
-    return dirname(copy.data());  // NOLINT(concurrency-mt-unsafe): the copy is private
-}
-
 }  // namespace
 
-SnapshotMatcher::SnapshotMatcher(const RecordText& recordText, const RecordType& recordType,
-                                 const InformationLine& informationLine, Credit& sharedCredit,
+SnapshotMatcher::SnapshotMatcher(ParsedText& parsedText, const RecordType& recordType,
+                                 const InformationLine& informationLine,
                                  std::function<bool(const RecordStart&)> isRecordAt)
-    : text(recordText),
-      type(recordType),
-      line(informationLine),
-      credit(sharedCredit),
-      isRecord(std::move(isRecordAt)) {}
+    : text(parsedText), type(recordType), line(informationLine), isRecord(std::move(isRecordAt)) {}
 
 SnapshotMatcher::Result SnapshotMatcher::Match() {
     best.end = line.end;
-    if (credit.Spend(line.src.size() + line.dst.size()) && !MatchFrom(0, line.end)) {
+    if (text.budget.Spend(line.src.size() + line.dst.size()) && !MatchFrom(0, line.end)) {
         best.stoppedAt = stoppedAt;
     }
     return std::move(best);
 }
 
 bool SnapshotMatcher::MatchFrom(std::size_t step, std::size_t position) {
-    if (!credit.Spend(PER_TRY)) {
-        return Fail(position);
+    if (!text.budget.Spend(PER_TRY)) {
+        KeepIfLongest(position);
+        return false;
     }
     return step == type.snapshots.size() ? Finish(position) : MatchStep(step, position);
 }
@@ -81,39 +71,38 @@ bool SnapshotMatcher::MatchStep(std::size_t step, std::size_t position) {
 template <class Kind, class Take>
 bool SnapshotMatcher::MatchPlain(std::size_t step, std::size_t position, Take take) {
     Kind snapshot;
-    Cursor cursor(text.bytes, BehindNewlines(text.bytes, position));
-    return take(cursor, snapshot) ? Continue(step, cursor.Position(), std::move(snapshot))
-                                  : FailOrPassOver(step, position);
+    Cursor cursor(text.bytes, AfterNewlines(text.bytes, position));
+    return take(cursor, snapshot) ? Continue(step, cursor.Position(), std::move(snapshot)) : SkipStep(step, position);
 }
 
-/// Any number of them: of none a value could be read.
+/// Reads any number of attributes. If no value could be read, there are none.
 bool SnapshotMatcher::MatchAttributes(std::size_t step, std::size_t position) {
     AttributeSnapshot failure;
     failure.path = Path(type.snapshots[step].path);
-    Cursor cursor(text.bytes, BehindNewlines(text.bytes, position));
+    Cursor cursor(text.bytes, AfterNewlines(text.bytes, position));
     if (TakeAttributeFailure(cursor, failure.path, failure)) {
         return Continue(step, cursor.Position(), std::move(failure));
     }
-    Cursor head(text.bytes, BehindNewlines(text.bytes, position));
+    Cursor head(text.bytes, AfterNewlines(text.bytes, position));
     if (!TakeAttributeHead(head, failure.path)) {
         return MatchFrom(step + 1, position);
     }
     const auto before = static_cast<std::ptrdiff_t>(current.size());
-    Behind behind = Behind::Another;
-    while (behind == Behind::Another) {
-        behind = MatchAttribute(step, position);
+    Follower follower = Follower::Attribute;
+    while (follower == Follower::Attribute) {
+        follower = MatchAttribute(step, position);
     }
     current.erase(current.begin() + before, current.end());
-    return behind == Behind::TheRest;
+    return follower == Follower::Rest;
 }
 
-/// The attribute whose fragment begins at `position` ends at the first ";" that another one of the same path or the
-/// whole rest of the record follows. In the first case it is added to `current`, and the position is behind it.
-SnapshotMatcher::Behind SnapshotMatcher::MatchAttribute(std::size_t step, std::size_t& position) {
+/// Reads the attribute at `position`. It ends at the first ";" that is followed by another attribute of the same path
+/// or by the whole rest of the record. In the first case it is added to `current` and `position` moves past it.
+SnapshotMatcher::Follower SnapshotMatcher::MatchAttribute(std::size_t step, std::size_t& position) {
     const std::string& path = Path(type.snapshots[step].path);
-    Cursor head(text.bytes, BehindNewlines(text.bytes, position));
+    Cursor head(text.bytes, AfterNewlines(text.bytes, position));
     (void)TakeAttributeHead(head, path);
-    (void)Fail(position);  // what there is before it, if it has no end
+    KeepIfLongest(position);  // in case the attribute has no end
     const std::size_t body = head.Position();
     const RecordStart* start = text.landmarks.StartFrom(body);
     bool isFirst = true;
@@ -121,38 +110,38 @@ SnapshotMatcher::Behind SnapshotMatcher::MatchAttribute(std::size_t step, std::s
     for (std::size_t end = 0; (end = text.bytes.find(';', from)) != std::string_view::npos; from = end + 1) {
         AttributeSnapshot attribute;
         attribute.path = path;
-        if (!credit.Spend(end - from + 1) || IsRecordBefore(end, start)) {
+        if (!text.budget.Spend(end - from + 1) || IsRecordBefore(end, start)) {
             break;
         }
-        if ((!isFirst && !MayBegin(end + 1, path)) || !credit.Spend(end - body) ||
+        if ((!isFirst && !MayBegin(end + 1, path)) || !text.budget.Spend(end - body) ||
             !ReadAttribute(text.bytes.substr(body, end - body), attribute)) {
             continue;
         }
         const bool isLabel = attribute.key == LABEL_KEY;
-        const Behind behind = TryBehind(step, end + 1, std::move(attribute));
-        if (behind != Behind::Nothing || isLabel) {
+        const Follower follower = TryAfter(step, end + 1, std::move(attribute));
+        if (follower != Follower::Nothing || isLabel) {
             position = end + 1;
-            return behind;
+            return follower;
         }
         isFirst = false;
     }
-    return Behind::Nothing;
+    return Follower::Nothing;
 }
 
-/// What fits behind an attribute that ends at `position`.
-SnapshotMatcher::Behind SnapshotMatcher::TryBehind(std::size_t step, std::size_t position,
-                                                   AttributeSnapshot attribute) {
-    Cursor next(text.bytes, BehindNewlines(text.bytes, position));
+/// What fits after an attribute that ends at `position`.
+SnapshotMatcher::Follower SnapshotMatcher::TryAfter(std::size_t step, std::size_t position,
+                                                    AttributeSnapshot attribute) {
+    Cursor next(text.bytes, AfterNewlines(text.bytes, position));
     const bool isAnother = TakeAttributeHead(next, attribute.path);
     current.emplace_back(std::move(attribute));
     if (isAnother || MatchFrom(step + 1, position)) {
-        return isAnother ? Behind::Another : Behind::TheRest;
+        return isAnother ? Follower::Attribute : Follower::Rest;
     }
     current.pop_back();
-    return Behind::Nothing;
+    return Follower::Nothing;
 }
 
-/// Whether a record begins before `end`. @param start  the first start that was not asked about
+/// Whether a real record begins before `end`. @param start  the first start that was not checked yet
 bool SnapshotMatcher::IsRecordBefore(std::size_t end, const RecordStart*& start) {
     for (; start != nullptr && start->position < end; start = text.landmarks.Next(*start)) {
         if (isRecord && isRecord(*start)) {
@@ -163,20 +152,20 @@ bool SnapshotMatcher::IsRecordBefore(std::size_t end, const RecordStart*& start)
     return false;
 }
 
-/// Whether a snapshot or a record may begin there, or nothing more follows.
+/// Whether a snapshot, a record or the end of the text may be at `position`.
 bool SnapshotMatcher::MayBegin(std::size_t position, std::string_view path) const {
-    constexpr std::string_view BEGINNINGS[] = {"/",       "lstat ", "llistxattr ", "file_migrate_orvane ",
-                                               "capget ", "type:"};
-    const Cursor next(text.bytes, BehindNewlines(text.bytes, position));
+    constexpr std::string_view beginnings[] = {
+        "/", RecordKey::STAT, RecordKey::XATTR, RecordKey::EUID, RecordKey::FAILED_CAPGET, RecordKey::TYPE};
+    const Cursor next(text.bytes, AfterNewlines(text.bytes, position));
     return next.Position() == text.bytes.size() || next.IsAt(path) ||
-           std::any_of(std::begin(BEGINNINGS), std::end(BEGINNINGS),
+           std::any_of(std::begin(beginnings), std::end(beginnings),
                        [&](std::string_view beginning) { return next.IsAt(beginning); });
 }
 
 bool SnapshotMatcher::MatchFlags(std::size_t step, std::size_t position) {
     FlagsSnapshot flags;
     flags.path = Path(type.snapshots[step].path);
-    const std::size_t begin = BehindNewlines(text.bytes, position);
+    const std::size_t begin = AfterNewlines(text.bytes, position);
     Cursor cursor(text.bytes, begin);
     const bool isAsGiven = cursor.Take(flags.path) && TakeFlags(cursor, flags);
     if (isAsGiven && Continue(step, cursor.Position(), std::move(flags))) {
@@ -185,10 +174,10 @@ bool SnapshotMatcher::MatchFlags(std::size_t step, std::size_t position) {
     if (text.bytes.substr(begin).starts_with('/') && MatchResolved(step, begin)) {
         return true;
     }
-    return isAsGiven ? false : FailOrPassOver(step, position);
+    return isAsGiven ? false : SkipStep(step, position);
 }
 
-/// Inode flags behind the path that a link leads to.
+/// Reads inode flags that follow the target of a link.
 bool SnapshotMatcher::MatchResolved(std::size_t step, std::size_t position) {
     const std::string& given = Path(type.snapshots[step].path);
     const RecordStart* start = text.landmarks.StartFrom(position);
@@ -197,7 +186,7 @@ bool SnapshotMatcher::MatchResolved(std::size_t step, std::size_t position) {
         FlagsSnapshot flags;
         flags.path = rest.substr(0, length);
         Cursor cursor(text.bytes, position + length);
-        if (!credit.Spend(length) || IsRecordBefore(position + length, start)) {
+        if (!text.budget.Spend(length) || IsRecordBefore(position + length, start)) {
             return false;
         }
         if (TakeFlags(cursor, flags) && flags.failedStep != "realpath" && flags.path != given &&
@@ -216,27 +205,31 @@ bool SnapshotMatcher::Continue(std::size_t step, std::size_t position, Snapshot 
 }
 
 bool SnapshotMatcher::Finish(std::size_t position) {
-    const std::size_t next = BehindNewlines(text.bytes, position);
+    const std::size_t next = AfterNewlines(text.bytes, position);
     const bool isAtEnd = next == text.bytes.size();
     const bool isClean = isAtEnd || text.landmarks.IsStart(next);
     const bool endsByItself = !current.empty() && std::holds_alternative<ProcessSnapshot>(current.back());
     if (!endsByItself && (!isClean || (isAtEnd && text.isGrowing))) {
-        return Fail(position);
+        KeepIfLongest(position);
+        return false;
     }
     best = {current, position, true, isClean, nullptr};
     return true;
 }
 
-bool SnapshotMatcher::Fail(std::size_t position) {
-    if (current.size() > best.snapshots.size() && credit.Spend(current.size() * PER_TRY)) {
+void SnapshotMatcher::KeepIfLongest(std::size_t position) {
+    if (current.size() > best.snapshots.size() && text.budget.Spend(current.size() * PER_TRY)) {
         best = {current, position, false, false, nullptr};
     }
-    return false;
 }
 
-/// A type that is not known has any of the snapshots.
-bool SnapshotMatcher::FailOrPassOver(std::size_t step, std::size_t position) {
-    return type.name.empty() ? MatchFrom(step + 1, position) : Fail(position);
+/// Called when a snapshot is missing. Records of unknown types may lack any snapshot.
+bool SnapshotMatcher::SkipStep(std::size_t step, std::size_t position) {
+    if (type.name.empty()) {
+        return MatchFrom(step + 1, position);
+    }
+    KeepIfLongest(position);
+    return false;
 }
 
 const std::string& SnapshotMatcher::Path(PathRole role) {
@@ -249,4 +242,4 @@ const std::string& SnapshotMatcher::Path(PathRole role) {
     return *path;
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

@@ -1,15 +1,16 @@
 #include "snapshot_text.h"
 
-namespace TAVO::FileMigrateOrvane {
+#include <utility>
+
+#include "record_format.h"
+
+namespace TAVO::FileMigrateOrvane::Reader {
 namespace {
 
-constexpr std::string_view VALUE_MARK = ",val=";
-constexpr std::string_view NO_VALUE_MARK = ",no value";
-constexpr std::size_t FLAG_COUNT = 32;
 constexpr std::size_t LONGEST_SET = 16;
 
 bool TakeErrno(Cursor& cursor, int& errorNumber) {
-    return cursor.TakeNumber(errorNumber) && cursor.Take(";");
+    return cursor.TakeNumber(errorNumber) && cursor.Take(RecordKey::END);
 }
 
 bool TakeSet(Cursor& cursor, std::string& digits) {
@@ -20,85 +21,83 @@ bool TakeSet(Cursor& cursor, std::string& digits) {
 }  // namespace
 
 bool TakeStat(Cursor& cursor, std::string_view path, StatSnapshot& stat) {
-    if (!cursor.Take("lstat ") || !cursor.Take(path)) {
+    if (!cursor.Take(RecordKey::STAT) || !cursor.Take(path)) {
         return false;
     }
-    if (cursor.Take(":errno=")) {
+    if (cursor.Take(RecordKey::SNAPSHOT_ERRNO)) {
         return TakeErrno(cursor, stat.errorNumber);
     }
-    return cursor.Take(":st_dev:") && cursor.TakeNumber(stat.device) &&          //
-           cursor.Take(",st_ino:") && cursor.TakeNumber(stat.inode) &&           //
-           cursor.Take(",st_mode:") && cursor.TakeNumber(stat.mode) &&           //
-           cursor.Take(",st_nlink:") && cursor.TakeNumber(stat.links) &&         //
-           cursor.Take(",st_uid:") && cursor.TakeNumber(stat.uid) &&             //
-           cursor.Take(",st_gid:") && cursor.TakeNumber(stat.gid) &&             //
-           cursor.Take(",st_rdev:") && cursor.TakeNumber(stat.specialDevice) &&  //
-           cursor.Take(",st_size:") && cursor.TakeNumber(stat.size) &&           //
-           cursor.Take(",st_blksize:") && cursor.TakeNumber(stat.blockSize) &&   //
-           cursor.Take(",st_blocks:") && cursor.TakeNumber(stat.blocks) && cursor.Take(";");
+    const auto* key = RecordKey::STAT_FIELDS.begin();
+    const auto takeFields = [&](auto&... fields) {
+        return ((cursor.Take(*key++) && cursor.TakeNumber(fields)) && ...);
+    };
+    return takeFields(stat.device, stat.inode, stat.mode, stat.links, stat.uid, stat.gid, stat.specialDevice, stat.size,
+                      stat.blockSize, stat.blocks) &&
+           cursor.Take(RecordKey::END);
 }
 
 bool TakeFlags(Cursor& cursor, FlagsSnapshot& flags) {
-    if (cursor.Take(" inode flags:")) {
-        const std::string_view digits = cursor.TakeAll("01", FLAG_COUNT);
+    if (cursor.Take(RecordKey::INODE_FLAGS)) {
+        const std::string_view digits = cursor.TakeAll("01", RecordKey::INODE_FLAG_DIGITS);
         for (const char digit : digits) {
             flags.flags = flags.flags << 1U | (digit == '1' ? 1U : 0U);
         }
-        return digits.size() == FLAG_COUNT && cursor.Take(";");
+        return digits.size() == RecordKey::INODE_FLAG_DIGITS && cursor.Take(RecordKey::END);
     }
-    for (const std::string_view step : {"realpath", "open", "ioctl"}) {
-        Cursor failure = cursor;
-        if (failure.Take(" ") && failure.Take(step)) {
-            cursor = failure;
+    constexpr std::pair<std::string_view, const char*> steps[] = {
+        {RecordKey::FAILED_REALPATH, "realpath"}, {RecordKey::FAILED_OPEN, "open"}, {RecordKey::FAILED_IOCTL, "ioctl"}};
+    for (const auto& [key, step] : steps) {
+        if (cursor.Take(key)) {
             flags.failedStep = step;
-            return cursor.Take(" errno=") && TakeErrno(cursor, flags.errorNumber);
+            return TakeErrno(cursor, flags.errorNumber);
         }
     }
     return false;
 }
 
 bool TakeProcess(Cursor& cursor, ProcessSnapshot& process) {
-    if (cursor.Take("capget errno=")) {
+    if (cursor.Take(RecordKey::FAILED_CAPGET)) {
         return TakeErrno(cursor, process.errorNumber);
     }
-    return cursor.Take("file_migrate_orvane proc stat:euid(") && cursor.TakeNumber(process.euid) &&
-           cursor.Take("),egid(") && cursor.TakeNumber(process.egid) &&       //
-           cursor.Take("),eff(0x") && TakeSet(cursor, process.effective) &&   //
-           cursor.Take("),perm(0x") && TakeSet(cursor, process.permitted) &&  //
-           cursor.Take("),inh(0x") && TakeSet(cursor, process.inheritable) && cursor.Take(");");
+    return cursor.Take(RecordKey::EUID) && cursor.TakeNumber(process.euid) &&          //
+           cursor.Take(RecordKey::EGID) && cursor.TakeNumber(process.egid) &&          //
+           cursor.Take(RecordKey::EFFECTIVE) && TakeSet(cursor, process.effective) &&  //
+           cursor.Take(RecordKey::PERMITTED) && TakeSet(cursor, process.permitted) &&  //
+           cursor.Take(RecordKey::INHERITABLE) && TakeSet(cursor, process.inheritable) &&
+           cursor.Take(RecordKey::PROCESS_END) && cursor.Take(RecordKey::END);
 }
 
 bool TakeLabelResult(Cursor& cursor, LabelResult& result) {
-    return cursor.Take("ret=") && TakeErrno(cursor, result.ret);
+    return cursor.Take(RecordKey::LABEL_RESULT) && TakeErrno(cursor, result.ret);
 }
 
 bool TakeAttributeFailure(Cursor& cursor, std::string_view path, AttributeSnapshot& attribute) {
-    return cursor.Take("llistxattr ") && cursor.Take(path) && cursor.Take(":errno=") &&
+    return cursor.Take(RecordKey::XATTR) && cursor.Take(path) && cursor.Take(RecordKey::SNAPSHOT_ERRNO) &&
            TakeErrno(cursor, attribute.errorNumber);
 }
 
 bool TakeAttributeHead(Cursor& cursor, std::string_view path) {
-    return cursor.Take("llistxattr ") && cursor.Take(path) && cursor.Take(":key=");
+    return cursor.Take(RecordKey::XATTR) && cursor.Take(path) && cursor.Take(RecordKey::XATTR_KEY);
 }
 
 bool ReadAttribute(std::string_view text, AttributeSnapshot& attribute) {
-    const std::size_t mark = text.find(VALUE_MARK);
+    const std::size_t mark = text.find(RecordKey::XATTR_VALUE);
     if (mark != std::string_view::npos) {
         attribute.key = text.substr(0, mark);
-        attribute.value = text.substr(mark + VALUE_MARK.size());
+        attribute.value = text.substr(mark + RecordKey::XATTR_VALUE.size());
         return true;
     }
-    if (!text.ends_with(NO_VALUE_MARK)) {
+    if (!text.ends_with(RecordKey::XATTR_NO_VALUE)) {
         return false;
     }
-    attribute.key = text.substr(0, text.size() - NO_VALUE_MARK.size());
+    attribute.key = text.substr(0, text.size() - RecordKey::XATTR_NO_VALUE.size());
     attribute.value.reset();
     return true;
 }
 
 bool IsInDoubt(const AttributeSnapshot& attribute) {
-    return attribute.value &&
-           (attribute.value->find(VALUE_MARK) != std::string::npos || attribute.value->ends_with(NO_VALUE_MARK));
+    return attribute.value && (attribute.value->find(RecordKey::XATTR_VALUE) != std::string::npos ||
+                               attribute.value->ends_with(RecordKey::XATTR_NO_VALUE));
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

@@ -1,4 +1,5 @@
-// The fragments that follow an information line, each read from the place where it is expected. Stateless; any thread.
+// Reads the snapshots that follow an information line, each at the position where it is expected. Functions without
+// state; any thread may call them.
 #pragma once
 
 #include <string_view>
@@ -6,14 +7,14 @@
 #include "cursor.h"
 #include "record.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Reader {
 
-// Each steps over its fragment and fills in all but the path. Where something else stands there it gives false, with
-// the cursor and the snapshot in any state.
+// Each function consumes one snapshot and fills in everything but the path. It returns false if the text is not that
+// snapshot; the cursor and the snapshot then have unspecified values.
 
 bool TakeStat(Cursor& cursor, std::string_view path, StatSnapshot& stat);
 
-/// What follows the path, resolved or not: " inode flags:...;" or the step that failed.
+/// The text after the path, resolved or not: " inode flags:...;" or the step that failed.
 bool TakeFlags(Cursor& cursor, FlagsSnapshot& flags);
 
 bool TakeProcess(Cursor& cursor, ProcessSnapshot& process);
@@ -23,13 +24,13 @@ bool TakeLabelResult(Cursor& cursor, LabelResult& result);
 /// "llistxattr PATH:errno=...;"
 bool TakeAttributeFailure(Cursor& cursor, std::string_view path, AttributeSnapshot& attribute);
 
-/// "llistxattr PATH:key=", behind which the attribute follows.
+/// "llistxattr PATH:key="; the attribute follows it.
 bool TakeAttributeHead(Cursor& cursor, std::string_view path);
 
-/// @param text  what follows the head, up to its ";"
+/// @param text  the bytes between the head and the ";"
 bool ReadAttribute(std::string_view text, AttributeSnapshot& attribute);
 
-/// Whether the bytes of the attribute can be told apart in another way, as another key with another value.
+/// Whether the same bytes could be another key with another value.
 bool IsInDoubt(const AttributeSnapshot& attribute);
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

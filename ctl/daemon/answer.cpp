@@ -8,10 +8,10 @@
 #include "columns.h"
 #include "text.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
-/// Failures of the library in the numbers of the system, so that a script has one kind of number.
+/// The library's failures as error numbers of the system, so that scripts see only one kind of number.
 int ErrorNumberOf(const std::error_code& code) {
     if (code.category() == std::system_category()) {
         return code.value();
@@ -29,7 +29,7 @@ int ErrorNumberOf(const std::error_code& code) {
     return EIO;
 }
 
-/// The answer with what every reply has.
+/// An answer with the keys that every reply has.
 Answer Begin(const Reply& reply) {
     if (reply.failure) {
         return NoAnswer(reply.failure);
@@ -62,7 +62,7 @@ Json EntriesOf(const Listing& reply) {
     return entries;
 }
 
-/// A terminal is not to act on the bytes of a name; a script is to get them as they are.
+/// Escapes a name for a terminal, which could act on its bytes. Scripts get the bytes unchanged.
 std::string ForOutput(const std::string& bytes) {
     return isatty(STDOUT_FILENO) == 1 ? Printable(bytes) : bytes;
 }
@@ -83,7 +83,7 @@ Answer AnswerTo(const Outcome& reply, const AnswerStyle& /*style*/) {
         return Failed(Begin(reply), "the source does not exist", ExitStatus::SourceMissing);
     }
     Answer answer = reply.Succeeded() ? Begin(reply) : Failed(reply);
-    // A move across file systems always has EXDEV. Any other error was got over by leaving something out.
+    // A move across file systems always reports EXDEV. Any other error means that an object was left out.
     if (answer.isOk && reply.errCode != 0 && reply.errCode != EXDEV) {
         answer.message = "done, but something may be left out: " + ErrorText(reply.errCode);
     }
@@ -139,7 +139,7 @@ Answer AnswerTo(const Size& reply, const AnswerStyle& style) {
     return reply.isWhole ? answer : Failed(std::move(answer), "the figure is not whole: " + ErrorText(reply.errCode));
 }
 
-ExitStatus Tell(const Answer& answer, const std::string& what, Json object, bool isJson) {
+ExitStatus Print(const Answer& answer, const std::string& what, Json object, bool isJson) {
     if (!answer.message.empty()) {
         Complain(what, answer.message);
     }
@@ -164,4 +164,4 @@ ExitStatus Tell(const Answer& answer, const std::string& what, Json object, bool
     return answer.status;
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

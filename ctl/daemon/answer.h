@@ -1,33 +1,32 @@
-// What a sub-command came to, before it is told: as text or as one JSON object. Plain values; used by the one thread
-// of the tool.
+// The result of a sub-command, before it is printed as text or as one JSON object. Plain values; used by one thread.
 #pragma once
 
 #include <string>
 #include <system_error>
 
-#include "exit_status.h"
+#include "action.h"
 #include "file_migrate_client.hpp"
 #include "json_text.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 
 struct Answer {
     ExitStatus status = ExitStatus::Success;
-    bool isOk = true;              ///< also a question that was answered with no
-    std::string output{};          ///< for standard output, newlines included
-    std::string message{};         ///< why it is not ok, or what else a person should know; empty: nothing
-    std::string hint{};            ///< what to do next; empty: nothing
+    bool isOk = true;              ///< also true for a question answered with no
+    std::string output{};          ///< for standard output, with newlines
+    std::string message{};         ///< for the user: why it failed, or a remark; may be empty
+    std::string hint{};            ///< what to do next; may be empty
     std::error_code noAnswer{};    ///< why the daemon gave no answer
-    Json fields = Json::object();  ///< what the JSON object has of its own
+    Json fields = Json::object();  ///< keys that this answer adds to the JSON object
 };
 
-/// How an answer is to be written.
+/// How to write an answer.
 struct AnswerStyle {
-    bool isHuman = false;  ///< 35M rather than 35840
+    bool isHuman = false;  ///< 35M instead of 35840
     bool isJson = false;
 };
 
-// The daemon's replies; each puts the fields that docs/man/orvanectl.1 lists.
+// Turn the daemon's replies into answers, with the JSON keys that docs/man/orvanectl.1 lists.
 Answer AnswerTo(const Outcome& reply, const AnswerStyle& style);
 Answer AnswerTo(const YesNo& reply, const AnswerStyle& style);
 Answer AnswerTo(const Listing& reply, const AnswerStyle& style);
@@ -37,10 +36,10 @@ Answer AnswerTo(const Size& reply, const AnswerStyle& style);
 /// Why the daemon did not answer.
 Answer NoAnswer(const Failure& failure);
 
-/// Writes the answer: with JSON the one object, which begins with the keys of `object`, and its output otherwise, on
-/// standard output; the message and the hint on standard error in both cases.
-/// @param what  what the message is about: "move /a -> /b"
-/// @return the answer's status; Failed where standard output could not be written
-ExitStatus Tell(const Answer& answer, const std::string& what, Json object, bool isJson);
+/// Prints the answer on standard output: as one JSON object that begins with the keys of `object`, or as text. The
+/// message and the hint go to standard error in both cases.
+/// @param what  the subject of the message: "move /a -> /b"
+/// @return the answer's status; Failed if standard output cannot be written
+ExitStatus Print(const Answer& answer, const std::string& what, Json object, bool isJson);
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

@@ -7,16 +7,16 @@
 
 #include "text.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
-// What fits the fields of a request, in bytes.
+// The longest texts that fit into a request, in bytes.
 constexpr std::size_t LONGEST_PATH = 4095;
 constexpr std::size_t LONGEST_NAME = 35;
 constexpr std::size_t LONGEST_MODE = 15;
 
 std::string CheckLength(const char* what, const std::string& text, std::size_t longest) {
-    constexpr std::size_t shown = 40;  // of a text that is far too long
+    constexpr std::size_t shown = 40;  // how much of a text that is too long is shown
     return text.size() <= longest ? std::string()
                                   : std::string(what) + " is longer than " + std::to_string(longest) +
                                         " bytes: " + Printable(text.substr(0, shown)) + "...";
@@ -26,16 +26,16 @@ std::string CheckLength(const char* what, const std::string& text, std::size_t l
 
 std::string MakeAbsolute(std::string& path) {
     if (path.empty()) {
-        return "an empty path names nothing";
+        return "the path is empty";
     }
     if (path.find("../") != std::string::npos) {
-        return Printable(path) + ": the daemon takes no path with \"../\" in it";
+        return Printable(path) + ": the daemon refuses paths that contain \"../\"";
     }
     if (path.front() != '/') {
         std::error_code error;
         const std::string directory = std::filesystem::current_path(error).string();
         if (error) {
-            return Printable(path) + ": the working directory is not known: " + error.message();
+            return Printable(path) + ": cannot find the working directory: " + error.message();
         }
         path = directory + (directory.ends_with('/') ? "" : "/") + path;
     }
@@ -45,20 +45,20 @@ std::string MakeAbsolute(std::string& path) {
 std::string MakeAbsoluteBelowRoot(std::string& path) {
     std::string complaint = MakeAbsolute(path);
     if (complaint.empty() && path.find_first_not_of("/.") == std::string::npos) {
-        complaint = Printable(path) + ": everything there is cannot be meant";
+        complaint = Printable(path) + ": refusing to work on the root directory";
     }
     return complaint;
 }
 
 std::string CheckMode(std::string& mode) {
     if (mode.find('-') != std::string::npos) {
-        return Printable(mode) + ": the daemon takes no mode with \"-\" in it, only octal digits, such as 0755";
+        return Printable(mode) + ": the daemon refuses a mode that contains \"-\"; use octal digits such as 0755";
     }
     if (mode.empty() || mode.find_first_not_of("01234567") != std::string::npos) {
-        return Printable(mode) + ": a mode is octal digits, such as 0755";
+        return Printable(mode) + ": a mode consists of octal digits, such as 0755";
     }
     if (mode.find_first_not_of('0') == std::string::npos) {
-        return "a mode of 0 is not possible";
+        return "the mode must not be 0";
     }
     return CheckLength("the mode", mode, LONGEST_MODE);
 }
@@ -66,7 +66,7 @@ std::string CheckMode(std::string& mode) {
 std::string SplitOwner(const std::string& owner, std::string& user, std::string& group) {
     const std::size_t colon = owner.find(':');
     if (colon == std::string::npos || colon == 0 || colon + 1 == owner.size()) {
-        return Printable(owner) + ": an owner is USER:GROUP, both given";
+        return Printable(owner) + ": an owner has the form USER:GROUP; both are required";
     }
     user = owner.substr(0, colon);
     group = owner.substr(colon + 1);
@@ -76,8 +76,9 @@ std::string SplitOwner(const std::string& owner, std::string& user, std::string&
 
 std::string CheckSocketPath(const std::string& path) {
     constexpr std::size_t longest = sizeof(sockaddr_un::sun_path) - 1;
-    return path.empty() || path.size() > longest ? "a socket's path has 1 to " + std::to_string(longest) + " bytes"
-                                                 : std::string();
+    return path.empty() || path.size() > longest
+               ? "the path of a socket must have 1 to " + std::to_string(longest) + " bytes"
+               : std::string();
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

@@ -1,25 +1,24 @@
-// What is wrong with a word of the command line, found out before anything is sent: the daemon refuses a request that
-// it cannot take without an answer. Each check returns the complaint, empty where there is none. Stateless.
+// Checks of command-line words. They run before anything is sent, because the daemon refuses an invalid request without
+// a reply. Each check returns an error message, or an empty text. Functions without state.
 #pragma once
 
 #include <string>
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 
-/// Puts a relative path below the working directory, as text: links and a trailing slash stay what they are. The path
-/// may have 4095 bytes then.
+/// Prepends the working directory to a relative path. Works on the text only: links and a trailing slash are kept.
+/// Refuses a result of more than 4095 bytes.
 std::string MakeAbsolute(std::string& path);
 
-/// The same for what is removed: the root directory is refused.
+/// The same for a path that will be removed. Refuses the root directory.
 std::string MakeAbsoluteBelowRoot(std::string& path);
 
-/// The daemon reads as far as octal digits go; "75o" is to be a mistake here, not mode 075. It takes 0 for a text that
-/// is no mode.
+/// Accepts only octal digits. The daemon would read "75o" as mode 075, and it takes 0 for a text that is no mode.
 std::string CheckMode(std::string& mode);
 
-/// Takes "USER:GROUP" apart.
+/// Splits "USER:GROUP".
 std::string SplitOwner(const std::string& owner, std::string& user, std::string& group);
 
 std::string CheckSocketPath(const std::string& path);
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

@@ -9,14 +9,14 @@
 
 #include "text.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
 constexpr std::size_t GAP = 2;
 constexpr std::size_t USUAL_WIDTH = 80;
 
 struct Cell {
-    std::string text;  ///< printable, without colour
+    std::string text;  ///< escaped, without colour
     std::size_t width;
     Tone tone;
 };
@@ -26,7 +26,7 @@ std::size_t TerminalWidth() {
     return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : USUAL_WIDTH;
 }
 
-/// In columns of the terminal; the text is printable.
+/// The width of an escaped text in terminal columns.
 std::size_t DisplayWidth(const std::string& text) {
     std::wstring wide(text.size(), L'\0');
     const std::size_t length = std::mbstowcs(wide.data(), text.c_str(), wide.size());
@@ -44,7 +44,7 @@ std::vector<Cell> Cells(std::vector<Entry> entries) {
     return cells;
 }
 
-/// The width of each column when the cells run down `rows` rows, gaps included.
+/// The width of each column, with its gap, if the cells fill columns of `rows` rows.
 std::vector<std::size_t> ColumnWidths(const std::vector<Cell>& cells, std::size_t rows) {
     std::vector<std::size_t> widths((cells.size() + rows - 1) / rows);
     for (std::size_t i = 0; i < cells.size(); ++i) {
@@ -61,9 +61,9 @@ bool Fits(const std::vector<std::size_t>& widths, std::size_t terminalWidth) {
     return sum <= terminalWidth + GAP;
 }
 
-/// The fewest rows in which the cells fit.
+/// The smallest number of rows in which the cells fit.
 std::size_t RowsFor(const std::vector<Cell>& cells, std::size_t terminalWidth) {
-    // No column is narrower than one letter and its gap.
+    // Every column has at least one letter and its gap.
     std::size_t columns = std::min(cells.size(), (terminalWidth + GAP) / (1 + GAP));
     const auto rows = [&] { return (cells.size() + columns - 1) / columns; };
     while (columns > 1 && !Fits(ColumnWidths(cells, rows()), terminalWidth)) {
@@ -101,4 +101,4 @@ std::string ListingText(const std::vector<Entry>& entries) {
     return text;
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

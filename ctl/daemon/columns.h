@@ -1,4 +1,4 @@
-// How a directory's listing is written: in columns on a terminal, one name a line for everything else. Stateless.
+// Formats a directory listing: in columns on a terminal, otherwise one name per line. Functions without state.
 #pragma once
 
 #include <string>
@@ -6,10 +6,10 @@
 
 #include "file_migrate_client.hpp"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 
-/// A directory's name ends in "/". For a terminal the names are sorted and shown in as many columns as its width
-/// holds; otherwise they are bytes in the order of the listing.
+/// Appends "/" to the names of directories. For a terminal the names are escaped, sorted and arranged in as many
+/// columns as fit. Otherwise they are unchanged, in the order of the listing.
 std::string ListingText(const std::vector<Entry>& entries);
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

@@ -9,18 +9,18 @@
 #include "argument_checks.h"
 #include "sub_command.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
-/// Where the parser puts the words of one sub-command.
+/// The parsed words of one sub-command.
 struct Words {
-    std::string owner;     ///< its parts are in `arguments`
-    std::string progress;  ///< "always", "never", or not given
+    std::string owner;     ///< as given; its parts are in `arguments`
+    std::string progress;  ///< "always", "never" or empty
     Arguments arguments;
 };
 
 void AddPath(CLI::App& parser, const char* name, std::string& path, std::string (*check)(std::string&)) {
-    parser.add_option(name, path, "relative to the working directory unless it begins with /")
+    parser.add_option(name, path, "path; relative to the working directory")
         ->required()
         ->type_name("")
         ->transform(CLI::Validator(check, ""));
@@ -54,16 +54,16 @@ void AddChoices(CLI::App& parser, const SubCommand& command, Arguments& argument
     CLI::Option* recursive = nullptr;
     if (command.Is(TAKES_RECURSIVE)) {
         recursive = parser.add_flag_callback(
-            "-r,--recursive", [&arguments] { arguments.recursion = Recursion::Recursive; },
-            "everything below PATH too; where directories are made, every missing ancestor");
+            "-r,--recursive", [&arguments] { arguments.recursion = Recursion::Recursive; }, command.recursiveHelp);
     }
     if (command.Is(TAKES_KEEP_GOING)) {
-        parser.add_flag("--keep-going", arguments.keepGoing, "go entry by entry and remove all that can be removed");
+        parser.add_flag("--keep-going", arguments.keepGoing,
+                        "remove every entry that can be removed, even if others fail");
     }
     if (command.Is(TAKES_FROM_PARENT)) {
         parser
             .add_flag("--from-parent", arguments.fromParent,
-                      "give the label that the policy has for the parent directory")
+                      "use the label that the policy has for the parent directory")
             ->excludes(recursive);
     }
 }
@@ -71,21 +71,19 @@ void AddChoices(CLI::App& parser, const SubCommand& command, Arguments& argument
 void AddStyle(CLI::App& parser, const SubCommand& command, Words& words) {
     Arguments& arguments = words.arguments;
     if (command.Is(TAKES_DRY_RUN)) {
-        parser.add_flag("--dry-run", arguments.isDryRun, "change nothing; tell what would be done");
+        parser.add_flag("--dry-run", arguments.isDryRun, "change nothing; show what would be done");
     }
     if (command.Is(TAKES_PROGRESS)) {
-        parser
-            .add_option("--progress", words.progress,
-                        "always or never tell how far it has come (default: on a terminal)")
+        parser.add_option("--progress", words.progress, "show progress: always or never (default: on a terminal)")
             ->check(CLI::IsMember({"always", "never"}).description(""))
             ->type_name("WHEN");
     }
     if (command.Is(TAKES_HUMAN)) {
-        // "-h" asks for help in all others.
+        // In all other sub-commands "-h" prints the help.
         parser.set_help_flag("--help", "Print this help message and exit");
-        parser.add_flag("-h,--human-readable", arguments.style.isHuman, "35M rather than 35840");
+        parser.add_flag("-h,--human-readable", arguments.style.isHuman, "print 35M instead of 35840");
     }
-    parser.add_flag("--json", arguments.style.isJson, "tell the answer as one JSON object");
+    parser.add_flag("--json", arguments.style.isJson, "print one JSON object instead of text");
 }
 
 bool ShowsProgress(const SubCommand& command, const std::string& when) {
@@ -99,10 +97,9 @@ void AddDaemonCommand(CLI::App& app, const SubCommand& command, const DaemonOpti
     AddStyle(*parser, command, *words);
     AddPositionals(*parser, command, *words);
     const std::string wait =
-        command.replySeconds == 0 ? "as long as it takes" : std::to_string(command.replySeconds) + " seconds";
-    parser->footer("Waits for the answer " + wait +
-                   " unless --timeout is given (see orvanectl --help).\n\nExample:\n  orvanectl " + command.example);
-    // The parser outlives the action, and `words` lives as long as it.
+        command.replySeconds == 0 ? "without limit" : std::to_string(command.replySeconds) + " seconds";
+    parser->footer("Waits " + wait + " for the answer unless --timeout is given.\n\nExample:\n  orvanectl " +
+                   command.example);
     parser->callback([&command, &daemon, &chosen, words] {
         words->arguments.showsProgress = ShowsProgress(command, words->progress);
         chosen = [&command, &daemon, words] { return Run(command, daemon, words->arguments); };
@@ -117,4 +114,4 @@ void AddDaemonCommands(CLI::App& app, const DaemonOptions& daemon, Action& chose
     }
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

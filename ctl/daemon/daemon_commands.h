@@ -1,17 +1,35 @@
-// The sub-commands that the daemon carries out, as the parser is to know them. Used by main, once.
+// The sub-commands that talk to the daemon, as the parser knows them, and the options that they share. Used by main.
 #pragma once
 
+#include <chrono>
+
 #include "action.h"
-#include "daemon_options.h"
+#include "file_migrate_client.hpp"
 
 namespace CLI {
 class App;
 }
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 
-/// @param daemon  read when the chosen action runs; must live until then
+struct DaemonOptions {
+    ClientOptions client;
+    int timeoutSeconds = -1;  ///< longest wait for an answer, 0 for no limit; negative: the sub-command's default
+
+    /// @param defaultSeconds  how long to wait if the command line does not say
+    [[nodiscard]] ClientOptions WaitingFor(int defaultSeconds) const {
+        ClientOptions options = client;
+        options.replyLimit = std::chrono::seconds(timeoutSeconds >= 0 ? timeoutSeconds : defaultSeconds);
+        return options;
+    }
+};
+
+/// Adds one sub-command for each of the daemon's commands.
+/// @param daemon  read when the selected action runs; must live until then
 /// @param chosen  set by the parser
 void AddDaemonCommands(CLI::App& app, const DaemonOptions& daemon, Action& chosen);
 
-}  // namespace TAVO::FileMigrateOrvane
+/// Adds orvanectl status: whether the daemon answers, how fast, and what it has recorded. Parameters as above.
+void AddStatusCommand(CLI::App& app, const DaemonOptions& daemon, Action& chosen);
+
+}  // namespace TAVO::FileMigrateOrvane::Ctl

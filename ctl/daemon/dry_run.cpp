@@ -10,18 +10,18 @@
 #include "place.h"
 #include "text.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
 constexpr std::size_t LONGEST_PATH = PATH_MAX - 1;
 
-/// Counts a tree, and what of it has its name taken at the destination.
+/// Counts the objects of a tree and those whose names exist at the destination.
 class Survey {
 public:
     explicit Survey(Client& usedClient) : client(usedClient) {}
 
-    /// Everything below a directory.
-    /// @param destination  the directory that it would be merged with; empty: none
+    /// Counts everything below a directory.
+    /// @param destination  the directory that it would be merged into; empty if there is none
     void CountBelow(const std::string& directory, const std::string& destination) {
         const Listing listing = client.ListDir(directory);
         const std::map<std::string, bool> taken = NamesIn(destination);
@@ -41,7 +41,7 @@ public:
     std::uint64_t directories = 0;
     std::uint64_t others = 0;
     std::uint64_t replaced = 0;
-    bool isWhole = true;  ///< false: a listing failed or a path is too long to ask about; what was counted is a part
+    bool isWhole = true;  ///< false if a listing failed or a path is too long; the counts are then incomplete
 
 private:
     void Count(const Entry& entry, const std::string& path, const std::string& destination) {
@@ -53,7 +53,7 @@ private:
         }
     }
 
-    /// The names in a directory, and whether each is one.
+    /// The names in a directory, and whether each one is a directory.
     std::map<std::string, bool> NamesIn(const std::string& directory) {
         std::map<std::string, bool> names;
         if (directory.empty() || directory.size() > LONGEST_PATH) {
@@ -83,7 +83,7 @@ std::string SizeText(std::uint64_t kilobytes) {
     return kilobytes == 0 ? "0 KB" : HumanSize(kilobytes);
 }
 
-/// What would become of the destination.
+/// What would happen at the destination.
 struct Verdict {
     std::string text;
     bool wouldFail = false;
@@ -92,10 +92,10 @@ struct Verdict {
 Verdict OntoNothing(const Place& destination, bool needsDirectory) {
     const std::string path = Printable(destination.path);
     if (destination.kind == Place::Kind::NoParent) {
-        return {"it would fail: the directory that is to hold " + path + " does not exist", true};
+        return {"it would fail: the parent directory of " + path + " does not exist", true};
     }
     if (destination.kind == Place::Kind::Unknown) {
-        return {"what is at " + path + " is not known: the way there leads through a link or a file"};
+        return {"what " + path + " is cannot be checked: the path goes through a link or a file"};
     }
     return needsDirectory ? Verdict{"it would fail: the directory " + path + " does not exist", true}
                           : Verdict{"nothing would be replaced: " + path + " does not exist"};
@@ -104,52 +104,51 @@ Verdict OntoNothing(const Place& destination, bool needsDirectory) {
 Verdict IntoDirectory(const Place& destination, const Survey& survey, bool moves) {
     const std::string path = Printable(destination.path);
     if (destination.kind == Place::Kind::Other) {
-        return {path + " is a file, which would fail, or a link"};
+        return {path + " is a link, or a file, for which it would fail"};
     }
     return {CountedObjects(survey.replaced) + " in " + path + " would be replaced" +
-            (moves ? "; a directory that is there too can be replaced when it is empty, and across file systems is "
-                     "merged"
-                   : "")};
+            (moves ? "; an existing directory is replaced if it is empty, and merged across file systems" : "")};
 }
 
 Verdict OntoObject(const Place& source, const Place& destination, const Survey& survey) {
     const std::string path = Printable(destination.path);
     if (source.kind == Place::Kind::Directory && destination.kind == Place::Kind::Directory) {
         return {path +
-                " is replaced when it is empty, else it would fail; across file systems the two are merged, and " +
+                " is replaced if it is empty; otherwise it would fail. Across file systems the directories are "
+                "merged and " +
                 CountedObjects(survey.replaced) + " replaced"};
     }
     if (source.kind == Place::Kind::Directory) {
-        return {"it would fail: " + path + " is no directory", true};
+        return {"it would fail: " + path + " is not a directory", true};
     }
     return destination.kind == Place::Kind::Other
                ? Verdict{path + " would be replaced"}
                : Verdict{path +
-                         " is a directory and the source is not: it would fail, or across file systems go into "
-                         "that directory"};
+                         " is a directory and the source is not: it would fail, or across file systems move the "
+                         "source into the directory"};
 }
 
 Verdict Judge(const SubCommand& command, const Place& source, const Place& destination, const Survey& survey) {
     const bool needsDirectory =
         command.Is(MEANS_CHILDREN) || (!command.Is(MOVES) && source.kind == Place::Kind::Directory);
     if (source.path != destination.path && IsWithin(destination, source)) {
-        return {"it would fail: " + Printable(destination.path) + " lies in the source", true};
+        return {"it would fail: " + Printable(destination.path) + " lies inside the source", true};
     }
-    if (!destination.IsThere()) {
+    if (!destination.Exists()) {
         return OntoNothing(destination, needsDirectory);
     }
     return needsDirectory ? IntoDirectory(destination, survey, command.Is(MOVES))
                           : OntoObject(source, destination, survey);
 }
 
-/// What would not arrive or would stay; the daemon's listings tell no links from files, so that these are not counted.
+/// What would not arrive. The daemon's listings do not distinguish links from files, so these are not counted.
 std::string LeftBehind(const SubCommand& command, const Arguments& arguments) {
     std::string text = command.Is(MOVES) ? "across file systems " : "";
-    text += "only files and directories arrive; links and special files go with the source\n";
+    text += "only files and directories arrive; links and special files are lost\n";
     return command.Is(MEANS_CHILDREN) ? Printable(arguments.path) + " itself stays; " + text : text;
 }
 
-Answer NotKnown(ExitStatus status, std::string why) {
+Answer Unanswered(ExitStatus status, std::string why) {
     Answer answer;
     answer.status = status;
     answer.isOk = false;
@@ -162,13 +161,14 @@ std::optional<Answer> Refuse(const SubCommand& command, const Failure& connected
         return NoAnswer(connected);
     }
     if (source.kind == Place::Kind::Absent || source.kind == Place::Kind::NoParent) {
-        return NotKnown(ExitStatus::SourceMissing, "there is no such object");
+        return Unanswered(ExitStatus::SourceMissing, "the source does not exist");
     }
     if (source.kind == Place::Kind::Unknown) {
-        return NotKnown(ExitStatus::Failed, "not known: the way there leads through a link or a file");
+        return Unanswered(ExitStatus::Failed, "cannot be checked: the path goes through a link or a file");
     }
     if (command.Is(MEANS_CHILDREN) && source.kind != Place::Kind::Directory) {
-        return NotKnown(ExitStatus::Failed, "not known: the source is a file, which would fail, or a link");
+        return Unanswered(ExitStatus::Failed,
+                          "cannot be checked: the source is a link, or a file, for which it would fail");
     }
     return std::nullopt;
 }
@@ -218,9 +218,9 @@ Answer DryRun(const SubCommand& command, Client& client, const Arguments& argume
     if (!isKnown) {
         answer.status = ExitStatus::Failed;
         answer.isOk = false;
-        answer.message = "not all of it could be looked at: the figures are a part";
+        answer.message = "not everything could be looked at; the figures are incomplete";
     }
     return answer;
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

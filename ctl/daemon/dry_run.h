@@ -1,13 +1,13 @@
-// What a destructive sub-command would do, found out by questions only. Like progress, it leaves no records: it walks
-// from listing to listing (see place.h) and ends at the first failure. Stateless.
+// What a destructive sub-command would do. The dry run only asks the daemon questions that leave no record: it goes
+// from listing to listing (see place.h) and stops at the first failure. Functions without state.
 #pragma once
 
 #include "sub_command.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 
-/// The objects that the command would touch (how many, how much), what would become of those at the destination, and
-/// what would not arrive. The tree may change meanwhile and afterwards.
+/// Number and size of the objects that the command would touch, what would happen at the destination, and what would
+/// not arrive. The tree may change at any time.
 Answer DryRun(const SubCommand& command, Client& client, const Arguments& arguments);
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
 std::vector<std::string> Components(std::string_view path) {
@@ -19,7 +19,7 @@ std::vector<std::string> Components(std::string_view path) {
     return components;
 }
 
-/// Whether a path can only mean a directory, so that a link in its place would be followed.
+/// Whether the path demands a directory, so that a link would be followed.
 bool EndsAsDirectory(std::string_view path) {
     return path.ends_with('/') || path.ends_with("/.");
 }
@@ -72,4 +72,4 @@ bool IsWithin(const Place& inner, const Place& outer) {
     return inner.path == outer.path || outer.path == "/" || inner.path.starts_with(outer.path + "/");
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

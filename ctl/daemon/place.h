@@ -1,38 +1,38 @@
-// What stands at a path, found out from the daemon without a record. A question about a path that is missing, leads
-// through a file or a strange link, or has too long a name leaves a record of its failure; these records are evidence
-// and hold nothing of ours. So a name is only looked for in the listing of a directory that was itself found in a
-// listing, from "/" down: that cannot fail, whatever stands there. (To ask whether the path exists would follow links
-// on the way, and record those that lead nowhere that can be told.) Stateless.
+// Which object is at a path, asked from the daemon without leaving a record. A question about a path that is missing,
+// or goes through a file or a broken link, or has too long a name, fails and leaves a record. Records are evidence, so
+// the tool must not add its own. It therefore only looks names up in listings of directories that it found in listings,
+// from "/" down; that cannot fail. (Asking whether a path exists would follow links, and record the broken ones.)
+// Functions without state.
 #pragma once
 
 #include <string>
 
 #include "file_migrate_client.hpp"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 
 struct Place {
     enum class Kind {
-        Unknown,    ///< not to be asked about: below a link or a file, the daemon fails, ...
-        NoParent,   ///< nor is the directory that would hold it
-        Absent,     ///< its parent is there
-        Directory,  ///< no link
+        Unknown,    ///< cannot be asked: below a link or a file, or the daemon failed
+        NoParent,   ///< its parent directory is missing too
+        Absent,     ///< only its parent directory exists
+        Directory,  ///< not a link to one
         Other,      ///< a file, a link, ...
     };
     Kind kind = Kind::Unknown;
-    std::string path;    ///< without "//", "/./" and a "/" at its end
-    std::string parent;  ///< likewise
+    std::string path;    ///< without "//", "/./" and trailing "/"
+    std::string parent;  ///< in the same form
 
-    [[nodiscard]] bool IsThere() const { return kind == Kind::Directory || kind == Kind::Other; }
+    [[nodiscard]] bool Exists() const { return kind == Kind::Directory || kind == Kind::Other; }
 };
 
 /// @param path  absolute
 Place Look(Client& client, const std::string& path);
 
-/// The kind of a name in a directory that is known to be one: Absent, Directory, Other or Unknown.
+/// The kind of a name in an existing directory: Absent, Directory, Other or Unknown.
 Place::Kind LookIn(Client& client, const std::string& directory, const std::string& name);
 
-/// Whether a place is the other one or lies below it; their paths are as Look gives them.
+/// Whether `inner` is `outer` or lies below it. Both come from Look.
 bool IsWithin(const Place& inner, const Place& outer);
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

@@ -5,27 +5,37 @@
 
 #include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstdio>
 #include <utility>
 
 #include "text.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
 using std::chrono::milliseconds;
 
 constexpr milliseconds INTERVAL{500};
-/// The pause after a question takes so many times as long as the answer took: a walk through a large tree is not to
-/// slow down the work that it watches.
+/// The pause after a question is this many times as long as the answer took, so that measuring a large tree does not
+/// slow down the transfer.
 constexpr int PAUSE_FACTOR = 9;
+
+// The text that the handler writes. It is set before the handler is installed and cleared after it is removed.
+const char* g_noticeBytes = nullptr;
+std::size_t g_noticeSize = 0;
+
+extern "C" void WriteNotice(int signalNumber) {
+    (void)!write(STDERR_FILENO, g_noticeBytes, g_noticeSize);
+    (void)raise(signalNumber);  // delivered on return, with the default action because of SA_RESETHAND
+}
 
 std::optional<dev_t> DeviceOf(const std::string& path) {
     struct stat st {};
     return lstat(path.c_str(), &st) == 0 ? std::optional(st.st_dev) : std::nullopt;
 }
 
-/// Whether both are seen to be on one file system. Only a hint: it saves measuring a tree that is renamed in no time.
+/// Whether source and destination are on one file system. Only a hint, to avoid measuring a tree that is renamed.
 bool IsRename(const Transfer& transfer, const Place& source, const Place& destination) {
     const std::optional<dev_t> from = DeviceOf(source.path);
     return transfer.isMove && from && from == DeviceOf(transfer.isOfChildren ? destination.path : destination.parent);
@@ -40,7 +50,7 @@ double Seconds(std::chrono::steady_clock::duration time) {
     return std::chrono::duration<double>(time).count();
 }
 
-/// KB a second; none where the time is too short to tell.
+/// KB per second; nothing if the time is too short.
 std::optional<double> Rate(std::int64_t kilobytes, double seconds) {
     constexpr double shortest = 0.1;
     return seconds >= shortest && kilobytes > 0 ? std::optional(static_cast<double>(kilobytes) / seconds)
@@ -69,15 +79,15 @@ std::string ClockText(std::int64_t seconds) {
 
 std::optional<Growth> Growth::Measure(Client& client, const Transfer& transfer) {
     const Place source = Look(client, transfer.source);
-    Place destination = source.IsThere() ? Look(client, transfer.destination) : Place();
-    const bool canGrow = destination.IsThere() || destination.kind == Place::Kind::Absent;
-    // Where one is part of the other, a walk through the destination meets objects that are on their way.
+    Place destination = source.Exists() ? Look(client, transfer.destination) : Place();
+    const bool canGrow = destination.Exists() || destination.kind == Place::Kind::Absent;
+    // If one contains the other, measuring the destination would meet objects that are being moved.
     const bool overlap = IsWithin(source, destination) || IsWithin(destination, source);
     if (!canGrow || overlap || IsRename(transfer, source, destination)) {
         return std::nullopt;
     }
     const std::optional<std::int64_t> total = Kilobytes(client, source.path);
-    // A file at the destination is emptied first, a directory is added to.
+    // A file at the destination is truncated first; a directory keeps its contents.
     const bool isAddedTo = destination.kind == Place::Kind::Directory;
     const std::optional<std::int64_t> before =
         total && isAddedTo ? Kilobytes(client, destination.path) : std::optional<std::int64_t>(0);
@@ -96,7 +106,7 @@ std::optional<std::int64_t> Growth::Now(Client& client) {
         return 0;
     }
     const std::optional<std::int64_t> now =
-        destination.IsThere() ? Kilobytes(client, destination.path) : std::optional<std::int64_t>();
+        destination.Exists() ? Kilobytes(client, destination.path) : std::optional<std::int64_t>();
     return now ? std::optional(std::clamp<std::int64_t>(*now - start, 0, total)) : std::nullopt;
 }
 
@@ -154,7 +164,7 @@ void Progress::Write(const std::string& line) {
         (void)std::fprintf(stderr, "%s\n", line.c_str());
         return;
     }
-    // Blanks take the rest of the last line away; a terminal that knows no escape sequences will do.
+    // Blanks erase the rest of the last line, so that no escape sequences are needed.
     const std::string rest(shownWidth > line.size() ? shownWidth - line.size() : 0, ' ');
     (void)std::fprintf(stderr, "\r%s%s%s", line.c_str(), rest.c_str(), line.empty() ? "\r" : "");
     shownWidth = line.size();
@@ -172,4 +182,24 @@ std::string Progress::Summary() const {
            (rate ? " (" + RateText(*rate) + ")" : "");
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+InterruptNotice::InterruptNotice(std::string noticeText) : text(std::move(noticeText)) {
+    struct sigaction now {};
+    if (sigaction(SIGINT, nullptr, &now) != 0 || now.sa_handler == SIG_IGN) {
+        return;
+    }
+    g_noticeBytes = text.data();
+    g_noticeSize = text.size();
+    now = {};
+    now.sa_handler = WriteNotice;
+    now.sa_flags = static_cast<int>(SA_RESETHAND);
+    (void)sigaction(SIGINT, &now, nullptr);
+}
+
+InterruptNotice::~InterruptNotice() {
+    if (g_noticeBytes != nullptr) {
+        (void)std::signal(SIGINT, SIG_DFL);
+        g_noticeBytes = nullptr;
+    }
+}
+
+}  // namespace TAVO::FileMigrateOrvane::Ctl

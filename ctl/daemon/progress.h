@@ -1,9 +1,8 @@
-// How far a copy or a move has come, told on standard error while the daemon works. What has arrived is asked of the
-// daemon on a second connection, by a thread that this object owns. Used by the main thread, which waits for the
-// answer to the operation itself meanwhile.
+// What the user sees while the daemon works: the progress of a copy or a move on standard error, and a message for
+// Ctrl-C. Used by the main thread, which waits for the daemon's answer.
 //
-// Nothing here adds to the daemon's records: only places that were found in listings are measured (see place.h), and
-// nothing more is asked after the first failure.
+// Progress asks the daemon on a second connection how much has arrived, from a thread of its own. It leaves no records:
+// it only measures places that it found in listings (see place.h) and stops asking after the first failure.
 #pragma once
 
 #include <chrono>
@@ -16,27 +15,27 @@
 #include "file_migrate_client.hpp"
 #include "place.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 
-/// What goes where.
+/// What is transferred where.
 struct Transfer {
     std::string source;
     std::string destination;
-    bool isMove = false;  ///< renamed where that is possible
+    bool isMove = false;  ///< renamed if possible
     bool isOfChildren = false;
 };
 
-/// What a transfer has added to its destination.
+/// How much a transfer has added to its destination.
 class Growth {
 public:
-    /// Measures the source, since that can be gone soon, and what is at the destination already.
-    /// @return none where a measure would be of no use (a rename is over at once), or could fail
+    /// Measures the source, which may soon be gone, and the destination before the transfer.
+    /// @return nothing if measuring is useless (a rename takes no time) or could fail
     static std::optional<Growth> Measure(Client& client, const Transfer& transfer);
 
-    /// KB that are to be transferred.
+    /// KB to transfer.
     [[nodiscard]] std::int64_t Total() const { return total; }
 
-    /// KB that have arrived; none when that could not be told, after which it must not be asked again.
+    /// KB that have arrived; nothing if the daemon could not tell. Do not call it again then.
     std::optional<std::int64_t> Now(Client& client);
 
 private:
@@ -50,18 +49,18 @@ private:
 
 class Progress {
 public:
-    /// Measures what is to be done, and begins to tell of it twice a second.
-    /// @param name  of the sub-command, which begins each line
+    /// Measures the source and starts to print the progress twice a second.
+    /// @param name  the sub-command, which begins each line
     Progress(const ClientOptions& options, std::string name, const Transfer& transfer);
     ~Progress() { End(); }
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    /// Ends the thread and takes its line away. A question on its way is waited for: were it still walking through the
-    /// destination when the next command removes that, it would leave records.
+    /// Ends the thread and clears its line. Waits for a pending question: if the next command removed the destination
+    /// while the daemon is measuring it, that would leave records.
     void End();
 
-    /// ": 35M in 1.2 s (29M/s)", or " in 1.2 s" where the size is not known; until now.
+    /// The work so far: ": 35M in 1.2 s (29M/s)", or " in 1.2 s" if the size is not known.
     [[nodiscard]] std::string Summary() const;
 
 private:
@@ -72,13 +71,28 @@ private:
     void Write(const std::string& line);
 
     const std::string name;
-    Client client;                 ///< the thread's, once it runs
-    std::optional<Growth> growth;  ///< likewise, but for its total
+    Client client;                 ///< used by the thread only, once it runs
+    std::optional<Growth> growth;  ///< likewise, except for its total
     const bool isTerminal;
-    std::size_t shownWidth = 0;  ///< of the line on the terminal
+    std::size_t shownWidth = 0;  ///< width of the line on the terminal
     Clock::time_point start;
     std::promise<void> end;
     std::jthread thread;
 };
 
-}  // namespace TAVO::FileMigrateOrvane
+/// The message for Ctrl-C, which ends orvanectl but not the daemon's work. It installs the process's signal handler, so
+/// there is at most one at a time, in the main thread.
+class InterruptNotice {
+public:
+    /// Makes SIGINT write the text to standard error before it ends the process as usual. An ignored SIGINT stays
+    /// ignored.
+    explicit InterruptNotice(std::string noticeText);
+    ~InterruptNotice();
+    InterruptNotice(const InterruptNotice&) = delete;
+    InterruptNotice& operator=(const InterruptNotice&) = delete;
+
+private:
+    const std::string text;  ///< read by the signal handler
+};
+
+}  // namespace TAVO::FileMigrateOrvane::Ctl

@@ -1,8 +1,7 @@
-#include "status_command.h"
-
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -16,21 +15,21 @@
 #include <string>
 #include <utility>
 
-#include "access_hint.h"
 #include "advice.h"
 #include "answer.h"
-#include "record_json.h"
-#include "record_table.h"
+#include "daemon_commands.h"
 #include "kernel_log_dumps.h"
 #include "record_files.h"
+#include "record_json.h"
+#include "record_table.h"
 #include "text.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
 constexpr int ANSWER_SECONDS = 5;
 
-/// Takes the median time of a few exchanges, in milliseconds. The question cannot fail, so that it leaves no record.
+/// The median time of a few exchanges, in milliseconds. The question cannot fail, so it leaves no record.
 Failure TimeExchange(Client& client, double& milliseconds) {
     using Clock = std::chrono::steady_clock;
     std::array<double, 5> times{};
@@ -46,14 +45,14 @@ Failure TimeExchange(Client& client, double& milliseconds) {
     return {};
 }
 
-/// One line: what, and how it is with it.
+/// One line of the output.
 std::string Line(const char* what, const std::string& text) {
     std::string line(what);
     line.resize(std::max<std::size_t>(line.size(), 14), ' ');
     return line + text + "\n";
 }
 
-void TellDaemon(const DaemonOptions& daemon, Answer& answer) {
+void AddDaemon(const DaemonOptions& daemon, Answer& answer) {
     const ClientOptions options = daemon.WaitingFor(ANSWER_SECONDS);
     Client client(options);
     double milliseconds = 0;
@@ -77,7 +76,7 @@ void TellDaemon(const DaemonOptions& daemon, Answer& answer) {
 
 struct FileSizes {
     std::uint64_t bytes = 0;
-    int errorNumber = 0;  ///< of the file itself
+    int errorNumber = 0;  ///< error of the file itself
     std::size_t rotated = 0;
 };
 
@@ -93,14 +92,14 @@ FileSizes SizesOf(const std::string& path) {
     };
     sizes.errorNumber = add(path);
     int unused = 0;
-    for (const std::string& file : RotatedFiles(path, unused)) {
-        (void)add(file);  // one that is gone meanwhile has no size
+    for (const std::string& file : Reader::RotatedFiles(path, unused)) {
+        (void)add(file);  // a file that was removed meanwhile counts 0
         ++sizes.rotated;
     }
     return sizes;
 }
 
-/// What is wrong with the place of a record file that is not there.
+/// Why a record file is missing.
 std::string Lacking(const std::string& path, int errorNumber) {
     const std::string directory = std::filesystem::path(path).parent_path();
     if (errorNumber != ENOENT) {
@@ -108,10 +107,10 @@ std::string Lacking(const std::string& path, int errorNumber) {
     }
     return access(directory.c_str(), F_OK) == 0
                ? "no records"
-               : "no directory: records are lost until someone does \"mkdir -p " + directory + "\"";
+               : "no directory: records are lost until you run \"mkdir -p " + directory + "\"";
 }
 
-void TellRecordFile(const std::string& path, Answer& answer) {
+void AddRecordFile(const std::string& path, Answer& answer) {
     const FileSizes sizes = SizesOf(path);
     Json object;
     object["file"] = path;
@@ -129,20 +128,20 @@ void TellRecordFile(const std::string& path, Answer& answer) {
     answer.output += Line("records", text);
 }
 
-/// The last record of the files as they are, or with the ones that they were rotated into.
-/// @param trouble  set when a file cannot be read: why, and who may
-std::optional<Record> LastRecord(bool includesRotated, std::string& trouble) {
-    std::vector<RecordPath> paths;
+/// The last record of the files, with or without their rotated files.
+/// @param trouble  set if a file cannot be read: why, and who may read it
+std::optional<Reader::Record> LastRecord(bool includesRotated, std::string& trouble) {
+    std::vector<Reader::RecordPath> paths;
     for (const char* file : RECORD_FILES) {
         paths.push_back({file, /*mayBeMissing=*/true, includesRotated});
     }
-    RecordStream stream(paths);
+    Reader::RecordStream stream(paths);
     stream.End();
-    std::optional<Record> last;
-    while (std::optional<LocatedRecord> next = stream.Next()) {
+    std::optional<Reader::Record> last;
+    while (std::optional<Reader::LocatedRecord> next = stream.Next()) {
         last = std::move(next->record);
     }
-    for (const ReadTrouble& each : stream.TakeTroubles()) {
+    for (const Reader::ReadTrouble& each : stream.TakeTroubles()) {
         if (each.errorNumber != 0) {
             trouble = ErrorText(each.errorNumber).append(": ").append(AccessHint(each.file));
         }
@@ -150,51 +149,51 @@ std::optional<Record> LastRecord(bool includesRotated, std::string& trouble) {
     return last;
 }
 
-void TellLastRecord(Answer& answer) {
+void AddLastRecord(Answer& answer) {
     std::string trouble;
-    std::optional<Record> last = LastRecord(/*includesRotated=*/false, trouble);
+    std::optional<Reader::Record> last = LastRecord(/*includesRotated=*/false, trouble);
     if (!last) {
         last = LastRecord(/*includesRotated=*/true, trouble);
     }
     answer.fields["last_record"] = last ? JsonLine(*last) : Json();
     const std::string text = last              ? RecordInWords(*last, {MayColour(STDOUT_FILENO), /*isVerbose=*/false})
                              : trouble.empty() ? "none"
-                                               : "not known: " + trouble;
+                                               : "unknown: " + trouble;
     answer.output += Line("last record", text.substr(0, text.find('\n')));
 }
 
-void TellDumps(Answer& answer) {
+void AddDumps(Answer& answer) {
     int err = 0;
-    const std::size_t count = KernelLogDumps(err).size();
+    const std::size_t count = Reader::KernelLogDumps(err).size();
     answer.fields["dumps"] = err == 0 ? Json(count) : Json();
     answer.output +=
         Line("dumps", err == 0 ? std::to_string(count) : ErrorText(err) + ": " + AccessHint(DUMP_DIRECTORY));
 }
 
-ExitStatus TellStatus(const DaemonOptions& daemon, bool isJson) {
+ExitStatus PrintStatus(const DaemonOptions& daemon, bool isJson) {
     Answer answer;
-    TellDaemon(daemon, answer);
+    AddDaemon(daemon, answer);
     answer.fields["records"] = Json::array();
     for (const char* file : RECORD_FILES) {
-        TellRecordFile(file, answer);
+        AddRecordFile(file, answer);
     }
-    TellLastRecord(answer);
-    TellDumps(answer);
+    AddLastRecord(answer);
+    AddDumps(answer);
     Json object;
     object["command"] = "status";
-    return Tell(answer, "status", std::move(object), isJson);
+    return Print(answer, "status", std::move(object), isJson);
 }
 
 }  // namespace
 
 void AddStatusCommand(CLI::App& app, const DaemonOptions& daemon, Action& chosen) {
-    CLI::App* parser = app.add_subcommand(
-        "status", "Tell whether the daemon can be reached, how fast it answers and what it recorded.");
+    CLI::App* parser =
+        app.add_subcommand("status", "Show whether the daemon answers, how fast, and what it has recorded.");
     const auto isJson = std::make_shared<bool>(false);
-    parser->add_flag("--json", *isJson, "tell it as one JSON object");
-    parser->footer("Waits for each answer 5 seconds unless --timeout is given.\n\nExample:\n  orvanectl status");
+    parser->add_flag("--json", *isJson, "print one JSON object instead of text");
+    parser->footer("Waits 5 seconds for each answer unless --timeout is given.\n\nExample:\n  orvanectl status");
     parser->callback(
-        [&daemon, &chosen, isJson] { chosen = [&daemon, isJson] { return TellStatus(daemon, *isJson); }; });
+        [&daemon, &chosen, isJson] { chosen = [&daemon, isJson] { return PrintStatus(daemon, *isJson); }; });
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

@@ -8,88 +8,82 @@
 
 #include "advice.h"
 #include "dry_run.h"
-#include "interrupt.h"
 #include "progress.h"
 #include "text.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
-/// Questions about one object are answered at once, unless all workers of the daemon are busy.
+/// Seconds for a question about one object, which is answered at once unless all workers of the daemon are busy.
 constexpr int QUICK = 60;
-/// Work on a tree takes as long as the tree is large; giving up would not stop it.
-constexpr int AS_LONG_AS_IT_TAKES = 0;
+/// Work on a tree may take any time, and the daemon would not stop if orvanectl gave up.
+constexpr int UNLIMITED = 0;
 
-/// Fits a call of the client with any kind of reply into the table's one shape.
+/// Converts a client call, which has its own reply type, to the type of the table's functions.
 template <auto Call>
 Answer Do(Client& client, const Arguments& arguments) {
     return AnswerTo(Call(client, arguments), arguments.style);
 }
 
+constexpr const char* MAKES_ANCESTORS = "create missing ancestors too";
+constexpr const char* CHANGES_ALL = "change everything below PATH too";
+constexpr const char* LABELS_ALL = "label everything below PATH too";
+
 constexpr SubCommand SUB_COMMANDS[] = {
-    {"exists", nullptr, "Tell by the exit status whether PATH exists; a dangling link does not.",
-     "exists /data/app && echo yes", TAKES_PATH, QUICK,
-     Do<[](Client& c, const Arguments& a) { return c.IsExist(a.path); }>},
-    {"is-dir", nullptr, "Tell by the exit status whether PATH is a directory; a link to one is not.",
-     "is-dir /data/app", TAKES_PATH, QUICK, Do<[](Client& c, const Arguments& a) { return c.IsDir(a.path); }>},
-    {"ls", nullptr,
-     "List the directory PATH, in columns on a terminal and one name a line otherwise; a directory's name ends in "
-     "\"/\".",
-     "ls /data/app", TAKES_PATH, QUICK, Do<[](Client& c, const Arguments& a) { return c.ListDir(a.path); }>},
-    {"prepare-dir", nullptr, "Create the directory PATH with an owner and a mode; one that exists is left as it is.",
+    {"exists", nullptr, "Exit with 0 if PATH exists; links are followed.", nullptr, "exists /data/app && echo yes",
+     TAKES_PATH, QUICK, Do<[](Client& c, const Arguments& a) { return c.IsExist(a.path); }>},
+    {"is-dir", nullptr, "Exit with 0 if PATH is a directory, not a link to one.", nullptr, "is-dir /data/app",
+     TAKES_PATH, QUICK, Do<[](Client& c, const Arguments& a) { return c.IsDir(a.path); }>},
+    {"ls", nullptr, "List the directory PATH; directories end in \"/\".", nullptr, "ls /data/app", TAKES_PATH, QUICK,
+     Do<[](Client& c, const Arguments& a) { return c.ListDir(a.path); }>},
+    {"prepare-dir", nullptr, "Create the directory PATH with an owner and a mode.", MAKES_ANCESTORS,
      "prepare-dir -r system:system 0771 /data/app/el1", TAKES_OWNER | TAKES_MODE | TAKES_PATH | TAKES_RECURSIVE, QUICK,
      Do<[](Client& c, const Arguments& a) { return c.PrepareDir(a.path, a.user, a.group, a.mode, a.recursion); }>},
-    {"mkdir", nullptr, "Create the directory PATH with mode 0700; one that exists is left as it is.",
-     "mkdir -r /data/app/el1", TAKES_PATH | TAKES_RECURSIVE, QUICK,
+    {"mkdir", nullptr, "Create the directory PATH with mode 0700.", MAKES_ANCESTORS, "mkdir -r /data/app/el1",
+     TAKES_PATH | TAKES_RECURSIVE, QUICK,
      Do<[](Client& c, const Arguments& a) { return c.MkDir(a.path, a.recursion); }>},
-    {"move", "moved", "Move SOURCE to the name DESTINATION; across file systems links are not carried over.",
-     "move /data/app.old /data/app",
-     TAKES_SOURCE | TAKES_DESTINATION | TAKES_DRY_RUN | TAKES_PROGRESS | MOVES | OUTLIVES_US, AS_LONG_AS_IT_TAKES,
+    {"move", "moved", "Move SOURCE to the name DESTINATION.", nullptr, "move /data/app.old /data/app",
+     TAKES_SOURCE | TAKES_DESTINATION | TAKES_DRY_RUN | TAKES_PROGRESS | MOVES | OUTLIVES_US, UNLIMITED,
      Do<[](Client& c, const Arguments& a) { return c.MoveAll(a.path, a.destination); }>},
-    {"move-children", "moved the children of", "Move every child of SOURCE into the directory DESTINATION.",
+    {"move-children", "moved the children of", "Move every child of SOURCE into DESTINATION.", nullptr,
      "move-children /data/app.old /data/app",
      TAKES_SOURCE | TAKES_DESTINATION | TAKES_DRY_RUN | TAKES_PROGRESS | MEANS_CHILDREN | MOVES | OUTLIVES_US,
-     AS_LONG_AS_IT_TAKES, Do<[](Client& c, const Arguments& a) { return c.MoveSub(a.path, a.destination); }>},
-    {"copy", "copied", "Copy SOURCE to the name DESTINATION, without the links in it.", "copy /data/app /data/app.bak",
-     TAKES_SOURCE | TAKES_DESTINATION | TAKES_PROGRESS | OUTLIVES_US, AS_LONG_AS_IT_TAKES,
+     UNLIMITED, Do<[](Client& c, const Arguments& a) { return c.MoveSub(a.path, a.destination); }>},
+    {"copy", "copied", "Copy SOURCE to the name DESTINATION, without links.", nullptr, "copy /data/app /data/app.bak",
+     TAKES_SOURCE | TAKES_DESTINATION | TAKES_PROGRESS | OUTLIVES_US, UNLIMITED,
      Do<[](Client& c, const Arguments& a) { return c.CopyAll(a.path, a.destination); }>},
-    {"copy-children", "copied the children of", "Copy every child of SOURCE into the directory DESTINATION.",
+    {"copy-children", "copied the children of", "Copy every child of SOURCE into DESTINATION.", nullptr,
      "copy-children /data/app /data/app.bak",
-     TAKES_SOURCE | TAKES_DESTINATION | TAKES_PROGRESS | MEANS_CHILDREN | OUTLIVES_US, AS_LONG_AS_IT_TAKES,
+     TAKES_SOURCE | TAKES_DESTINATION | TAKES_PROGRESS | MEANS_CHILDREN | OUTLIVES_US, UNLIMITED,
      Do<[](Client& c, const Arguments& a) { return c.CopySub(a.path, a.destination); }>},
-    {"copy-comb", "moved",
-     "Copy SOURCE to DESTINATION with one owner and mode for everything, and remove SOURCE, also where a copy failed. "
-     "For a directory, DESTINATION must exist.",
+    {"copy-comb", "moved", "Copy with one owner and mode, then remove SOURCE.", nullptr,
      "copy-comb system:system 0640 /data/app.old /data/app",
      TAKES_OWNER | TAKES_MODE | TAKES_SOURCE | TAKES_DESTINATION | TAKES_DRY_RUN | TAKES_PROGRESS | OUTLIVES_US,
-     AS_LONG_AS_IT_TAKES,
+     UNLIMITED,
      Do<[](Client& c, const Arguments& a) { return c.CopyComb(a.path, a.destination, a.user, a.group, a.mode); }>},
-    {"rm", "removed", "Remove PATH and everything below it.", "rm --keep-going /data/app.old",
-     TAKES_PATH | TAKES_KEEP_GOING | TAKES_DRY_RUN | OUTLIVES_US, AS_LONG_AS_IT_TAKES,
+    {"rm", "removed", "Remove PATH and everything below it.", nullptr, "rm --keep-going /data/app.old",
+     TAKES_PATH | TAKES_KEEP_GOING | TAKES_DRY_RUN | OUTLIVES_US, UNLIMITED,
      Do<[](Client& c, const Arguments& a) { return a.keepGoing ? c.TryRemove(a.path) : c.Remove(a.path); }>},
-    {"restorecon", nullptr, "Give PATH the security label that the policy has for it.", "restorecon -r /data/app",
-     TAKES_PATH | TAKES_RECURSIVE | TAKES_FROM_PARENT | OUTLIVES_US, AS_LONG_AS_IT_TAKES,
-     Do<[](Client& c, const Arguments& a) {
+    {"restorecon", nullptr, "Give PATH the security label of the policy.", LABELS_ALL, "restorecon -r /data/app",
+     TAKES_PATH | TAKES_RECURSIVE | TAKES_FROM_PARENT | OUTLIVES_US, UNLIMITED, Do<[](Client& c, const Arguments& a) {
          return a.fromParent ? c.RestoreconFromParent(a.path) : c.Restorecon(a.path, a.recursion);
      }>},
-    {"chown", nullptr, "Change owner and group of PATH; a link itself is changed, not what it points to.",
-     "chown -r system:1000 /data/app", TAKES_OWNER | TAKES_PATH | TAKES_RECURSIVE | OUTLIVES_US, AS_LONG_AS_IT_TAKES,
+    {"chown", nullptr, "Change owner and group; links are not followed.", CHANGES_ALL, "chown -r system:1000 /data/app",
+     TAKES_OWNER | TAKES_PATH | TAKES_RECURSIVE | OUTLIVES_US, UNLIMITED,
      Do<[](Client& c, const Arguments& a) { return c.ChOwn(a.path, a.user, a.group, a.recursion); }>},
-    {"chmod", nullptr, "Change the mode of PATH; a link has none and fails.", "chmod 0750 /data/app",
-     TAKES_MODE | TAKES_PATH | TAKES_RECURSIVE | OUTLIVES_US, AS_LONG_AS_IT_TAKES,
+    {"chmod", nullptr, "Change the mode of PATH; it fails for a link.", CHANGES_ALL, "chmod 0750 /data/app",
+     TAKES_MODE | TAKES_PATH | TAKES_RECURSIVE | OUTLIVES_US, UNLIMITED,
      Do<[](Client& c, const Arguments& a) { return c.ChMod(a.path, a.mode, a.recursion); }>},
-    {"existing-path", nullptr, "Print the nearest ancestor of PATH that exists, or PATH itself.",
+    {"existing-path", nullptr, "Print PATH or its nearest existing ancestor.", nullptr,
      "existing-path /data/app/el1/base", TAKES_PATH, QUICK,
      Do<[](Client& c, const Arguments& a) { return c.ExistedPath(a.path); }>},
-    {"du", nullptr, "Print the space in KB that PATH and everything below it use.", "du /data/app",
-     TAKES_PATH | TAKES_HUMAN, AS_LONG_AS_IT_TAKES,
-     Do<[](Client& c, const Arguments& a) { return c.UsedSpace(a.path); }>},
-    {"largest", nullptr, "Print the space in KB of the largest file below PATH.", "largest /data/app",
-     TAKES_PATH | TAKES_HUMAN, AS_LONG_AS_IT_TAKES,
-     Do<[](Client& c, const Arguments& a) { return c.MaxSize(a.path); }>},
+    {"du", nullptr, "Print the KB used by PATH and everything below.", nullptr, "du /data/app",
+     TAKES_PATH | TAKES_HUMAN, UNLIMITED, Do<[](Client& c, const Arguments& a) { return c.UsedSpace(a.path); }>},
+    {"largest", nullptr, "Print the KB of the largest file below PATH.", nullptr, "largest /data/app",
+     TAKES_PATH | TAKES_HUMAN, UNLIMITED, Do<[](Client& c, const Arguments& a) { return c.MaxSize(a.path); }>},
 };
 
-/// What the person gave, as the JSON object begins.
+/// The first keys of the JSON object: what was given on the command line.
 Json ObjectOf(const SubCommand& command, const Arguments& arguments) {
     Json object;
     object["command"] = command.name;
@@ -110,7 +104,7 @@ Json ObjectOf(const SubCommand& command, const Arguments& arguments) {
     return object;
 }
 
-/// Asks with a notice for Ctrl-C, where that does not end the work.
+/// Sends the request. If the daemon would not stop at Ctrl-C, a message says so.
 Answer Ask(const SubCommand& command, Client& client, const Arguments& arguments) {
     std::optional<InterruptNotice> notice;
     if (command.Is(OUTLIVES_US)) {
@@ -154,8 +148,8 @@ ExitStatus Run(const SubCommand& command, const DaemonOptions& daemon, const Arg
     if (answer.noAnswer) {
         answer.hint = Advice(answer.noAnswer, options.socketPath);
     }
-    return Tell(answer, std::string(command.name) + " " + Objects(command, arguments), ObjectOf(command, arguments),
-                arguments.style.isJson);
+    return Print(answer, std::string(command.name) + " " + Objects(command, arguments), ObjectOf(command, arguments),
+                 arguments.style.isJson);
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

@@ -1,5 +1,3 @@
-#include "dumps_command.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -9,23 +7,23 @@
 #include <string_view>
 #include <vector>
 
-#include "access_hint.h"
+#include "advice.h"
 #include "answer.h"
-#include "record_json.h"
-#include "record_table.h"
-#include "record_time.h"
 #include "explain.h"
 #include "kernel_log_dumps.h"
 #include "record_files.h"
+#include "record_json.h"
+#include "record_table.h"
+#include "records_commands.h"
 #include "show_records.h"
 #include "text.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
 constexpr const char* FOOTER =
-    "A dump holds the kernel log's lines about the daemon, taken right after a failure. The record\n"
-    "shown with it is the last one before it that the daemon makes a dump for.\n"
+    "A dump holds the lines of the kernel log about the daemon at the time of a failure.\n"
+    "It is listed with the record of that failure.\n"
     "\n"
     "Example:\n"
     "  orvanectl dumps MOVE@20261121101530";
@@ -35,31 +33,32 @@ struct Options {
     bool isJson = false;
 };
 
-/// The records that the daemon makes dumps for.
+/// The records for which the daemon writes dumps.
 struct DumpedRecords {
-    std::vector<Record> records;
-    bool isWhole = true;  ///< false: a file could not be read, and it was told
+    std::vector<Reader::Record> records;
+    bool isWhole = true;  ///< false if a file could not be read, which was reported
 
     [[nodiscard]] ExitStatus Status() const { return isWhole ? ExitStatus::Success : ExitStatus::Failed; }
 
-    /// The last one that the dump may belong to; null when there is none.
-    [[nodiscard]] const Record* OwnerOf(const KernelLogDump& dump) const {
-        const auto owner = std::find_if(records.rbegin(), records.rend(),
-                                        [&dump](const Record& record) { return MayBelong(dump, record); });
+    /// The last record that the dump may belong to; null if there is none.
+    [[nodiscard]] const Reader::Record* OwnerOf(const Reader::KernelLogDump& dump) const {
+        const auto owner = std::find_if(records.rbegin(), records.rend(), [&dump](const Reader::Record& record) {
+            return Reader::MayBelong(dump, record);
+        });
         return owner == records.rend() ? nullptr : &*owner;
     }
 };
 
 DumpedRecords ReadDumpedRecords() {
-    RecordStream stream(AllRecordPaths());
+    Reader::RecordStream stream(Reader::AllRecordPaths());
     stream.End();
     DumpedRecords dumped;
-    while (std::optional<LocatedRecord> next = stream.Next()) {
-        if (IsDumped(next->record)) {
+    while (std::optional<Reader::LocatedRecord> next = stream.Next()) {
+        if (Reader::IsDumped(next->record)) {
             dumped.records.push_back(std::move(next->record));
         }
     }
-    dumped.isWhole = TellTroubles(stream);
+    dumped.isWhole = ReportTroubles(stream);
     return dumped;
 }
 
@@ -73,7 +72,7 @@ std::vector<std::string_view> LinesOf(std::string_view content) {
     return lines;
 }
 
-Json ToJson(const KernelLogDump& dump, const Record* owner) {
+Json ToJson(const Reader::KernelLogDump& dump, const Reader::Record* owner) {
     Json object;
     PutText(object, "name", dump.name);
     PutText(object, "type", dump.type);
@@ -85,35 +84,32 @@ Json ToJson(const KernelLogDump& dump, const Record* owner) {
 }
 
 /// @param isKnown  whether all records could be read
-std::string InWords(const KernelLogDump& dump, const Record* owner, bool isKnown) {
+std::string InWords(const Reader::KernelLogDump& dump, const Reader::Record* owner, bool isKnown) {
     const std::size_t lines = LinesOf(dump.content).size();
     std::string text = Printable(dump.name) + "  " + std::to_string(dump.content.size()) + " B  " +
                        std::to_string(lines) + (lines == 1 ? " line  " : " lines  ");
     if (owner == nullptr) {
-        return text + (isKnown ? "no record of it\n" : "record not known\n");
+        return text + (isKnown ? "no record\n" : "unknown record\n");
     }
     return text + TimeText(owner->times, ' ') + "  " + ErrorColumn(*owner) + "  " +
-           Printable(FailureInWords(owner->type)) + "  " + ObjectsColumn(*owner) + "\n";
+           Printable(Reader::FailureInWords(owner->type)) + "  " + ObjectsColumn(*owner) + "\n";
 }
 
-std::string PathOf(const KernelLogDump& dump) {
+std::string PathOf(const Reader::KernelLogDump& dump) {
     return std::string(DUMP_DIRECTORY).append("/").append(dump.name);
 }
 
-/// Why a dump could not be read, or their directory not be listed.
+/// Why a dump or the directory could not be read.
 std::string Unreadable(const std::string& path, int errorNumber) {
     return ErrorText(errorNumber).append(": ").append(AccessHint(path));
 }
 
-bool IsReadable(const KernelLogDump& dump) {
-    if (dump.errorNumber != 0) {
-        Complain(Printable(PathOf(dump)), Unreadable(PathOf(dump), dump.errorNumber));
-    }
-    return dump.errorNumber == 0;
+void ReportUnreadable(const Reader::KernelLogDump& dump) {
+    Complain(Printable(PathOf(dump)), Unreadable(PathOf(dump), dump.errorNumber));
 }
 
-/// Tells why there is nothing to show.
-ExitStatus Fail(const std::string& what, int errorNumber, std::string why, bool isJson) {
+/// Prints why there is nothing to show.
+ExitStatus ReportFailure(const std::string& what, int errorNumber, std::string why, bool isJson) {
     Answer answer;
     answer.status = ExitStatus::Failed;
     answer.isOk = false;
@@ -121,28 +117,31 @@ ExitStatus Fail(const std::string& what, int errorNumber, std::string why, bool 
     PutError(answer.fields, errorNumber);
     Json object;
     object["command"] = "dumps";
-    return Tell(answer, what, std::move(object), isJson);
+    return Print(answer, what, std::move(object), isJson);
 }
 
-ExitStatus List(const std::vector<KernelLogDump>& dumps, bool isJson) {
+ExitStatus List(const std::vector<Reader::KernelLogDump>& dumps, bool isJson) {
     if (dumps.empty()) {
-        Complain("dumps", std::string("there is none in ") + DUMP_DIRECTORY);
+        Complain("dumps", std::string("there are no dumps in ") + DUMP_DIRECTORY);
     }
     const DumpedRecords dumped = ReadDumpedRecords();
     ExitStatus status = dumped.Status();
-    for (const KernelLogDump& dump : dumps) {
-        const Record* owner = dumped.OwnerOf(dump);
+    for (const Reader::KernelLogDump& dump : dumps) {
+        const Reader::Record* owner = dumped.OwnerOf(dump);
         if (isJson) {
             PrintJsonLine(ToJson(dump, owner));
         } else {
             (void)std::fputs(InWords(dump, owner, dumped.isWhole).c_str(), stdout);
         }
-        status = IsReadable(dump) ? status : ExitStatus::Failed;
+        if (dump.errorNumber != 0) {
+            ReportUnreadable(dump);
+            status = ExitStatus::Failed;
+        }
     }
     return status;
 }
 
-ExitStatus ShowJson(const KernelLogDump& dump) {
+ExitStatus ShowJson(const Reader::KernelLogDump& dump) {
     const DumpedRecords dumped = ReadDumpedRecords();
     Json object = ToJson(dump, dumped.OwnerOf(dump));
     object["content"] = Json::array();
@@ -155,38 +154,38 @@ ExitStatus ShowJson(const KernelLogDump& dump) {
     return dumped.Status();
 }
 
-ExitStatus ShowText(const KernelLogDump& dump) {
+ExitStatus ShowText(const Reader::KernelLogDump& dump) {
     for (const std::string_view line : LinesOf(dump.content)) {
         (void)std::puts(Printable(line).c_str());
     }
     if (dump.content.empty()) {
-        Complain(Printable(dump.name), "empty: the kernel log had no line about the daemon");
+        Complain(Printable(dump.name), "empty: the kernel log had no lines about the daemon");
     }
     return ExitStatus::Success;
 }
 
-ExitStatus ShowOne(const std::vector<KernelLogDump>& dumps, const Options& options) {
+ExitStatus ShowOne(const std::vector<Reader::KernelLogDump>& dumps, const Options& options) {
     std::string names;
-    for (const KernelLogDump& dump : dumps) {
+    for (const Reader::KernelLogDump& dump : dumps) {
         if (dump.name != options.name) {
             names += "\n  " + Printable(dump.name);
             continue;
         }
         if (dump.errorNumber != 0) {
-            return Fail(Printable(PathOf(dump)), dump.errorNumber, Unreadable(PathOf(dump), dump.errorNumber),
-                        options.isJson);
+            return ReportFailure(Printable(PathOf(dump)), dump.errorNumber, Unreadable(PathOf(dump), dump.errorNumber),
+                                 options.isJson);
         }
         return options.isJson ? ShowJson(dump) : ShowText(dump);
     }
-    return Fail(Printable(options.name), ENOENT,
-                "no such dump; " + (names.empty() ? "there is none" : "these are there:" + names), options.isJson);
+    return ReportFailure(Printable(options.name), ENOENT,
+                         "there is no such dump" + (names.empty() ? "" : "; the dumps are:" + names), options.isJson);
 }
 
 ExitStatus ShowDumps(const Options& options) {
     int err = 0;
-    const std::vector<KernelLogDump> dumps = KernelLogDumps(err);
+    const std::vector<Reader::KernelLogDump> dumps = Reader::KernelLogDumps(err);
     if (err != 0) {
-        return Fail(DUMP_DIRECTORY, err, Unreadable(DUMP_DIRECTORY, err), options.isJson);
+        return ReportFailure(DUMP_DIRECTORY, err, Unreadable(DUMP_DIRECTORY, err), options.isJson);
     }
     return options.name.empty() ? List(dumps, options.isJson) : ShowOne(dumps, options);
 }
@@ -195,15 +194,16 @@ ExitStatus ShowDumps(const Options& options) {
 
 void AddDumpsCommand(CLI::App& app, Action& chosen) {
     const auto options = std::make_shared<Options>();
-    CLI::App* parser = app.add_subcommand("dumps", "List the kernel-log dumps with the record of each, or show one.");
+    CLI::App* parser = app.add_subcommand("dumps", "List the kernel-log dumps, or print one.");
     const auto check = [](const std::string& name) {
-        return name.empty() || name.find('/') != std::string::npos ? name + ": a name from the list, not a path"
-                                                                   : std::string();
+        return name.empty() || name.find('/') != std::string::npos
+                   ? name + ": expected a name from the list, not a path"
+                   : std::string();
     };
-    parser->add_option("NAME", options->name, "the dump to show")->check(CLI::Validator(check, ""))->type_name("");
-    parser->add_flag("--json", options->isJson, "one object a line");
+    parser->add_option("NAME", options->name, "the dump to print")->check(CLI::Validator(check, ""))->type_name("");
+    parser->add_flag("--json", options->isJson, "print one JSON object per line");
     parser->footer(FOOTER);
     parser->callback([options, &chosen] { chosen = [options] { return ShowDumps(*options); }; });
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

@@ -2,14 +2,17 @@
 
 #include <strings.h>
 
+#include <array>
 #include <charconv>
+#include <chrono>
 #include <cstring>
+#include <ctime>
 #include <string_view>
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
-constexpr int LARGEST_ERROR_NUMBER = 4095;  // the kernel's own limit
+constexpr int LARGEST_ERROR_NUMBER = 4095;  // the kernel reserves this range
 
 bool EqualsInAnyCase(const std::string& one, const std::string& other) {
     return strcasecmp(one.c_str(), other.c_str()) == 0;
@@ -22,9 +25,40 @@ bool IsAtOrBelow(std::string_view path, std::string_view prefix) {
     return path.starts_with(prefix) && (path.size() == prefix.size() || prefix == "/" || path[prefix.size()] == '/');
 }
 
+constexpr std::size_t DIGITS = 14;
+
+struct TimeForm {
+    const char* form;  ///< for strptime
+    int lastSecond;    ///< of the time span that the text means
+};
+constexpr TimeForm TIME_FORMS[] = {
+    {"%Y-%m-%d %H:%M:%S", 0}, {"%Y-%m-%dT%H:%M:%S", 0},       {"%Y-%m-%d %H:%M", 59}, {"%Y-%m-%dT%H:%M", 59},
+    {"%H:%M:%S", 0},          {"%Y-%m-%d", 24 * 60 * 60 - 1}, {"%H:%M", 59},          {"%Y%m%d%H%M%S", 0},
+};
+
+std::tm Today() {
+    const std::time_t now = std::time(nullptr);
+    std::tm day{};
+    localtime_r(&now, &day);
+    day.tm_hour = day.tm_min = day.tm_sec = 0;
+    return day;
+}
+
+/// The time as 14 digits; nothing if there is no such day.
+std::optional<std::string> Digits(const std::tm& time) {
+    const std::chrono::year_month_day day{std::chrono::year(time.tm_year + 1900),
+                                          std::chrono::month(static_cast<unsigned>(time.tm_mon + 1)),
+                                          std::chrono::day(static_cast<unsigned>(time.tm_mday))};
+    std::array<char, 16> text{};
+    if (!day.ok() || std::strftime(text.data(), text.size(), "%Y%m%d%H%M%S", &time) != DIGITS) {
+        return std::nullopt;
+    }
+    return text.data();
+}
+
 }  // namespace
 
-bool Matches(const RecordFilter& filter, const Record& record) {
+bool Matches(const RecordFilter& filter, const Reader::Record& record) {
     return (filter.since.empty() || record.times >= filter.since) &&
            (filter.until.empty() || record.times <= filter.until) &&
            (filter.type.empty() || EqualsInAnyCase(record.type, filter.type)) &&
@@ -47,4 +81,21 @@ std::optional<int> ParseErrorNumber(const std::string& text) {
     return std::nullopt;
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+std::optional<std::string> ParseTime(const std::string& text, Edge edge) {
+    for (const TimeForm& form : TIME_FORMS) {
+        std::tm time = Today();
+        const char* end = strptime(text.c_str(), form.form, &time);
+        if (end == nullptr || *end != '\0') {
+            continue;
+        }
+        if (edge == Edge::End) {  // so far everything that the text leaves out is 0
+            time.tm_hour += form.lastSecond / 3600;
+            time.tm_min += form.lastSecond / 60 % 60;
+            time.tm_sec += form.lastSecond % 60;
+        }
+        return Digits(time);
+    }
+    return std::nullopt;
+}
+
+}  // namespace TAVO::FileMigrateOrvane::Ctl

@@ -1,4 +1,4 @@
-// Which records a person wants to see. Plain data and functions without state.
+// Which records the user wants to see, and how he writes it. Plain data and functions without state.
 #pragma once
 
 #include <optional>
@@ -6,20 +6,27 @@
 
 #include "record.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 
-/// What a record has to meet; what is empty is met by all. Times are 14 digits, as records have them.
+/// The conditions that a record has to meet; an empty one is met by every record. Times have 14 digits, as in records.
 struct RecordFilter {
     std::string since;  ///< inclusive, like `until`
     std::string until;
-    std::string type;  ///< in capital letters or not
+    std::string type;  ///< in any case
     std::optional<int> errorNumber;
-    std::string path;  ///< what src or dst is, or lies below
+    std::string path;  ///< src or dst is this path or lies below it
 };
 
-[[nodiscard]] bool Matches(const RecordFilter& filter, const Record& record);
+[[nodiscard]] bool Matches(const RecordFilter& filter, const Reader::Record& record);
 
-/// "EACCES", "eacces" or "13"; none for any other text.
+/// "EACCES", "eacces" or "13"; nothing for any other text.
 std::optional<int> ParseErrorNumber(const std::string& text);
 
-}  // namespace TAVO::FileMigrateOrvane
+/// Which end of a time span is meant: a text without seconds, or without a time, means the first or the last of them.
+enum class Edge { Begin, End };
+
+/// "2026-11-21", "2026-11-21 10:15", "2026-11-21T10:15:30", "10:15" (today), "20261121101530" as 14 digits; nothing for
+/// any other text.
+std::optional<std::string> ParseTime(const std::string& text, Edge edge);
+
+}  // namespace TAVO::FileMigrateOrvane::Ctl

@@ -4,11 +4,10 @@
 #include <cstdio>
 #include <variant>
 
-#include "record_time.h"
 #include "explain.h"
 #include "text.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
 Json Object(const char* kind) {
@@ -23,11 +22,11 @@ Json ObjectWithPath(const char* kind, const std::string& path) {
     return object;
 }
 
-Json ToJson(const StatSnapshot& stat) {
+Json ToJson(const Reader::StatSnapshot& stat) {
     Json object = ObjectWithPath("stat", stat.path);
     PutError(object, stat.errorNumber);
     if (stat.errorNumber == 0) {
-        object["text"] = StatInWords(stat);
+        object["text"] = Reader::StatInWords(stat);
         object["st_dev"] = stat.device;
         object["st_ino"] = stat.inode;
         object["st_mode"] = stat.mode;
@@ -42,7 +41,7 @@ Json ToJson(const StatSnapshot& stat) {
     return object;
 }
 
-Json ToJson(const AttributeSnapshot& attribute) {
+Json ToJson(const Reader::AttributeSnapshot& attribute) {
     Json object = ObjectWithPath("attribute", attribute.path);
     if (attribute.key.empty()) {
         PutError(object, attribute.errorNumber);
@@ -57,11 +56,11 @@ Json ToJson(const AttributeSnapshot& attribute) {
     return object;
 }
 
-Json ToJson(const FlagsSnapshot& flags) {
+Json ToJson(const Reader::FlagsSnapshot& flags) {
     Json object = ObjectWithPath("flags", flags.path);
     PutError(object, flags.errorNumber);
     if (flags.failedStep.empty()) {
-        object["text"] = InodeFlagsInWords(flags.flags);
+        object["text"] = Reader::InodeFlagsInWords(flags.flags);
         object["flags"] = flags.flags;
     } else {
         object["step"] = flags.failedStep;
@@ -73,7 +72,7 @@ Json CapabilitySet(const std::string& digits) {
     Json set;
     PutText(set, "digits", digits);
     set["readings"] = Json::array();
-    for (const CapabilityReading& reading : CapabilityReadings(digits)) {
+    for (const Reader::CapabilityReading& reading : Reader::CapabilityReadings(digits)) {
         std::array<char, 24> bits{};
         (void)std::snprintf(bits.data(), bits.size(), "0x%016jx", static_cast<std::uintmax_t>(reading.bits));
         set["readings"].push_back({{"bits", bits.data()}, {"names", reading.names}});
@@ -81,7 +80,7 @@ Json CapabilitySet(const std::string& digits) {
     return set;
 }
 
-Json ToJson(const ProcessSnapshot& process) {
+Json ToJson(const Reader::ProcessSnapshot& process) {
     Json object = Object("process");
     PutError(object, process.errorNumber);
     if (process.errorNumber == 0) {
@@ -94,7 +93,7 @@ Json ToJson(const ProcessSnapshot& process) {
     return object;
 }
 
-Json ToJson(const LabelResult& label) {
+Json ToJson(const Reader::LabelResult& label) {
     Json object = Object("label");
     object["ret"] = label.ret;
     return object;
@@ -108,7 +107,7 @@ void PutTextOrNull(Json& object, const char* key, const std::string& text) {
     }
 }
 
-Json Refused(const Record& record) {
+Json Refused(const Reader::Record& record) {
     if (record.refusedField.empty()) {
         return nullptr;
     }
@@ -120,11 +119,11 @@ Json Refused(const Record& record) {
 
 }  // namespace
 
-Json JsonLine(const Record& record) {
+Json JsonLine(const Reader::Record& record) {
     Json object;
     object["time"] = TimeText(record.times, 'T');
     PutText(object, "type", record.type);
-    PutText(object, "failure", FailureInWords(record.type));
+    PutText(object, "failure", Reader::FailureInWords(record.type));
     object["errno"] = record.errorNumber ? Json(*record.errorNumber) : Json();
     object["error"] = record.errorNumber ? Json(ErrorName(*record.errorNumber)) : Json();
     PutText(object, "src", record.src);
@@ -137,14 +136,14 @@ Json JsonLine(const Record& record) {
     return object;
 }
 
-Json ToJson(const LocatedRecord& located) {
-    const Record& record = located.record;
+Json ToJson(const Reader::LocatedRecord& located) {
+    const Reader::Record& record = located.record;
     Json object = JsonLine(record);
-    PutTextOrNull(object, "likely_cause", LikelyCause(record));
-    PutTextOrNull(object, "to_check", ToCheck(record));
+    PutTextOrNull(object, "likely_cause", Reader::LikelyCause(record).text);
+    PutTextOrNull(object, "to_check", Reader::ToCheck(record));
     object["ambiguous"] = record.isAmbiguous;
     object["snapshots"] = Json::array();
-    for (const Snapshot& snapshot : record.snapshots) {
+    for (const Reader::Snapshot& snapshot : record.snapshots) {
         object["snapshots"].push_back(std::visit([](const auto& each) { return ToJson(each); }, snapshot));
     }
     PutText(object, "file", located.file);
@@ -153,4 +152,4 @@ Json ToJson(const LocatedRecord& located) {
     return object;
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

@@ -1,4 +1,4 @@
-// Records as JSON objects. Their keys are read by programs: docs/records.md lists them, and none changes its meaning.
+// Records as JSON objects. Programs read the keys, so their meaning must not change; docs/records.md lists them.
 // Functions without state.
 #pragma once
 
@@ -6,12 +6,12 @@
 #include "record.h"
 #include "record_input.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 
-/// What names a record: "time", "type", "failure", "errno", "error", paths and the other fields of its first line.
-Json JsonLine(const Record& record);
+/// The record without its snapshots: "time", "type", "failure", "errno", "error", the paths and the other fields.
+Json JsonLine(const Reader::Record& record);
 
-/// The whole record, with its snapshots and where it stands.
-Json ToJson(const LocatedRecord& located);
+/// The whole record, with its snapshots and its position.
+Json ToJson(const Reader::LocatedRecord& located);
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

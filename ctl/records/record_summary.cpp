@@ -4,15 +4,14 @@
 #include <string_view>
 #include <vector>
 
-#include "record_time.h"
 #include "explain.h"
 #include "text.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
-/// "/data/app" for "/data/app/el1/base": below it all paths are of one application or user.
-std::string TopDirectory(const Record& record) {
+/// "/data/app" for "/data/app/el1/base". Deeper directories belong to single applications or users.
+std::string TopDirectory(const Reader::Record& record) {
     const std::string& path = record.src.empty() ? record.dst : record.src;
     std::size_t end = 0;
     for (int components = 0; components < 2 && end != std::string::npos; ++components) {
@@ -21,7 +20,7 @@ std::string TopDirectory(const Record& record) {
     return path.substr(0, end);
 }
 
-/// The entries of a map of tallies, the most frequent first.
+/// The entries of a map of tallies, the most frequent ones first.
 template <typename Map>
 std::vector<const typename Map::value_type*> ByFrequency(const Map& tallies) {
     std::vector<const typename Map::value_type*> entries;
@@ -59,7 +58,7 @@ Json RecordSummary::Tally::PutInto(Json object) const {
     return object;
 }
 
-void RecordSummary::Add(const Record& record) {
+void RecordSummary::Add(const Reader::Record& record) {
     all.Add(record.times);
     failures[{record.type, record.errorNumber}].Add(record.times);
     directories[TopDirectory(record)].Add(record.times);
@@ -78,7 +77,7 @@ std::string RecordSummary::Text() const {
         const auto& [type, errorNumber] = entry->first;
         std::string error = ErrorColumn(errorNumber);
         error.resize(width, ' ');
-        text += entry->second.Text() + error + "  " + Printable(FailureInWords(type)) + "\n";
+        text += entry->second.Text() + error + "  " + Printable(Reader::FailureInWords(type)) + "\n";
     }
     text += "\n";
     for (const auto* entry : ByFrequency(directories)) {
@@ -94,7 +93,7 @@ Json RecordSummary::ToJson() const {
         const auto& [type, errorNumber] = entry->first;
         Json failure;
         PutText(failure, "type", type);
-        PutText(failure, "failure", FailureInWords(type));
+        PutText(failure, "failure", Reader::FailureInWords(type));
         failure["errno"] = errorNumber ? Json(*errorNumber) : Json();
         failure["error"] = errorNumber ? Json(ErrorName(*errorNumber)) : Json();
         summary["failures"].push_back(entry->second.PutInto(std::move(failure)));
@@ -108,4 +107,4 @@ Json RecordSummary::ToJson() const {
     return summary;
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

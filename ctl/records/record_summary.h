@@ -1,4 +1,4 @@
-// The counts over many records: what failed how often, where, and when first and last. One thread.
+// Counts of records by failure and by directory, with the times of the first and last. Used by one thread.
 #pragma once
 
 #include <cstddef>
@@ -10,13 +10,13 @@
 #include "json_text.h"
 #include "record.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 
 class RecordSummary {
 public:
-    void Add(const Record& record);
+    void Add(const Reader::Record& record);
 
-    /// For a person: two tables, the most frequent first.
+    /// Two tables, the most frequent entries first.
     [[nodiscard]] std::string Text() const;
     [[nodiscard]] Json ToJson() const;
 
@@ -37,4 +37,4 @@ private:
     std::map<std::string, Tally> directories;  ///< by the first two components of the path
 };
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

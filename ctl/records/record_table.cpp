@@ -2,22 +2,20 @@
 
 #include <climits>
 #include <cwchar>
-#include <filesystem>
 #include <set>
 #include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
 
-#include "record_time.h"
 #include "explain.h"
 #include "text.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
 constexpr std::size_t ERROR_WIDTH = 9;     // ENOTEMPTY
-constexpr std::size_t FAILURE_WIDTH = 16;  // most of them; a longer one shifts its line
+constexpr std::size_t FAILURE_WIDTH = 16;  // a longer one shifts its line
 
 const char* Arrow() {
     char bytes[MB_LEN_MAX];
@@ -26,65 +24,45 @@ const char* Arrow() {
     return length == static_cast<std::size_t>(-1) ? " -> " : " \u2192 ";
 }
 
-/// What follows a column's text: two blanks at least.
+/// The blanks after a column's text, at least two.
 std::string Padding(std::size_t size, std::size_t width) {
     return std::string(2 + (size < width ? width - size : 0), ' ');
 }
 
-std::string Parent(const std::string& path) {
-    return std::filesystem::path(path).parent_path().native();
-}
-
-/// What a snapshot's path is to the record.
-std::string_view Role(const Record& record, const std::string& path) {
-    if (path == record.src) {
-        return record.dst.empty() ? "object " : "source ";
-    }
-    if (path == record.dst) {
-        return "destination ";
-    }
-    const bool isSourceParent = path == Parent(record.src);
-    const bool isDestinationParent = !record.dst.empty() && path == Parent(record.dst);
-    if (isSourceParent == isDestinationParent || record.dst.empty()) {
-        return isSourceParent ? "parent " : "";
-    }
-    return isSourceParent ? "source's parent " : "destination's parent ";
-}
-
-/// The decoded lines of a record's snapshots, below a heading for each path.
+/// The decoded snapshots of a record, with a heading for each path.
 class SnapshotLines {
 public:
-    SnapshotLines(const Record& toShow, bool isInColour) : record(toShow), isColoured(isInColour) {}
+    SnapshotLines(const Reader::Record& toShow, bool isInColour) : record(toShow), isColoured(isInColour) {}
 
-    void operator()(const StatSnapshot& stat) {
+    void operator()(const Reader::StatSnapshot& stat) {
         Head(stat.path);
         if (stat.errorNumber != 0) {
             missing = stat.errorNumber;
             Add(Toned(Tone::Bad, ErrorText(stat.errorNumber), isColoured));
         } else {
-            Add(StatInWords(stat));
+            Add(Reader::StatInWords(stat));
         }
     }
 
-    void operator()(const AttributeSnapshot& attribute) {
+    void operator()(const Reader::AttributeSnapshot& attribute) {
         Head(attribute.path);
         if (!attribute.key.empty()) {
             Add(Printable(attribute.key) + ": " + (attribute.value ? Printable(*attribute.value) : "(empty)"));
         } else if (attribute.errorNumber != missing) {
-            Add("attributes: none, or not listed");  // without any, the number is a leftover
+            Add("attributes: none, or not listed");  // without attributes the error number is meaningless
         }
     }
 
-    void operator()(const FlagsSnapshot& flags) {
+    void operator()(const Reader::FlagsSnapshot& flags) {
         if (flags.failedStep.empty()) {
-            Add("inode flags " + InodeFlagsInWords(flags.flags) + Resolved(flags.path));
+            Add("inode flags " + Reader::InodeFlagsInWords(flags.flags) + Resolved(flags.path));
         } else if (flags.errorNumber != missing) {
             Add("inode flags not read, " + flags.failedStep + ": " + ErrorText(flags.errorNumber) +
                 Resolved(flags.path));
         }
     }
 
-    void operator()(const ProcessSnapshot& process) {
+    void operator()(const Reader::ProcessSnapshot& process) {
         Heading("the daemon");
         if (process.errorNumber != 0) {
             Add("capabilities not read: " + ErrorText(process.errorNumber));
@@ -99,7 +77,7 @@ public:
         AddCapabilities("inheritable", process.inheritable);
     }
 
-    void operator()(const LabelResult& label) {
+    void operator()(const Reader::LabelResult& label) {
         Heading("the label library");
         Add("returned " + std::to_string(label.ret));
     }
@@ -110,7 +88,8 @@ private:
     void Head(const std::string& ofPath) {
         if (path != ofPath) {
             path = ofPath;
-            Heading(std::string(Role(record, path)) + Printable(path));
+            const std::string_view role = Reader::RoleOf(record, path);
+            Heading(std::string(role).append(role.empty() ? "" : " ").append(Printable(path)));
         }
     }
 
@@ -120,7 +99,7 @@ private:
         shown.clear();
     }
 
-    /// An attribute that could not be read repeats the one before it; two parents can be one directory.
+    /// Drops repeated lines: an unreadable attribute repeats the previous one, and both parents may be one directory.
     void Add(const std::string& line) {
         if (shown.insert(line).second) {
             text += "      " + line + "\n";
@@ -129,33 +108,33 @@ private:
 
     void AddCapabilities(const char* set, const std::string& digits) {
         std::string names;
-        for (const CapabilityReading& reading : CapabilityReadings(digits)) {
+        for (const Reader::CapabilityReading& reading : Reader::CapabilityReadings(digits)) {
             names += (names.empty() ? "" : ", or ") + reading.names;
         }
         Add(std::string(set) + " capabilities " + (names.empty() ? "unknown: 0x" + Printable(digits) : names));
     }
 
-    /// The flags are those of what a link leads to.
+    /// The resolved path, if the flags are those of a link's target.
     [[nodiscard]] std::string Resolved(const std::string& ofFlags) const {
         return ofFlags == path ? "" : " of " + Printable(ofFlags);
     }
 
-    const Record& record;
+    const Reader::Record& record;
     bool isColoured;
-    std::string path;             ///< of the heading
-    int missing = 0;              ///< why the object could not be looked at: not said again for its attributes
-    std::set<std::string> shown;  ///< below the heading
+    std::string path;             ///< path in the last heading
+    int missing = 0;              ///< error of lstat on the path, which is not repeated for its attributes
+    std::set<std::string> shown;  ///< lines below the last heading
 };
 
-std::string Details(const Record& record, const TableStyle& style) {
+std::string Details(const Reader::Record& record, const TableStyle& style) {
     SnapshotLines lines(record, style.isColoured);
     for (const auto& [name, text] :
-         {std::pair("likely cause: ", LikelyCause(record)), {"to check: ", ToCheck(record)}}) {
+         {std::pair("likely cause: ", Reader::LikelyCause(record).text), {"to check: ", Reader::ToCheck(record)}}) {
         if (!text.empty()) {
             lines.text += "    " + Toned(Tone::Strong, name + Printable(text), style.isColoured) + "\n";
         }
     }
-    for (const Snapshot& snapshot : record.snapshots) {
+    for (const Reader::Snapshot& snapshot : record.snapshots) {
         std::visit(lines, snapshot);
     }
     return lines.text;
@@ -169,11 +148,11 @@ void AppendField(std::string& text, const char* name, const std::string& value) 
 
 }  // namespace
 
-std::string ErrorColumn(const Record& record) {
+std::string ErrorColumn(const Reader::Record& record) {
     return record.errorNumber ? ErrorName(*record.errorNumber) : "-";
 }
 
-std::string ObjectsColumn(const Record& record) {
+std::string ObjectsColumn(const Reader::Record& record) {
     std::string text = Printable(record.src);
     if (!record.dst.empty()) {
         text += Arrow() + Printable(record.dst);
@@ -189,9 +168,9 @@ std::string ObjectsColumn(const Record& record) {
     return text;
 }
 
-std::string RecordInWords(const Record& record, const TableStyle& style) {
+std::string RecordInWords(const Reader::Record& record, const TableStyle& style) {
     const std::string error = ErrorColumn(record);
-    const std::string failure = Printable(FailureInWords(record.type));
+    const std::string failure = Printable(Reader::FailureInWords(record.type));
     std::string text = Toned(Tone::Faint, TimeText(record.times, ' '), style.isColoured) + "  " +
                        Toned(Tone::Bad, error, style.isColoured) + Padding(error.size(), ERROR_WIDTH) + failure +
                        Padding(failure.size(), FAILURE_WIDTH) + ObjectsColumn(record);
@@ -202,4 +181,4 @@ std::string RecordInWords(const Record& record, const TableStyle& style) {
     return style.isVerbose ? text + Details(record, style) : text;
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

@@ -1,25 +1,25 @@
-// Records as a person reads them: a line for each, with the snapshots decoded below it where that is wanted. All
-// bytes of records are made printable. Functions without state, after main has set the locale.
+// Records as text: one line for each, optionally followed by its decoded snapshots. All bytes of records are escaped.
+// Functions without state; call them after main has set the locale.
 #pragma once
 
 #include <string>
 
 #include "record.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 
 struct TableStyle {
     bool isColoured = false;
-    bool isVerbose = false;  ///< snapshots and the likely cause, too
+    bool isVerbose = false;  ///< with the snapshots and the likely cause
 };
 
-/// "EACCES"; "-" for a refused request, which has none.
-std::string ErrorColumn(const Record& record);
+/// "EACCES"; "-" for a refused request, which has no error number.
+std::string ErrorColumn(const Reader::Record& record);
 
-/// The record's paths and whatever else its line fills: "/data/a → /data/b", "/data/a user=0 group=0".
-std::string ObjectsColumn(const Record& record);
+/// The record's paths and the other fields of its line: "/data/a → /data/b", "/data/a user=0 group=0".
+std::string ObjectsColumn(const Reader::Record& record);
 
-/// The record's line, and what belongs below it, each line with its newline.
-std::string RecordInWords(const Record& record, const TableStyle& style);
+/// The record's line and, if wanted, its details; each line ends with a newline.
+std::string RecordInWords(const Reader::Record& record, const TableStyle& style);
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

@@ -1,5 +1,3 @@
-#include "records_command.h"
-
 #include <algorithm>
 #include <memory>
 #include <optional>
@@ -8,23 +6,23 @@
 
 #include "argument_checks.h"
 #include "record_filter.h"
-#include "record_time.h"
 #include "record_input.h"
+#include "records_commands.h"
 #include "show_records.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
 constexpr const char* FOOTER =
-    "Without FILE, all record files are read with the ones they were rotated into, in the order of\n"
-    "the records' times, the newest last. With --follow a FILE stands for these, too.\n"
-    "Times are local ones: 2026-11-21, 2026-11-21 10:15, 10:15:30 (today), 20261121101530. The day\n"
-    "or minute of --until is included.\n"
-    "Bytes that are no record are skipped and told on standard error.\n"
+    "Without FILE, all record files and their rotated files are read, ordered by time,\n"
+    "the newest record last. With --follow, the rotated files of FILE are read too.\n"
+    "Times are local: 2026-11-21, 2026-11-21 10:15, 10:15:30 (today), 20261121101530.\n"
+    "The day or minute of --until is included.\n"
+    "Bytes that belong to no record are skipped and reported on standard error.\n"
     "\n"
     "Examples:\n"
-    "  orvanectl records -v --path /data/app      what happened to it, and why\n"
-    "  orvanectl records --summary --since 10:00  how much of what went wrong today";
+    "  orvanectl records -v --path /data/app      what failed there, and why\n"
+    "  orvanectl records --summary --since 10:00  how often each failure occurred";
 
 void AddFilters(CLI::App& parser, RecordsOptions& options) {
     RecordFilter& filter = options.filter;
@@ -33,17 +31,17 @@ void AddFilters(CLI::App& parser, RecordsOptions& options) {
             [edge](std::string& text) {
                 std::optional<std::string> times = ParseTime(text, edge);
                 if (!times) {
-                    return text + ": a time is YYYY-MM-DD, YYYY-MM-DD HH:MM[:SS] or HH:MM[:SS]";
+                    return text + ": expected YYYY-MM-DD, YYYY-MM-DD HH:MM[:SS] or HH:MM[:SS]";
                 }
                 text = std::move(*times);
                 return std::string();
             },
             "");
     };
-    parser.add_option("--since", filter.since, "only records of this time and later")
+    parser.add_option("--since", filter.since, "only records of this time or later")
         ->type_name("TIME")
         ->transform(time(Edge::Begin));
-    parser.add_option("--until", filter.until, "only records of this time and earlier")
+    parser.add_option("--until", filter.until, "only records of this time or earlier")
         ->type_name("TIME")
         ->transform(time(Edge::End));
     parser.add_option("--type", filter.type, "only records of this type, such as MOVE")->type_name("TYPE");
@@ -53,27 +51,28 @@ void AddFilters(CLI::App& parser, RecordsOptions& options) {
             [&filter](const std::string& text) {
                 filter.errorNumber = ParseErrorNumber(text);
                 if (!filter.errorNumber) {
-                    throw CLI::ValidationError("--errno", text + ": an error is a name such as EACCES, or a number");
+                    throw CLI::ValidationError("--errno",
+                                               text + ": expected an error name such as EACCES, or a number");
                 }
             },
-            "only records with this error, by name or number")
+            "only records with this error (name or number)")
         ->type_name("NAME");
-    parser.add_option("--path", filter.path, "only records of this path, or a path below it")
+    parser.add_option("--path", filter.path, "only records of this path and paths below it")
         ->type_name("PREFIX")
         ->transform(CLI::Validator(MakeAbsolute, ""));
 }
 
-/// Options that are right one by one and wrong together.
+/// Refuses combinations of options that make no sense.
 void Check(const RecordsOptions& options, bool isFollowing) {
     if (isFollowing && options.isSummary) {
-        throw CLI::ValidationError("--follow", "there is no --summary of what is still to come");
+        throw CLI::ValidationError("--follow", "cannot be combined with --summary");
     }
-    if (isFollowing && std::ranges::find(options.files, STANDARD_INPUT) != options.files.end()) {
+    if (isFollowing && std::ranges::find(options.files, Reader::STANDARD_INPUT) != options.files.end()) {
         throw CLI::ValidationError("--follow", "standard input cannot be followed");
     }
     const RecordFilter& filter = options.filter;
     if (!filter.until.empty() && filter.until < filter.since) {
-        throw CLI::ValidationError("--until", "it lies before --since");
+        throw CLI::ValidationError("--until", "is before --since");
     }
 }
 
@@ -85,13 +84,10 @@ void AddRecordsCommand(CLI::App& app, Action& chosen) {
     CLI::App* parser = app.add_subcommand("records", "Show the records of failed operations and refused requests.");
     parser->add_option("FILE", options->files, "record files, or - for standard input")->type_name("");
     AddFilters(*parser, *options);
-    parser->add_flag("-v,--verbose", options->isVerbose, "the snapshots below each record, and the likely cause");
-    parser->add_flag("--json", options->isJson, "one object a line");
-    parser->add_flag("--summary", options->isSummary,
-                     "how many records of each failure and directory, first and last time");
-    parser->add_flag("-f,--follow", *isFollowing,
-                     "the last ten records, then each new one as it is written, until interrupted;\n"
-                     "not with --summary");
+    parser->add_flag("-v,--verbose", options->isVerbose, "show the likely cause and the snapshots of each record");
+    parser->add_flag("--json", options->isJson, "print one JSON object per line");
+    parser->add_flag("--summary", options->isSummary, "count records by failure and by directory");
+    parser->add_flag("-f,--follow", *isFollowing, "print the last ten records, then each new one");
     parser->footer(FOOTER);
     parser->callback([options, isFollowing, &chosen] {
         Check(*options, *isFollowing);
@@ -99,4 +95,4 @@ void AddRecordsCommand(CLI::App& app, Action& chosen) {
     });
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

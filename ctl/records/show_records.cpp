@@ -10,39 +10,39 @@
 #include <optional>
 #include <utility>
 
-#include "access_hint.h"
+#include "advice.h"
+#include "record_files.h"
 #include "record_json.h"
 #include "record_summary.h"
 #include "record_table.h"
-#include "record_files.h"
 #include "text.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
-constexpr int LOOK_INTERVAL = 200;  // ms
+constexpr int POLL_INTERVAL = 200;  // ms
 constexpr std::size_t FORMER_RECORDS = 10;
 constexpr std::size_t OUTPUT_BUFFER = std::size_t{1} << 16U;
 
 enum class Rotated { LeftOut, Included };
 
-std::vector<RecordPath> PathsOf(const RecordsOptions& options, Rotated rotated) {
-    std::vector<RecordPath> paths;
+std::vector<Reader::RecordPath> PathsOf(const RecordsOptions& options, Rotated rotated) {
+    std::vector<Reader::RecordPath> paths;
     for (const std::string& file : options.files) {
         paths.push_back({file, /*mayBeMissing=*/false, rotated == Rotated::Included});
     }
-    return paths.empty() ? AllRecordPaths() : paths;
+    return paths.empty() ? Reader::AllRecordPaths() : paths;
 }
 
-/// Shows the records that are wanted.
+/// Prints the selected records.
 class Output {
 public:
     explicit Output(const RecordsOptions& wanted) : options(wanted), style{MayColour(STDOUT_FILENO), wanted.isVerbose} {
-        static std::array<char, OUTPUT_BUFFER> buffer;  // used until the end of the program
+        static std::array<char, OUTPUT_BUFFER> buffer;  // used until the program ends
         (void)std::setvbuf(stdout, buffer.data(), _IOFBF, buffer.size());
     }
 
-    void Show(const LocatedRecord& located) {
+    void Show(const Reader::LocatedRecord& located) {
         hasShown = true;
         if (options.isSummary) {
             summary.Add(located.record);
@@ -53,7 +53,7 @@ public:
         }
     }
 
-    /// @param mayBeEmpty  whether it is known that there are no records, if it has none
+    /// @param mayBeEmpty  whether to print a summary of no records
     void ShowSummary(bool mayBeEmpty) const {
         if (options.isJson) {
             PrintJsonLine(summary.ToJson());
@@ -64,7 +64,7 @@ public:
 
     [[nodiscard]] bool HasShown() const { return hasShown; }
 
-    /// False when nobody reads any more, or the disk is full.
+    /// False if standard output was closed or the disk is full.
     [[nodiscard]] static bool Flush() { return std::fflush(stdout) == 0 && std::ferror(stdout) == 0; }
 
 private:
@@ -76,7 +76,7 @@ private:
     bool hasShown = false;
 };
 
-std::string InWords(const ReadTrouble& trouble) {
+std::string InWords(const Reader::ReadTrouble& trouble) {
     if (trouble.errorNumber != 0) {
         const bool isForbidden = trouble.errorNumber == EACCES || trouble.errorNumber == EPERM;
         return ErrorText(trouble.errorNumber) + (isForbidden ? ": " + AccessHint(trouble.file) : "");
@@ -86,27 +86,27 @@ std::string InWords(const ReadTrouble& trouble) {
            (trouble.skipped.length > trouble.excerpt.size() ? "..." : "");
 }
 
-void TellEmptiness() {
+void ReportMissingFiles() {
     std::string files;
     for (const char* file : RECORD_FILES) {
         files += std::string("\n  ") + file;
     }
-    Complain("records", "nothing is recorded; none of these files is there:" + files +
-                            "\nThe daemon makes the files, but not their directories.");
+    Complain("records", "there are no records; none of these files exists:" + files +
+                            "\nThe daemon creates the files, but not their directories.");
 }
 
-/// Why nothing was shown, where that is known.
-/// @param left  how many records are not wanted
-void TellAbsence(const RecordStream& stream, const Output& output, bool isReadable, std::size_t left) {
+/// Says why no record was shown.
+/// @param left  the number of records that the filter left out
+void ReportNothingShown(const Reader::RecordStream& stream, const Output& output, bool isReadable, std::size_t left) {
     if (isReadable && !stream.HasFiles()) {
-        TellEmptiness();
+        ReportMissingFiles();
     } else if (!output.HasShown() && left > 0) {
-        Complain("records", std::to_string(left) + (left == 1 ? " record" : " records") + ", none matches");
+        Complain("records", std::to_string(left) + (left == 1 ? " record" : " records") + ", none of them matches");
     }
 }
 
-std::optional<LocatedRecord> NextWanted(RecordStream& stream, const RecordFilter& filter) {
-    std::optional<LocatedRecord> next = stream.Next();
+std::optional<Reader::LocatedRecord> NextWanted(Reader::RecordStream& stream, const RecordFilter& filter) {
+    std::optional<Reader::LocatedRecord> next = stream.Next();
     while (next && !Matches(filter, next->record)) {
         next = stream.Next();
     }
@@ -114,34 +114,34 @@ std::optional<LocatedRecord> NextWanted(RecordStream& stream, const RecordFilter
 }
 
 ExitStatus WriteFailure() {
-    Complain("records", "standard output cannot be written");
+    Complain("records", "cannot write to standard output");
     return ExitStatus::Failed;
 }
 
-void ShowFormer(RecordStream& stream, Output& output, const RecordFilter& filter) {
-    std::deque<LocatedRecord> former;
-    while (std::optional<LocatedRecord> next = NextWanted(stream, filter)) {
+void ShowFormer(Reader::RecordStream& stream, Output& output, const RecordFilter& filter) {
+    std::deque<Reader::LocatedRecord> former;
+    while (std::optional<Reader::LocatedRecord> next = NextWanted(stream, filter)) {
         former.push_back(std::move(*next));
         if (former.size() > FORMER_RECORDS) {
             former.pop_front();
         }
     }
-    for (const LocatedRecord& located : former) {
+    for (const Reader::LocatedRecord& located : former) {
         output.Show(located);
     }
 }
 
-/// Until the next look. False when standard output is a pipe without a reader, or a terminal that was closed.
+/// Waits until the next poll. False if standard output is a pipe without a reader or a closed terminal.
 bool Wait() {
     pollfd out{STDOUT_FILENO, 0, 0};
-    return poll(&out, 1, LOOK_INTERVAL) <= 0;
+    return poll(&out, 1, POLL_INTERVAL) <= 0;
 }
 
 }  // namespace
 
-bool TellTroubles(RecordStream& stream) {
+bool ReportTroubles(Reader::RecordStream& stream) {
     bool isReadable = true;
-    for (const ReadTrouble& trouble : stream.TakeTroubles()) {
+    for (const Reader::ReadTrouble& trouble : stream.TakeTroubles()) {
         isReadable = isReadable && trouble.errorNumber == 0;
         Complain(Printable(trouble.file), InWords(trouble));
     }
@@ -149,11 +149,11 @@ bool TellTroubles(RecordStream& stream) {
 }
 
 ExitStatus ShowRecords(const RecordsOptions& options) {
-    RecordStream stream(PathsOf(options, Rotated::LeftOut));
+    Reader::RecordStream stream(PathsOf(options, Rotated::LeftOut));
     stream.End();
     Output output(options);
     std::size_t left = 0;
-    while (const std::optional<LocatedRecord> next = stream.Next()) {
+    while (const std::optional<Reader::LocatedRecord> next = stream.Next()) {
         if (Matches(options.filter, next->record)) {
             output.Show(*next);
         } else {
@@ -163,8 +163,8 @@ ExitStatus ShowRecords(const RecordsOptions& options) {
     if (!Output::Flush()) {
         return WriteFailure();
     }
-    const bool isReadable = TellTroubles(stream);
-    TellAbsence(stream, output, isReadable, left);
+    const bool isReadable = ReportTroubles(stream);
+    ReportNothingShown(stream, output, isReadable, left);
     if (options.isSummary) {
         output.ShowSummary(isReadable && left == 0);
     }
@@ -175,23 +175,23 @@ ExitStatus ShowRecords(const RecordsOptions& options) {
 }
 
 ExitStatus FollowRecords(const RecordsOptions& options) {
-    RecordStream stream(PathsOf(options, Rotated::Included));
+    Reader::RecordStream stream(PathsOf(options, Rotated::Included));
     Output output(options);
     ShowFormer(stream, output, options.filter);
-    if (TellTroubles(stream) && !stream.HasFiles()) {
-        TellEmptiness();
+    if (ReportTroubles(stream) && !stream.HasFiles()) {
+        ReportMissingFiles();
     }
     while (Output::Flush()) {
-        (void)TellTroubles(stream);
+        (void)ReportTroubles(stream);
         if (!Wait()) {
             return ExitStatus::Success;
         }
-        stream.LookAgain();
-        while (const std::optional<LocatedRecord> next = NextWanted(stream, options.filter)) {
+        stream.Poll();
+        while (const std::optional<Reader::LocatedRecord> next = NextWanted(stream, options.filter)) {
             output.Show(*next);
         }
     }
     return WriteFailure();
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

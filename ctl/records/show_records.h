@@ -1,33 +1,33 @@
-// What orvanectl records does once its command line has been read: the records that are wanted, from all files in
-// order, on standard output; what could not be read on standard error. For main's thread, once.
+// orvanectl records, after its command line was parsed: prints the selected records of all files in order on standard
+// output, and reports on standard error what could not be read. Called once, by the main thread.
 #pragma once
 
 #include <string>
 #include <vector>
 
-#include "exit_status.h"
+#include "action.h"
+#include "record_files.h"
 #include "record_filter.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 
 struct RecordsOptions {
-    std::vector<std::string> files;  ///< STANDARD_INPUT is one; none: all that the daemon writes
+    std::vector<std::string> files;  ///< may contain STANDARD_INPUT; empty: all files that the daemon writes
     RecordFilter filter;
     bool isVerbose = false;
     bool isJson = false;
     bool isSummary = false;
 };
 
-class RecordStream;
+/// Reports what could not be read since the last call.
+/// @return false if a whole file could not be read
+bool ReportTroubles(Reader::RecordStream& stream);
 
-/// Tells what could not be read since the last call. False when a whole file could not.
-bool TellTroubles(RecordStream& stream);
-
-/// All records there are. Failed when a file could not be read; bytes that are no record are no failure.
+/// Prints the records. Failed if a file could not be read; bytes that belong to no record are no failure.
 ExitStatus ShowRecords(const RecordsOptions& options);
 
-/// The last ten records, then each new one as it is written, until nobody reads any more or a signal comes. A file
-/// stands for the ones it is rotated into, too.
+/// Prints the last ten records and then each new one, until the reader of standard output ends or a signal comes. Reads
+/// the rotated files of each file too.
 ExitStatus FollowRecords(const RecordsOptions& options);
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Ctl

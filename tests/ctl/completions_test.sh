@@ -1,15 +1,15 @@
 #!/bin/bash
-# The completions and the man page have the sub-commands and long options that the tool's help tells, and no others.
+# The completions and the man page list exactly the sub-commands and long options of the tool's help.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 
-told() {
+listed() {
     local command
     for command in $("$1" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]*\) .*/\1/p'); do
         echo "$command '$("$1" "$command" --help | grep -oP '^  (-.,)?\K--(?!help)[a-z-]+' | paste -sd ' ')'"
     done
 }
-table=$(told "$1")
+table=$(listed "$1")
 diff <(echo "$table") <(sed -n "s/^    \[\(.*\)\]='/\1 '/p" packaging/completion/orvanectl.bash)
 diff <(echo "$table") <(sed -n "/^takes=(/,/^)/s/^    //p" packaging/completion/_orvanectl)
 for word in $(tr -d \' <<<"$table"); do

@@ -1,4 +1,4 @@
-// What the numbers of a record mean in words, and the causes that it leaves no doubt about.
+// Numbers of a record in words, causes, and the roles of its paths.
 #include "explain.h"
 
 #include <gtest/gtest.h>
@@ -8,7 +8,7 @@
 #include <sstream>
 #include <tuple>
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Reader {
 namespace {
 
 TEST(ExplainTest, NumbersInWords) {
@@ -20,13 +20,14 @@ TEST(ExplainTest, NumbersInWords) {
     EXPECT_EQ(InodeFlagsInWords(0x80080110), "----i---------e------- immutable, extents, 0x80000100");
     EXPECT_EQ(CapabilityReadings("2001").at(0).names, "cap_chown,41");
     EXPECT_EQ(CapabilityReadings("111").at(1).names, "cap_chown,cap_mac_override,cap_block_suspend");
-    EXPECT_EQ(CapabilityReadings("2011").size(), 1U) << "the other has what no system has";
+    EXPECT_EQ(CapabilityReadings("2011").size(), 1U) << "the other reading has unknown capabilities";
     EXPECT_TRUE(CapabilityReadings("1000000001").empty()) << "no half has leading zeros";
 }
 
-/// From /a/s to /b/d, with snapshots of objects: "d/a" is a directory, "f" a file, "o" one of user 8, "l" a link, "p" a
-/// pipe, "t" a sticky directory of user 5, "x" nothing; with "!" immutable, with "+" append-only.
-/// "=DIGITS" is the daemon, as user 9, with these capabilities.
+/// A record of an operation from /a/s to /b/d with snapshots of the objects in `words`. The letter before each path is
+/// the kind of object: "d" a directory, "f" a file, "o" a file of user 8, "l" a link, "p" a pipe, "t" a sticky
+/// directory of user 5, "x" a missing object. "!" after the letter adds the immutable flag, "+" the append-only flag.
+/// "=DIGITS" is the daemon, running as user 9, with these capabilities.
 Record Failed(const std::string& type, int error, const std::string& words) {
     const std::map<char, std::uint32_t> modes = {{'d', 040755}, {'l', 0120777}, {'p', 010644}, {'t', 041777}};
     Record record;
@@ -53,13 +54,13 @@ Record Failed(const std::string& type, int error, const std::string& words) {
     return record;
 }
 
-TEST(ExplainTest, TheCauseIsToldWhereItIsCertain) {
+TEST(ExplainTest, FindsCertainCauses) {
     const std::vector<std::tuple<std::string, int, std::string, std::string>> rows = {
         {"MOVE", EPERM, "f!/a/s f/b/d d/a d/b", "the source /a/s has the immutable flag"},
         {"MOVE", EPERM, "f/a/s x/b/d d+/a d/b", "the source's parent directory /a has the append-only flag"},
         {"MOVE", EPERM, "l!/a/s x/b/d d/a d+/b", ""},
         {"COPY", EPERM, "f!/a/s x/b/d d!/b", "the destination's parent directory /b has the immutable flag"},
-        {"CHOWN", EPERM, "f/a/s =10", "the daemon does not have cap_chown, and does not own /a/s"},
+        {"CHOWN", EPERM, "f/a/s =10", "the daemon does not have cap_chown and does not own /a/s"},
         {"MOVE", ENOENT, "f/a/s x/b/d d/a x/b", "the destination's parent directory /b does not exist"},
         {"MOVE", ENOENT, "x/a/s x/b/d d/a d/b", "the source /a/s does not exist"},
         {"MOVE", ENOTDIR, "f/a/s x/b/d d/a f/b", "the destination's parent directory /b is a regular file"},
@@ -74,16 +75,35 @@ TEST(ExplainTest, TheCauseIsToldWhereItIsCertain) {
          "denied by a security module, or by the file system's server; labels: /a/s u:/a/s, /b u:/b"},
     };
     for (const auto& [type, error, snapshots, cause] : rows) {
-        EXPECT_EQ(LikelyCause(Failed(type, error, snapshots)), cause) << type << " " << snapshots;
+        EXPECT_EQ(LikelyCause(Failed(type, error, snapshots)).text, cause) << type << " " << snapshots;
     }
     Record record = Failed("ISDIR", ENOTDIR, "");
     record.src = "/a/s/";
-    EXPECT_EQ(LikelyCause(record), "/a/s/ or something above it is not a directory");
+    EXPECT_EQ(LikelyCause(record).text, "/a/s/ or something above it is not a directory");
     record = Failed("RMDIR", EPERM, "");
     EXPECT_EQ(ToCheck(record), "lsattr -d /a/s /a (this record holds no inode flags)");
     record.src = "/a/it's;reboot";
     EXPECT_EQ(ToCheck(record), "lsattr -d '/a/it'\\''s;reboot' /a (this record holds no inode flags)");
 }
 
+TEST(ExplainTest, RolesOfPaths) {
+    const std::tuple<const char*, const char*, const char*, std::string_view> rows[] = {
+        {"/a/s", "", "/a/s", "object"},
+        {"/a/s", "", "/a", "parent directory"},
+        {"/a/s/", "/b/d", "/a/s/", "source"},
+        {"/a/s/", "/b/d", "/a", "source's parent directory"},
+        {"s", "/b/d//", "/b", "destination's parent directory"},
+        {"s", "/b/d", ".", "source's parent directory"},
+        {"/a/s", "/a/d/", "/a", "parent directory"},
+        {"/a/s", "/b/d", "/a/s/x", ""},
+    };
+    for (const auto& [src, dst, path, role] : rows) {
+        Record record;
+        record.src = src;
+        record.dst = dst;
+        EXPECT_EQ(RoleOf(record, path), role) << src << " " << dst << " " << path;
+    }
+}
+
 }  // namespace
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

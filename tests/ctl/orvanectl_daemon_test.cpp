@@ -1,4 +1,4 @@
-// What the tool asks of the real daemon besides its command: progress, dry runs, status. It must leave no records.
+// The tool's own questions to the real daemon: progress, dry runs, status. They must leave no records.
 #include "daemon_test.h"
 #include "run_tool.h"
 
@@ -64,7 +64,7 @@ TEST_F(OrvanectlDaemonTest, ProgressGrowsAndCtrlCLeavesTheDaemonAtWork) {
     EXPECT_EQ(Records(), std::vector<std::string>());
 }
 
-TEST_F(OrvanectlDaemonTest, StatusTellsTheLastRecord) {
+TEST_F(OrvanectlDaemonTest, StatusShowsTheLastRecord) {
     Start();
     ASSERT_EQ(RecordsOf("mkdir " + tree->File("file") + "/x"), 1U);
     const std::string status = RunTool("status --json").out;

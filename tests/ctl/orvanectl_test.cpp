@@ -1,5 +1,4 @@
-// The tool as a person calls it from a shell, against a daemon of the test's own: what it asks for, its exit statuses
-// and what it writes where.
+// The tool called from a shell, against a fake daemon: its requests, exit statuses and output.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -10,9 +9,9 @@
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
 
-/// @param err  a part of what it writes to standard error; empty: nothing at all
-void ExpectTold(const std::string& words, const Answer& answer, int status, const std::string& out,
-                const std::string& err) {
+/// @param err  a part of standard error; empty if nothing may be written there
+void ExpectRun(const std::string& words, const Answer& answer, int status, const std::string& out,
+               const std::string& err) {
     FakeDaemon daemon({answer});
     const Finished run = RunTool("--socket " + daemon.socketPath + " " + words);
     EXPECT_EQ(run.status, status) << words << run.err;
@@ -21,61 +20,61 @@ void ExpectTold(const std::string& words, const Answer& answer, int status, cons
     EXPECT_EQ(daemon.Requests().size(), status == 2 ? 0U : 1U) << words;
 }
 
-TEST(Orvanectl, TellsByStatusAndText) {
-    ExpectTold("exists /a", {ReplyBytes(1, 0)}, 0, "", "");
-    ExpectTold("exists /a", {ReplyBytes(0, 0)}, 1, "", "");
-    ExpectTold("exists /a", {ReplyBytes(1, 0, {"x"})}, 4, "", "malformed reply");
-    ExpectTold("is-dir /a", {ReplyBytes(-1, ENOENT)}, 1, "",
-               "orvanectl: is-dir /a: ENOENT (No such file or directory)\n");
-    ExpectTold("ls /a", {ReplyBytes(0, 0, {"sub:1/x:y:0", "z:0"})}, 0, "sub/\nx:y\nz\n", "");
-    ExpectTold("ls /a", {ReplyBytes(0, 0)}, 0, "", "");
-    ExpectTold("ls /a", {ReplyBytes(-1, ENOTDIR)}, 1, "", "ENOTDIR");
-    ExpectTold("existing-path /a/b", {ReplyBytes(0, 0, {"/a/b"})}, 0, "/a/b\n", "");
-    ExpectTold("existing-path /a/b", {ReplyBytes(0, 0, {"/a", "/b"})}, 4, "", "malformed reply");
-    ExpectTold("existing-path /a/b", {ReplyBytes(0, 0)}, 4, "", "malformed reply");
-    ExpectTold("du /a", {ReplyBytes(12, 0)}, 0, "12\n", "");
-    ExpectTold("du /a", {ReplyBytes(12, EACCES)}, 1, "12\n", "not whole: EACCES");
-    ExpectTold("largest /a", {ReplyBytes(-1, ENOENT)}, 1, "", "ENOENT");
-    ExpectTold("move /a /b", {ReplyBytes(0, EXDEV)}, 0, "", "");
-    ExpectTold("move /a /b", {ReplyBytes(0, EINVAL)}, 0, "", "may be left out: EINVAL");
-    ExpectTold("rm /./", {}, 2, "", "cannot be meant");
-    ExpectTold("move /a /b", {ReplyBytes(-1, EACCES)}, 1, "", "move /a -> /b: EACCES (Permission denied)\n");
-    ExpectTold("chmod 7 /a", {ReplyBytes(-1, 0)}, 1, "", "no error number");
-    ExpectTold("copy /a /b", {ReplyBytes(-2, 0)}, 3, "", "source does not exist");
-    ExpectTold("mkdir /a --timeout 1", {""}, 4, "", "timed out");
-    ExpectTold("rm /a", {"", true}, 4, "", "closed the connection");
-    ExpectTold("exists /a/../b", {}, 2, "", "PATH: /a/../b: the daemon takes no path with \"../\"");
-    ExpectTold("chown root:" + std::string(36, 'g') + " /a", {}, 2, "", "group is longer than 35 bytes");
-    ExpectTold("rm ''", {}, 2, "", "empty path");
-    ExpectTold("chown root /a", {}, 2, "", "USER:GROUP");
-    ExpectTold("chmod u+x /a", {}, 2, "", "octal");
-    ExpectTold("chmod 000 /a", {}, 2, "", "mode of 0");
-    ExpectTold("chmod -- -755 /a", {}, 2, "", "-755: the daemon takes no mode with \"-\" in it");
-    ExpectTold("move /a " + std::string(4096, 'n'), {}, 2, "", "longer than 4095 bytes: ");
-    ExpectTold("du -h /a", {ReplyBytes(35840, 0)}, 0, "35M\n", "");
-    ExpectTold("sing", {}, 2, "", "sing");
-    ExpectTold("", {}, 2, "", "sub-command is required");
+TEST(Orvanectl, StatusAndText) {
+    ExpectRun("exists /a", {ReplyBytes(1, 0)}, 0, "", "");
+    ExpectRun("exists /a", {ReplyBytes(0, 0)}, 1, "", "");
+    ExpectRun("exists /a", {ReplyBytes(1, 0, {"x"})}, 4, "", "malformed reply");
+    ExpectRun("is-dir /a", {ReplyBytes(-1, ENOENT)}, 1, "",
+              "orvanectl: is-dir /a: ENOENT (No such file or directory)\n");
+    ExpectRun("ls /a", {ReplyBytes(0, 0, {"sub:1/x:y:0", "z:0"})}, 0, "sub/\nx:y\nz\n", "");
+    ExpectRun("ls /a", {ReplyBytes(0, 0)}, 0, "", "");
+    ExpectRun("ls /a", {ReplyBytes(-1, ENOTDIR)}, 1, "", "ENOTDIR");
+    ExpectRun("existing-path /a/b", {ReplyBytes(0, 0, {"/a/b"})}, 0, "/a/b\n", "");
+    ExpectRun("existing-path /a/b", {ReplyBytes(0, 0, {"/a", "/b"})}, 4, "", "malformed reply");
+    ExpectRun("existing-path /a/b", {ReplyBytes(0, 0)}, 4, "", "malformed reply");
+    ExpectRun("du /a", {ReplyBytes(12, 0)}, 0, "12\n", "");
+    ExpectRun("du /a", {ReplyBytes(12, EACCES)}, 1, "12\n", "not whole: EACCES");
+    ExpectRun("largest /a", {ReplyBytes(-1, ENOENT)}, 1, "", "ENOENT");
+    ExpectRun("move /a /b", {ReplyBytes(0, EXDEV)}, 0, "", "");
+    ExpectRun("move /a /b", {ReplyBytes(0, EINVAL)}, 0, "", "may be left out: EINVAL");
+    ExpectRun("rm /./", {}, 2, "", "refusing to work on the root directory");
+    ExpectRun("move /a /b", {ReplyBytes(-1, EACCES)}, 1, "", "move /a -> /b: EACCES (Permission denied)\n");
+    ExpectRun("chmod 7 /a", {ReplyBytes(-1, 0)}, 1, "", "no error number");
+    ExpectRun("copy /a /b", {ReplyBytes(-2, 0)}, 3, "", "source does not exist");
+    ExpectRun("mkdir /a --timeout 1", {""}, 4, "", "timed out");
+    ExpectRun("rm /a", {"", true}, 4, "", "closed the connection");
+    ExpectRun("exists /a/../b", {}, 2, "", "PATH: /a/../b: the daemon refuses paths that contain \"../\"");
+    ExpectRun("chown root:" + std::string(36, 'g') + " /a", {}, 2, "", "group is longer than 35 bytes");
+    ExpectRun("rm ''", {}, 2, "", "path is empty");
+    ExpectRun("chown root /a", {}, 2, "", "USER:GROUP");
+    ExpectRun("chmod u+x /a", {}, 2, "", "octal");
+    ExpectRun("chmod 000 /a", {}, 2, "", "must not be 0");
+    ExpectRun("chmod -- -755 /a", {}, 2, "", "-755: the daemon refuses a mode that contains \"-\"");
+    ExpectRun("move /a " + std::string(4096, 'n'), {}, 2, "", "longer than 4095 bytes: ");
+    ExpectRun("du -h /a", {ReplyBytes(35840, 0)}, 0, "35M\n", "");
+    ExpectRun("sing", {}, 2, "", "sing");
+    ExpectRun("", {}, 2, "", "sub-command is required");
 }
 
-TEST(Orvanectl, TellsWhatToDoNext) {
+TEST(Orvanectl, HintsWhatToDoNext) {
     ScratchTree scratch;
     const std::pair<std::string, std::string> rows[] = {
         {"--socket /nowhere exists /a", "/nowhere: No such file or directory\nhint: the daemon is not running: start"},
         {"--socket /no/where status", "; it needs the directory /no\n"},
-        {"--socket " + scratch.File("stale") + " exists /a", "hint: nobody listens on the socket any more: start"},
+        {"--socket " + scratch.File("stale") + " exists /a", "hint: no daemon listens on the socket: start"},
         {"mvoe /a /b", "did you mean \"move\"?\nUsage: orvanectl "},
-        {"--json status", "orvanectl: --json stands behind the sub-command\n"},
+        {"--json status", "orvanectl: --json must follow the sub-command\n"},
         {"rm --what /a", "\nRun orvanectl rm --help for"},
         {"rm", "PATH is required\nUsage: orvanectl rm [OPTIONS] PATH\n"},
     };
-    for (const auto& [words, told] : rows) {
+    for (const auto& [words, expected] : rows) {
         const Finished run = RunTool(words);
         EXPECT_EQ(run.status, words.starts_with("--socket") ? 4 : 2) << words;
-        EXPECT_NE(run.err.find(told), run.err.npos) << words << run.err;
+        EXPECT_NE(run.err.find(expected), run.err.npos) << words << run.err;
     }
 }
 
-/// @param part  of the one line that the tool prints
+/// @param part  a part of the line that the tool prints
 void ExpectJson(const std::string& words, const Answer& answer, int status, const std::string& part) {
     FakeDaemon daemon({answer});
     const Finished run = RunTool("--socket " + daemon.socketPath + " " + words + " --json");
@@ -89,7 +88,8 @@ TEST(Orvanectl, PrintsOneJsonObjectWhateverHappens) {
                R"("path":"/a","ok":true,"result":0,"errno":0,"error":null,"answer":f)");
     ExpectJson("move /a /b", {ReplyBytes(-1, EACCES)}, 1,
                R"("/b","ok":false,"result":-1,"errno":13,"error":"EACCES",)");
-    ExpectJson("ls /a", {ReplyBytes(0, 0, {"x\xff:1"})}, 0, R"([{"name":"x�","name_hex":"78ff","directory":true}])");
+    ExpectJson("ls /a", {ReplyBytes(0, 0, {"x\xff:1"})}, 0,
+               R"([{"name":"x\ufffd","name_hex":"78ff","directory":true}])");
     ExpectJson("du -h /a", {ReplyBytes(12, EIO)}, 1, R"("kilobytes":12,"whole":false,"message":"the figure is not)");
     ExpectJson("rm /a", {"", true}, 4, R"("ok":false,"result":null,"errno":104,"error":"ECONNRESET")");
     ExpectJson("rm /a/../b", {}, 2, R"({"command":"rm","ok":false,"result":null,"errno":22,"error":"EINVAL")");
@@ -98,7 +98,7 @@ TEST(Orvanectl, PrintsOneJsonObjectWhateverHappens) {
 
 std::string SentFor(const std::string& words) {
     FakeDaemon daemon;
-    static_cast<void>(RunTool("--socket " + daemon.socketPath + " " + words));  // no answer suits all commands
+    static_cast<void>(RunTool("--socket " + daemon.socketPath + " " + words));  // its answer fits no command
     return daemon.Requests().at(0);
 }
 

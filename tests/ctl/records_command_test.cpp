@@ -1,4 +1,4 @@
-// What a person and a script get to see of record files and kernel-log dumps, from the tool itself.
+// Output of orvanectl records and dumps for people and scripts.
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -11,8 +11,8 @@
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
 
-/// Not as another user, who need not be let into the folder of the build.
-const std::string kWithoutPrivilege = "setpriv --bounding-set=-all --inh-caps=-all";
+/// Drops the capabilities but stays root, because another user may not be able to reach the build folder.
+const std::string WITHOUT_PRIVILEGE = "setpriv --bounding-set=-all --inh-caps=-all";
 
 using nlohmann::json;
 using RecordsCommand = DaemonTest;
@@ -37,7 +37,7 @@ std::string Numbers(const std::string& text) {
     return numbers;
 }
 
-TEST_F(RecordsCommand, ShowsTheOnesThatAreWanted) {
+TEST_F(RecordsCommand, Filters) {
     const std::string file = tree->Path("r.txt");
     Append(file, Line("ISDIR", "/data/app/n1", 2, "101530") + Line("GETUIDGID", "/data/app2/n2", 13, "101531"));
     Append(file, Line("ISDIR", "/data/app/x/n3", 13, "235959"));
@@ -50,14 +50,15 @@ TEST_F(RecordsCommand, ShowsTheOnesThatAreWanted) {
     EXPECT_EQ(shown("--path /data/app/x/ --json"), "3 ");
     EXPECT_EQ(shown("- <" + file), "1 1 2 2 3 3 4 4 ");
     EXPECT_EQ(Numbers(RunTool("records --path app/. " + file, "cd /data;").out), "1 3 4 ");
-    EXPECT_EQ(RunTool("records --type COPY --summary " + file).err, "orvanectl: records: 4 records, none matches\n");
+    EXPECT_EQ(RunTool("records --type COPY --summary " + file).err,
+              "orvanectl: records: 4 records, none of them matches\n");
     for (const std::string words : {"--since 2026-02-30", "--until today", "--errno EWHAT", "-f -", "-f --summary",
                                     "--since 2026-11-22 --until 2026-11-21"}) {
         EXPECT_EQ(RunTool("records " + words).status, 2) << words;
     }
 }
 
-TEST_F(RecordsCommand, NoByteOfARecordReachesTheTerminalAsItIs) {
+TEST_F(RecordsCommand, EscapesAllBytesOfRecords) {
     const std::string file =
         tree->File("r.txt", "junk\x1b" + Line("ISDIR", "/data/\x1b[31m\xff\n→\\\u202e", 2, "101530"));
     const Finished table = RunTool("records -v " + file, "LC_ALL=C.UTF-8");
@@ -71,8 +72,8 @@ TEST_F(RecordsCommand, NoByteOfARecordReachesTheTerminalAsItIs) {
     EXPECT_NE(RunTool("records " + file, "LC_ALL=C").out.find("/a -> /b\n"), std::string::npos);
 }
 
-TEST_F(RecordsCommand, ReadsAllFilesInTheOrderOfTime) {
-    EXPECT_NE(RunTool("records").err.find("nothing is recorded"), std::string::npos);
+TEST_F(RecordsCommand, ReadsAllFilesInOrderOfTime) {
+    EXPECT_NE(RunTool("records").err.find("there are no records"), std::string::npos);
     const std::string rotated = std::regex_replace(AB_FILE, std::regex("\\.txt"), "_2026112110153");
     Append(BI_FILE_OLD, Line("ISDIR", "/data/n3", 2, "101533"));
     Append(BI_FILE, Line("ISDIR", "/data/n1", 2, "101531") + Line("ISDIR", "/data/n4", 2, "101530"));
@@ -83,7 +84,7 @@ TEST_F(RecordsCommand, ReadsAllFilesInTheOrderOfTime) {
     const Finished summary = RunTool("records --summary");
     EXPECT_TRUE(std::regex_search(summary.out, std::regex(" 5 .* ENOENT +[^\n]*\n +1 .* EACCES"))) << summary.out;
     std::filesystem::permissions(AB_FILE, std::filesystem::perms::none);
-    const Finished other = RunTool("records", kWithoutPrivilege);
+    const Finished other = RunTool("records", WITHOUT_PRIVILEGE);
     EXPECT_EQ(Numbers(other.out), "0 1 4 2 3 ");
     EXPECT_TRUE(other.status == 1 && other.err.find("run this as root") != other.err.npos) << other.err;
 }
@@ -101,7 +102,7 @@ TEST_F(RecordsCommand, FollowsAWriterAcrossRotations) {
             Append(file, i % 50 == 3 ? line.substr(20) : "");
         }
     });
-    // It ends with its reader. How much was there at its start, of which it shows the last ten, is a matter of luck.
+    // The tool ends with its reader. It begins with the last ten records, whichever they were when it started.
     const std::string shown = Numbers(RunTool("records -f " + file + " | sed '/n300 *$/q'", "timeout 60").out);
     writer.join();
     std::string expected;
@@ -111,7 +112,7 @@ TEST_F(RecordsCommand, FollowsAWriterAcrossRotations) {
     EXPECT_EQ(shown, expected);
 }
 
-TEST_F(RecordsCommand, AFailureOfTheDaemonWithItsCauseAndItsDump) {
+TEST_F(RecordsCommand, FailureWithCauseAndDump) {
     tree->MakeImmutable(tree->File("a"));
     EXPECT_EQ(Call({.cmd = Command::MoveAll, .src = tree->Path("a"), .dst = tree->Path("b")}).result, -1);
     EXPECT_TRUE(std::regex_search(RunTool("records -v").out, std::regex("likely cause: .*immutable")));
@@ -125,9 +126,9 @@ TEST_F(RecordsCommand, AFailureOfTheDaemonWithItsCauseAndItsDump) {
     Append(KMSG_DIR + std::string("/COPY@20261121101530"), "");
     EXPECT_NE(RunTool("dumps COPY@20261121101530").err.find(": empty: "), std::string::npos);
     std::filesystem::permissions(AB_FILE, std::filesystem::perms::none);
-    const Finished other = RunTool("dumps", kWithoutPrivilege);
-    EXPECT_TRUE(other.status == 1 && other.out.find("  record not known\n") != other.out.npos) << other.out;
-    EXPECT_NE(RunTool("dumps MOVE").err.find("these are there:\n  COPY@20261121101530\n  " + name), std::string::npos);
+    const Finished other = RunTool("dumps", WITHOUT_PRIVILEGE);
+    EXPECT_TRUE(other.status == 1 && other.out.find("  unknown record\n") != other.out.npos) << other.out;
+    EXPECT_NE(RunTool("dumps MOVE").err.find("the dumps are:\n  COPY@20261121101530\n  " + name), std::string::npos);
 }
 
 }  // namespace

@@ -1,30 +1,29 @@
-#include "landmarks.h"
+#include "parsed_text.h"
 
 #include <algorithm>
 #include <optional>
 
 #include "cursor.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Reader {
 namespace {
 
-constexpr std::string_view START_KEY = "type:";
 constexpr std::string_view DIGITS = "0123456789";
 constexpr std::string_view NAME_CHARACTERS = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_";
 constexpr std::size_t LONGEST_NAME = 48;
-/// The one refused request whose line can begin like another record's.
-constexpr std::string_view REFUSED_TEXT = "INVALID_STR";
-// A refused mode text is the longest that there is, at 15 bytes.
+/// The only refused request whose line can begin like that of another record.
+constexpr std::string_view REFUSED_TEXT = RecordTypeName("INVALID_STR");
+// The longest refused value is a mode text of 15 bytes.
 constexpr std::size_t LONGEST_REFUSED_VALUE = 32;
 
 bool IsTimes(std::string_view text, std::size_t position) {
     Cursor cursor(text, position);
-    return cursor.Take(Landmarks::TIMES_KEY) &&
-           cursor.TakeAll(DIGITS, Landmarks::TIMES_DIGITS).size() == Landmarks::TIMES_DIGITS && cursor.Take(";");
+    return cursor.Take(RecordKey::TIMES) && cursor.TakeAll(DIGITS, TIME_DIGITS).size() == TIME_DIGITS &&
+           cursor.Take(";");
 }
 
 std::optional<RecordStart> StartAt(std::string_view text, std::size_t position) {
-    Cursor cursor(text, position + START_KEY.size());
+    Cursor cursor(text, position + RecordKey::TYPE.size());
     RecordStart start;
     start.position = position;
     start.type = cursor.TakeAll(NAME_CHARACTERS, LONGEST_NAME);
@@ -53,12 +52,14 @@ std::optional<RecordStart> StartAt(std::string_view text, std::size_t position) 
 }  // namespace
 
 Landmarks::Landmarks(std::string_view text) {
-    for (std::size_t at = text.find(START_KEY); at != std::string_view::npos; at = text.find(START_KEY, at + 1)) {
+    for (std::size_t at = text.find(RecordKey::TYPE); at != std::string_view::npos;
+         at = text.find(RecordKey::TYPE, at + 1)) {
         if (const auto start = StartAt(text, at)) {
             starts.push_back(*start);
         }
     }
-    for (std::size_t at = text.find(TIMES_KEY); at != std::string_view::npos; at = text.find(TIMES_KEY, at + 1)) {
+    for (std::size_t at = text.find(RecordKey::TIMES); at != std::string_view::npos;
+         at = text.find(RecordKey::TIMES, at + 1)) {
         if (IsTimes(text, at)) {
             times.push_back(at);
         }
@@ -80,4 +81,4 @@ const RecordStart* Landmarks::Next(const RecordStart& start) const {
     return StartFrom(start.position + 1);
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateOrvane::Reader

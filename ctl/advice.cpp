@@ -10,13 +10,13 @@
 #include <cstdio>
 #include <filesystem>
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
 constexpr const char* HOW_TO_START =
     "start it with \"systemctl start file_migrate_orvane.socket\", or run file_migrate_orvane as root";
 
-// NOLINTBEGIN(concurrency-mt-unsafe): asked by one thread only.
+// NOLINTBEGIN(concurrency-mt-unsafe): called by one thread only
 std::string UserName(uid_t uid) {
     const passwd* entry = getpwuid(uid);
     return entry != nullptr ? entry->pw_name : std::to_string(uid);
@@ -28,11 +28,11 @@ std::string GroupName(gid_t gid) {
 }
 // NOLINTEND(concurrency-mt-unsafe)
 
-/// Whom the socket's file lets connect: that takes the right to write.
+/// Who may connect; connecting needs write permission on the socket.
 std::string WhoMayConnect(const std::string& socketPath) {
     struct stat st {};
     if (stat(socketPath.c_str(), &st) != 0) {
-        return "run orvanectl as root: the directory of the socket is closed to you";
+        return "run orvanectl as root: you may not access the directory of the socket";
     }
     if ((st.st_mode & S_IWGRP) != 0) {
         return "the socket belongs to the group \"" + GroupName(st.st_gid) +
@@ -50,7 +50,7 @@ std::string Advice(const std::error_code& code, const std::string& socketPath) {
                (access(directory.c_str(), F_OK) == 0 ? "" : "; it needs the directory " + directory);
     }
     if (code == std::errc::connection_refused) {
-        return std::string("nobody listens on the socket any more: ") + HOW_TO_START;
+        return std::string("no daemon listens on the socket: ") + HOW_TO_START;
     }
     return code == std::errc::permission_denied ? WhoMayConnect(socketPath) : std::string();
 }
@@ -65,4 +65,21 @@ std::string OwnerAndMode(const std::string& path) {
     return UserName(st.st_uid) + ":" + GroupName(st.st_gid) + mode.data();
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+std::string AccessHint(const std::string& path) {
+    std::filesystem::path obstacle(path);
+    struct stat st {};
+    mode_t needed = S_IRGRP;
+    while (stat(obstacle.c_str(), &st) != 0) {
+        if (!obstacle.has_relative_path()) {
+            return "run this as root";
+        }
+        obstacle = obstacle.parent_path();
+        needed = S_IXGRP;  // it is a directory on the way
+    }
+    if ((st.st_mode & needed) == 0 || st.st_gid == 0) {
+        return "run this as root";
+    }
+    return "run this as root, or as a member of the group " + GroupName(st.st_gid);
+}
+
+}  // namespace TAVO::FileMigrateOrvane::Ctl

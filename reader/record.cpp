@@ -1,0 +1,28 @@
+#include "record.h"
+
+#include <libgen.h>
+
+namespace TAVO::FileMigrateOrvane::Reader {
+
+std::string ParentOf(std::string_view path) {
+    std::string copy(path);
+    return dirname(copy.data());  // NOLINT(concurrency-mt-unsafe): it works on the copy
+}
+
+std::string_view RoleOf(const Record& record, std::string_view path) {
+    const bool hasTwoPaths = !record.dst.empty();
+    if (path == record.src) {
+        return hasTwoPaths ? "source" : "object";
+    }
+    if (hasTwoPaths && path == record.dst) {
+        return "destination";
+    }
+    const bool isSourceParent = path == ParentOf(record.src);
+    const bool isDestinationParent = hasTwoPaths && path == ParentOf(record.dst);
+    if (isSourceParent && (isDestinationParent || !hasTwoPaths)) {
+        return "parent directory";
+    }
+    return isSourceParent ? "source's parent directory" : isDestinationParent ? "destination's parent directory" : "";
+}
+
+}  // namespace TAVO::FileMigrateOrvane::Reader
