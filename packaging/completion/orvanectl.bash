@@ -1,4 +1,4 @@
-# Completion of orvanectl for bash. Sub-commands and options are those of `orvanectl --help`; a test compares them.
+# Completion of orvanectl for bash. A test compares the sub-commands and options with `orvanectl --help`.
 
 declare -gA _orvanectl_options=(
     [exists]='--json'
@@ -24,7 +24,7 @@ declare -gA _orvanectl_options=(
 )
 declare -g _orvanectl_common='--help --socket --timeout'
 
-# The sub-command on the line, and in `operands` how many of its arguments stand before the cursor.
+# Sets `command` to the sub-command on the line and `operands` to the number of its arguments before the cursor.
 _orvanectl_parse() {
     local i line=${COMP_LINE:0:COMP_POINT} words
     read -r -a words <<<"$line"
@@ -39,7 +39,7 @@ _orvanectl_parse() {
     done
 }
 
-# USER:GROUP; readline completes the part behind the colon alone where a colon ends a word for it.
+# Completes USER:GROUP. If a colon ends a word for readline, only the part after the colon is completed.
 _orvanectl_owner() {
     local owner=${COMP_LINE:0:COMP_POINT} prefix=
     owner=${owner##* }
