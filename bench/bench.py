@@ -348,7 +348,7 @@ def bench_pairs():
         for tree in {pair.tree for pair in chosen}:
             MAKE[tree](top / "template" / tree)
     for pair in chosen:
-        preload = {"LD_PRELOAD": str(BUILD / "bench/libno_flush.so")} if pair.no_flush else {}
+        preload = {"LD_PRELOAD": str(BUILD / "tests/libno_flush.so")} if pair.no_flush else {}
         for place in PLACES:
             if pair.is_cold and place == "tmpfs":
                 continue  # a tmpfs is always in the page cache
