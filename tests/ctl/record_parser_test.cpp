@@ -10,6 +10,7 @@
 
 #include "error_record.h"
 #include "record_file.h"
+#include "record_format.h"
 #include "record_types.h"
 #include "records.h"
 #include "scratch_tree.h"
