@@ -1,158 +1,142 @@
 #include "copy.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 
-#include "error_record.h"
 #include "log.h"
+#include "path_helpers.h"
 #include "prepare_dir.h"
+#include "record_file.h"
 
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-/// @param path  of the directory that could not be opened or read, on whichever side
-[[gnu::noinline]] int OpenFailed(const std::string& path, int error, int& err, int recordKind) {
-    err = error;
-    LogError({"open dir %{public}s failed, errno %{public}d", "TryCopy"}, path, err);
-    RecordNormalErr("OPEN_TRYCOPY", path, err, recordKind);
-    return -1;
-}
+/// The walk of TryCopy: entry by entry, going on past what fails.
+class TryCopyWalk {
+public:
+    TryCopyWalk(CopyJob& copyJob, CopyResult& copyResult, const Report& where)
+        : job(copyJob), result(copyResult), report(where) {}
 
-[[gnu::noinline]] int TryCopyFile(const Entry& src, const Entry& dst, CopyTask& task, int& err, int recordKind) {
-    CopyTask fileTask{.isOwnerToChange = task.isOwnerToChange, .data = task.data};
-    const CopyOutcome outcome = DoCopy(src, dst, fileTask, err, recordKind);
-    task.data = fileTask.data;
-    return outcome == CopyOutcome::Done ? 0 : -1;
-}
+    /// The paths of the request. A destination that is open already is kept: its descriptor is as old as the copy.
+    int CopyTop(const CopyPair& top);
 
-int TryCopyDirectory(const Entry& src, const Entry& dst, CopyTask& task, int& err, int recordKind);
+private:
+    int CopyChild(const CopyPair& pair);
+    int CopyFile(const CopyPair& pair);
+    int CopyDirectory(const CopyPair& pair);
+    int CopyContents(DirectoryStream& from, const UniqueFd& into, const CopyPair& pair);
+    int FailContents(DirectoryStream& from, const CopyPair& pair, int error);
 
-int TryCopyChild(const Entry& src, const Entry& dst, CopyTask& task, int& err, int recordKind) {
-    if (src.type != DT_DIR) {
-        return TryCopyFile(src, dst, task, err, recordKind);
+    CopyJob& job;
+    CopyResult& result;
+    const Report& report;
+};
+
+int TryCopyWalk::CopyTop(const CopyPair& top) {
+    DirectoryStream from = DirectoryStream::Open(top.src);
+    if (!from || fstat(from.Fd(), &result.source) != 0) {
+        return Fail(Step::OpenTryCopy, top.src.path, errno, report);
     }
-    return DoMkDir(dst, err, recordKind) == 0 ? TryCopyDirectory(src, dst, task, err, recordKind) : -1;
+    const int error = result.destination ? 0 : OpenDestination(top.dst, job.options.topLink, result);
+    return error != 0 && job.options.topLink == Link::Refuse ? FailContents(from, top, error)
+                                                             : CopyContents(from, result.destination, top);
 }
 
-/// @param into  the open destination
-int TryCopyContents(DirectoryStream& from, const Entry& src, const UniqueFd& into, const Entry& dst, CopyTask& task,
-                    int& err, int recordKind) {
-    int result = 0;
-    VisitFilesAndDirectories(from, src.path, into, dst.path, task.skipped,
-                             [&](const Entry& srcChild, const Entry& dstChild) {
-                                 if (TryCopyChild(srcChild, dstChild, task, err, recordKind) != 0) {
-                                     result = -1;
-                                 }
-                             });
-    return from.ReadError() == 0 ? result : OpenFailed(src.path, from.ReadError(), err, recordKind);
-}
-
-/// A directory below those of the request.
-int TryCopyDirectory(const Entry& src, const Entry& dst, CopyTask& task, int& err, int recordKind) {
-    DirectoryStream from = DirectoryStream::Open(src);
-    if (!from || from.Is(task.directory)) {
-        return OpenFailed(src.path, from ? EINVAL : errno, err, recordKind);
+int TryCopyWalk::CopyChild(const CopyPair& pair) {
+    if (pair.src.type != DT_DIR) {
+        return CopyFile(pair);
     }
-    const UniqueFd into = OpenDirectory(dst, O_NOFOLLOW);
+    const int error = DoMkDir(pair.dst, report);
+    return error == 0 ? CopyDirectory(pair) : error;
+}
+
+[[gnu::noinline]] int TryCopyWalk::CopyFile(const CopyPair& pair) {
+    CopyJob fileJob{{.isOwnerToChange = job.options.isOwnerToChange}, job.data};
+    CopyResult ignored;
+    return DoCopy(pair, fileJob, ignored, report);
+}
+
+int TryCopyWalk::CopyDirectory(const CopyPair& pair) {
+    DirectoryStream from = DirectoryStream::Open(pair.src);
+    if (!from || from.Is(result.directory)) {
+        return Fail(Step::OpenTryCopy, pair.src.path, from ? EINVAL : errno, report);
+    }
+    const UniqueFd into = OpenDirectory(pair.dst, Link::Refuse);
     if (!into) {
-        return OpenFailed(dst.path, errno, err, recordKind);
+        return Fail(Step::OpenTryCopy, pair.dst.path, errno, report);
     }
-    return TryCopyContents(from, src, into, dst, task, err, recordKind);
+    return CopyContents(from, into, pair);
 }
 
-/// Fails every entry as it does where the destination cannot be opened. To try would be to go by its path, which can be
-/// that of a link by then.
-int FailContents(DirectoryStream& from, const Entry& src, const Entry& dst, int error, int& err, int recordKind) {
-    int result = 0;
-    std::size_t unused = 0;
-    VisitFilesAndDirectories(
-        from, src.path, UniqueFd(), dst.path, unused, [&](const Entry& srcChild, const Entry& dstChild) {
-            result = srcChild.type == DT_DIR ? MkDirFailed(dstChild.path, error, err, recordKind)
-                                             : CopyFailed(srcChild.path, dstChild.path, error, err, recordKind);
-        });
-    return result;
+int TryCopyWalk::CopyContents(DirectoryStream& from, const UniqueFd& into, const CopyPair& pair) {
+    int lastError = 0;
+    result.skipped += VisitFilesAndDirectories(from, into, pair, [&](const CopyPair& child) {
+        if (const int error = CopyChild(child); error != 0) {
+            lastError = error;
+        }
+    });
+    return from.ReadError() == 0 ? lastError : Fail(Step::OpenTryCopy, pair.src.path, from.ReadError(), report);
 }
 
-/// The paths of a request. A destination that is open already is kept: its descriptor is as old as the copy.
-int TryCopyRequest(const Entry& src, const Entry& dst, CopyTask& task, int& err, int recordKind) {
-    task.skipped = 0;
-    if (!TakeForDirectory(src, err)) {
-        return DoCopy(src, dst, task, err, recordKind) == CopyOutcome::Done ? 0 : -1;
-    }
-    DirectoryStream from = DirectoryStream::Open(src);
-    if (!from || fstat(from.Fd(), &task.source) != 0) {
-        return OpenFailed(src.path, errno, err, recordKind);
-    }
-    if (!task.destination) {
-        task.destination = OpenDestination(dst, task);
-    }
-    if (!task.destination && task.isBelowRequest) {
-        return FailContents(from, src, dst, errno, err, recordKind);
-    }
-    return TryCopyContents(from, src, task.destination, dst, task, err, recordKind);
+/// Fails every entry with the error for which the destination could not be opened. Going by the entries' paths instead
+/// could follow a link that has taken the destination's name.
+int TryCopyWalk::FailContents(DirectoryStream& from, const CopyPair& pair, int error) {
+    int lastError = 0;
+    VisitFilesAndDirectories(from, UniqueFd(), pair, [&](const CopyPair& child) {
+        lastError = child.src.type == DT_DIR ? FailMkDir(child.dst.path, CREATE_MODE, error, report)
+                                             : FailCopy(child.src.path, child.dst.path, error, report);
+    });
+    return lastError;
+}
+
+/// The destination of a directory must exist. Directories below it are created with mode 0700. Entries that are neither
+/// regular files nor directories are left out, as are those whose type the file system does not give.
+int TryCopy(const CopyPair& top, CopyJob& job, CopyResult& result, const Report& report) {
+    result.skipped = 0;
+    return TakeForDirectory(top.src, {report.err, RECORD_KIND_NONE}) ? TryCopyWalk(job, result, report).CopyTop(top)
+                                                                     : DoCopy(top, job, result, report);
+}
+
+int CopyTo(const std::string& src, const std::string& dst, Link topLink, const Report& report) {
+    std::string srcText = src;
+    std::string dstText = dst;
+    FileData data;
+    CopyJob job{{.topLink = topLink}, data};
+    CopyResult result;
+    return CopyRequest({TopEntry(src, srcText), TopEntry(dst, dstText), /*isTop=*/true}, job, result, report);
 }
 
 }  // namespace
 
-CopyOutcome DoCopy(const Entry& src, const Entry& dst, CopyTask& task, int& err, int recordKind) {
-    CopyOutcome outcome = CopyStrictly(src, dst, task, err);
-    // A caller who changes the owner needs the copy open; others learn here what closing it has to tell.
-    if (outcome == CopyOutcome::Done && !task.isOwnerToChange && task.destination.Close() != 0) {
-        err = errno;
-        outcome = CopyOutcome::Failed;
+int DoCopy(const CopyPair& pair, CopyJob& job, CopyResult& result, const Report& report) {
+    int error = CopyStrictly(pair, job, result);
+    if (error == 0 && !job.options.isKeptOpen && result.destination.Close() != 0) {
+        error = errno;
     }
-    if (outcome != CopyOutcome::Done) {
-        (void)CopyFailed(src.path, dst.path, err, err, recordKind);  // the outcome says more
-    }
-    return outcome;
+    return error == 0 ? 0 : FailCopy(pair.src.path, pair.dst.path, error, report);
 }
 
-int DoCopy(const std::string& src, const std::string& dst, int& err, int recordKind) {
-    std::string srcText = src;
-    std::string dstText = dst;
-    CopyTask task;
-    return DoCopy(TopEntry(src, srcText), TopEntry(dst, dstText), task, err, recordKind) == CopyOutcome::Done ? 0 : -1;
-}
-
-CopyOutcome CopyRequest(const std::string& src, const std::string& dst, CopyTask& task, int& err, int recordKind) {
-    std::string srcText = src;
-    std::string dstText = dst;
-    const Entry from = TopEntry(src, srcText);
-    const Entry to = TopEntry(dst, dstText);
-    const CopyOutcome outcome = DoCopy(from, to, task, err, recordKind);
-    if (outcome != CopyOutcome::Failed) {
-        return outcome;
+int CopyRequest(const CopyPair& top, CopyJob& job, CopyResult& result, const Report& report) {
+    const int error = DoCopy(top, job, result, report);
+    if (error == 0 || result.isOntoItself) {
+        return error;
     }
     LogError({"orig copy meet err, try skip err", "Copy"});
-    return TryCopyRequest(from, to, task, err, recordKind) == 0 ? CopyOutcome::Done : CopyOutcome::Failed;
+    return TryCopy(top, job, result, report);
 }
 
 int Copy(const std::string& src, const std::string& dst, int& err, int recordKind) {
-    CopyTask task;
-    return CopyRequest(src, dst, task, err, recordKind) == CopyOutcome::Done ? 0 : -1;
+    return ResultOf(CopyTo(src, dst, Link::Follow, {err, recordKind}));
 }
 
 int CopyChild(const std::string& src, const std::string& dst, int& err, int recordKind) {
-    CopyTask task{.isBelowRequest = true};
-    return CopyRequest(src, dst, task, err, recordKind) == CopyOutcome::Done ? 0 : -1;
+    return ResultOf(CopyTo(src, dst, Link::Refuse, {err, recordKind}));
 }
 
-int TryCopy(const std::string& src, const std::string& dst, int& err, int recordKind) {
-    std::string srcText = src;
-    std::string dstText = dst;
-    CopyTask task;
-    return TryCopyRequest(TopEntry(src, srcText), TopEntry(dst, dstText), task, err, recordKind);
-}
-
-int RefuseOntoItself(const std::string& src, const std::string& dst, int& err, int recordKind) {
+int RefuseOntoItself(const std::string& src, const std::string& dst, const Report& report) {
     const int error = FindOntoItself(src, dst);
-    return error == 0 ? 0 : CopyFailed(src, dst, error, err, recordKind);
-}
-
-[[gnu::noinline]] int CopyFailed(const std::string& src, const std::string& dst, int error, int& err, int recordKind) {
-    err = error;
-    LogError({"copy %{public}s to %{public}s failed, errno=%{public}d", "DoCopy"}, src, dst, err);
-    RecordCopyErr(src, dst, err, recordKind);
-    return -1;
+    return error == 0 ? 0 : FailCopy(src, dst, error, report);
 }
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -1,118 +1,135 @@
 #include "copy_comb.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <climits>
-#include <cstddef>
 #include <string>
 #include <utility>
 
 #include "copy.h"
 #include "directory_stream.h"
-#include "error_record.h"
-#include "log.h"
 #include "owner_mode.h"
+#include "path_helpers.h"
 #include "prepare_dir.h"
+#include "record_file.h"
 #include "remove.h"
 
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-struct CombTask {
+class CombinedCopy {
+public:
+    CombinedCopy(const PermPara& permPara, const Report& where) : perm(permPara), report(where) {}
+
+    int CopyFile(const CopyPair& pair);
+    int CopyDirectory(const CopyPair& pair);
+
+private:
+    int CopyAndFinish(const CopyPair& pair, CopyResult& result);
+    int CopyChild(const CopyPair& pair);
+    int OpenInto(const CopyPair& pair, UniqueFd& into);
+    int RemoveSource(DirectoryStream from, const CopyPair& pair, int copyError);
+
     const PermPara& perm;
-    CopyTask file{.isOwnerToChange = true, .isModeToChange = true};
-    struct stat directory {};        ///< of the request's destination, once it is open
-    bool hasMetDestination = false;  ///< it lies inside the source: what holds it must not be removed
+    const Report& report;
+    FileData data;
+    CopyJob file{{.isOwnerToChange = true, .isModeToChange = true, .isKeptOpen = true}, data};
+    /// Of the request's destination. If that cannot be opened this stays zero and matches no directory.
+    struct stat destination {};
+    bool hasMetDestination = false;  ///< it is inside the source: the directories above it must not be removed
 };
 
-/// Copies one file and gives the very file that was filled its mode and owner. Then the source goes, copied or not;
-/// it stays only where the request names one object twice.
-[[gnu::noinline]] int CopyCombFile(const Entry& src, const Entry& dst, CombTask& task, int& err, int recordKind) {
-    const CopyOutcome outcome = DoCopy(src, dst, task.file, err, recordKind);
-    if (outcome == CopyOutcome::OntoItself) {
-        return -1;
+/// Copies one file and gives the very file that was filled its mode and owner.
+int CombinedCopy::CopyAndFinish(const CopyPair& pair, CopyResult& result) {
+    if (const int error = DoCopy(pair, file, result, report); error != 0) {
+        return error;
     }
-    int copied = outcome == CopyOutcome::Done
-                     ? SetModeAndOwner(task.file.destination, dst.path, task.perm, err, recordKind)
-                     : -1;
-    if (copied == 0 && task.file.destination.Close() != 0) {
-        copied = CopyFailed(src.path, dst.path, errno, err, recordKind);
+    if (const int error = SetModeAndOwner(result.destination, pair.dst.path, perm, report); error != 0) {
+        return error;
     }
-    return DoUnlink(src.dirFd, src.name, src.path, err, recordKind) == 0 ? copied : -1;
+    return result.destination.Close() == 0 ? 0 : FailCopy(pair.src.path, pair.dst.path, errno, report);
 }
 
-[[gnu::noinline]] int OpenFailed(const std::string& path, int& err, int recordKind) {
-    err = errno;
-    LogError({"open dir %{public}s failed, errno %{public}d", "CopyCombRecurse"}, path, err);
-    RecordNormalErr("OPEN_COPYCOMBRECURSE", path, err, recordKind);
-    return -1;
+/// The source is removed whether or not it was copied; it stays only if the request names one object twice.
+[[gnu::noinline]] int CombinedCopy::CopyFile(const CopyPair& pair) {
+    CopyResult result;
+    const int copyError = CopyAndFinish(pair, result);
+    if (result.isOntoItself) {
+        return copyError;
+    }
+    const int unlinkError = DoUnlink(pair.src, report);
+    return unlinkError == 0 ? copyError : unlinkError;
 }
-
-int CopyCombDirectory(const Entry& src, const Entry& dst, int noFollow, CombTask& task, int& err, int recordKind);
 
 /// A child of a directory: a subdirectory is prepared before it is entered.
-int CopyCombChild(const Entry& src, const Entry& dst, CombTask& task, int& err, int recordKind) {
-    if (src.type != DT_DIR) {
-        return CopyCombFile(src, dst, task, err, recordKind);
+int CombinedCopy::CopyChild(const CopyPair& pair) {
+    if (pair.src.type != DT_DIR) {
+        return CopyFile(pair);
     }
-    return DoPrepareDir(dst, task.perm, err, recordKind) == 0
-               ? CopyCombDirectory(src, dst, O_NOFOLLOW, task, err, recordKind)
-               : -1;
+    const int error = DoPrepareDir(pair.dst, perm, report);
+    return error == 0 ? CopyDirectory(pair) : error;
 }
 
-/// @param noFollow  O_NOFOLLOW, or 0 where the destination is a request's path
-int CopyCombDirectory(const Entry& src, const Entry& dst, int noFollow, CombTask& task, int& err, int recordKind) {
-    DirectoryStream from = DirectoryStream::Open(src);
+int CombinedCopy::CopyDirectory(const CopyPair& pair) {
+    DirectoryStream from = DirectoryStream::Open(pair.src);
     if (!from) {
-        return OpenFailed(src.path, err, recordKind);
+        return Fail(Step::OpenCopyComb, pair.src.path, errno, report);
     }
-    if (from.Is(task.directory)) {
-        task.hasMetDestination = true;
-        return CopyFailed(src.path, dst.path, EINVAL, err, recordKind);
+    if (from.Is(destination)) {
+        hasMetDestination = true;
+        return FailCopy(pair.src.path, pair.dst.path, EINVAL, report);
     }
-    const UniqueFd into = OpenDirectory(dst, noFollow);
-    if (noFollow == 0) {
-        (void)fstat(into.Get(), &task.directory);  // of none, the walk meets none
-    } else if (!into) {
-        return OpenFailed(dst.path, err, recordKind);
+    UniqueFd into;
+    if (const int error = OpenInto(pair, into); error != 0) {
+        return error;
     }
-    int result = 0;
-    std::size_t skipped = 0;
-    VisitFilesAndDirectories(from, src.path, into, dst.path, skipped,
-                             [&](const Entry& srcChild, const Entry& dstChild) {
-                                 if (CopyCombChild(srcChild, dstChild, task, err, recordKind) != 0) {
-                                     result = -1;
-                                 }
-                             });
-    if (from.ReadError() != 0) {
-        errno = from.ReadError();
-        return OpenFailed(src.path, err, recordKind);  // what was not read was not tried either
+    int lastError = 0;
+    VisitFilesAndDirectories(from, into, pair, [&](const CopyPair& child) {
+        if (const int error = CopyChild(child); error != 0) {
+            lastError = error;
+        }
+    });
+    if (from.ReadError() != 0) {  // entries that were not read were not tried either
+        return Fail(Step::OpenCopyComb, pair.src.path, from.ReadError(), report);
     }
-    // Of a tree deeper than any call takes paths, one removal further up does for all: each of these would fail anew.
-    const bool isLeftToOthers = result != 0 && src.path.length() >= PATH_MAX;
-    if (task.hasMetDestination || isLeftToOthers) {
-        return -1;
+    return RemoveSource(std::move(from), pair, lastError);
+}
+
+/// Without a destination for the top, each entry is tried by its path and fails as that requires.
+int CombinedCopy::OpenInto(const CopyPair& pair, UniqueFd& into) {
+    into = OpenDirectory(pair.dst, pair.isTop ? Link::Follow : Link::Refuse);
+    if (pair.isTop) {
+        (void)fstat(into.Get(), &destination);
+        return 0;
     }
-    // Always, with whatever is still in it.
-    return DoRemove(std::move(from), src, err, recordKind) == 0 ? result : -1;
+    return into ? 0 : Fail(Step::OpenCopyComb, pair.dst.path, errno, report);
+}
+
+/// Removes a source directory with everything that is still in it.
+int CombinedCopy::RemoveSource(DirectoryStream from, const CopyPair& pair, int copyError) {
+    // Where something failed in a tree deeper than any call accepts paths, each removal would fail anew; one removal
+    // further up does for all.
+    const bool isLeftToAncestor = copyError != 0 && pair.src.path.length() >= PATH_MAX;
+    if (hasMetDestination || isLeftToAncestor) {
+        return copyError;
+    }
+    const int error = RemoveOpen(std::move(from), pair.src, report);
+    return error == 0 ? copyError : error;
 }
 
 }  // namespace
 
 int CopyCombRecurse(const std::string& src, const std::string& dst, const PermPara& perm, int& err, int recordKind) {
+    const Report report{err, recordKind};
     std::string srcText = src;
     std::string dstText = dst;
-    const Entry from = TopEntry(src, srcText);
-    const Entry to = TopEntry(dst, dstText);
-    CombTask task{perm};
-    if (!TakeForDirectory(from, err)) {
-        return CopyCombFile(from, to, task, err, recordKind);
+    const CopyPair top{TopEntry(src, srcText), TopEntry(dst, dstText), /*isTop=*/true};
+    CombinedCopy copy(perm, report);
+    if (!TakeForDirectory(top.src, {err, RECORD_KIND_NONE})) {
+        return ResultOf(copy.CopyFile(top));
     }
-    return RefuseOntoItself(src, dst, err, recordKind) == 0
-               ? CopyCombDirectory(from, to, /*noFollow=*/0, task, err, recordKind)
-               : -1;
+    return RefuseOntoItself(src, dst, report) == 0 ? ResultOf(copy.CopyDirectory(top)) : -1;
 }
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -21,16 +21,7 @@ constexpr mode_t PRIVATE_FILE = 0600;
 // O_NONBLOCK: what was a file may have become a pipe.
 constexpr int SOURCE_FLAGS = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 constexpr int TARGET_FLAGS = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-constexpr int WAY_UP_FLAGS = O_PATH | O_DIRECTORY | O_CLOEXEC;
-
-bool Look(const Entry& entry, struct stat& st) {
-    return fstatat(entry.dirFd, entry.name, &st, AT_SYMLINK_NOFOLLOW) == 0;
-}
-
-[[gnu::noinline]] unsigned char TypeOf(const Entry& entry) {
-    struct stat st {};
-    return static_cast<unsigned char>(Look(entry, st) ? IFTODT(st.st_mode) : mode_t{DT_UNKNOWN});
-}
+constexpr int ANCESTOR_FLAGS = O_PATH | O_DIRECTORY | O_CLOEXEC;
 
 /// Neither a file nor a directory nor a link.
 bool IsOther(const struct stat& st) {
@@ -41,8 +32,8 @@ bool IsNotFound(int error) {
     return error == ENOENT || error == ENOTDIR;
 }
 
-/// A file to be copied: open, or with the error for which it is not. That one counts after those that a look at the
-/// destination shows.
+/// A file to be copied: open, or with the error that prevented it. What a look at the destination shows is reported
+/// before that error.
 struct Source {
     UniqueFd fd;
     struct stat status {};
@@ -54,7 +45,7 @@ Source OpenSource(const Entry& entry) {
     Source source{UniqueFd(openat(entry.dirFd, entry.name, SOURCE_FLAGS))};
     if (!source.fd) {
         source.error = errno;
-        source.isSeen = Look(entry, source.status);
+        source.isSeen = Lstat(entry, source.status) == 0;
     } else if (fstat(source.fd.Get(), &source.status) != 0) {
         source.error = errno;
     } else if (!S_ISREG(source.status.st_mode)) {
@@ -63,57 +54,58 @@ Source OpenSource(const Entry& entry) {
     return source;
 }
 
-/// The copy of one file or tree. Functions that copy return 0 or an error number, and hand out in `made` what stands
-/// at the destination then.
+/// The copy of one file or tree. Functions that copy hand out the object at the destination in `made`; for the top that
+/// is the result's `destination`.
 class StrictCopy {
 public:
-    explicit StrictCopy(CopyTask& copyTask) : task(copyTask), isModeToChange(copyTask.isModeToChange) {}
+    StrictCopy(CopyJob& copyJob, CopyResult& copyResult)
+        : job(copyJob), result(copyResult), isModeToChange(copyJob.options.isModeToChange) {}
 
-    /// @param isRequest  these are the request's own paths
-    int CopyEntry(const Entry& src, const Entry& dst, bool isRequest, UniqueFd& made);
-
-    /// Whether the walk came upon the destination, which then lies inside the source after all.
-    [[nodiscard]] bool HasMetDestination() const { return hasMetDestination; }
+    int CopyEntry(const CopyPair& pair, UniqueFd& made);
 
 private:
-    int CopyFile(const Entry& src, const Entry& dst, UniqueFd& made);
-    int CopyOnto(const Source& source, const char* srcName, const Entry& dst, int createError, UniqueFd& made);
-    int CopyInto(const Source& source, const char* srcName, const Entry& dst, UniqueFd& made);
+    int CopyFile(const CopyPair& pair, UniqueFd& made);
+    int CopyOnto(const Source& source, const CopyPair& pair, int createError, UniqueFd& made);
+    int CopyInto(const Source& source, const CopyPair& pair, UniqueFd& made);
     int Create(const Source& source, const Entry& dst, UniqueFd& made);
     int Overwrite(const Source& source, const Entry& dst, UniqueFd& made);
     int Fill(const Source& source, int out);
 
-    int CopyDirectory(const Entry& src, const Entry& dst, bool isRequest, UniqueFd& made);
-    int MakeDirectory(const Entry& src, const Entry& dst, bool isRequest);
-    int PassOver(const Entry& src, const Entry& dst);
+    int CopyDirectory(const CopyPair& pair, UniqueFd& made);
+    int CopyContents(DirectoryStream& from, const CopyPair& pair, const UniqueFd& into);
+    int MakeDirectory(const CopyPair& pair);
+    int OpenMade(const CopyPair& pair, UniqueFd& made);
+    int PassOver(const CopyPair& pair);
 
-    CopyTask& task;
-    bool isModeToChange;  ///< as the task has it, while what is filled stands at the destination
-    bool hasMetDestination = false;
+    CopyJob& job;
+    CopyResult& result;
+    /// The option. Cleared when a file is copied *into* a directory, because the caller's mode is meant for the
+    /// directory.
+    bool isModeToChange;
 };
 
-int StrictCopy::CopyEntry(const Entry& src, const Entry& dst, bool isRequest, UniqueFd& made) {
-    switch (src.type == DT_UNKNOWN ? TypeOf(src) : src.type) {
+int StrictCopy::CopyEntry(const CopyPair& pair, UniqueFd& made) {
+    switch (TypeOf(pair.src)) {
         case DT_REG:
-            return CopyFile(src, dst, made);
+            return CopyFile(pair, made);
         case DT_DIR:
-            return CopyDirectory(src, dst, isRequest, made);
+            return CopyDirectory(pair, made);
         default:
-            return PassOver(src, dst);
+            return PassOver(pair);
     }
 }
 
-/// To create the file without a look first saves the look: mostly nothing is there.
-[[gnu::noinline]] int StrictCopy::CopyFile(const Entry& src, const Entry& dst, UniqueFd& made) {
-    const Source source = OpenSource(src);
-    if (task.source.st_ino == 0) {
-        task.source = source.status;
+/// Creates the file without a look first: mostly nothing is there, and that saves the look.
+[[gnu::noinline]] int StrictCopy::CopyFile(const CopyPair& pair, UniqueFd& made) {
+    const Source source = OpenSource(pair.src);
+    if (result.source.st_ino == 0) {
+        result.source = source.status;
     }
-    const int error = Create(source, dst, made);
-    return made || !source.isSeen ? error : CopyOnto(source, src.name, dst, error, made);
+    const int error = Create(source, pair.dst, made);
+    return made || !source.isSeen ? error : CopyOnto(source, pair, error, made);
 }
 
-/// @param made  stays empty where the file was not created
+/// @param made  stays empty if the file was not created
 int StrictCopy::Create(const Source& source, const Entry& dst, UniqueFd& made) {
     if (source.error != 0) {
         return source.error;
@@ -122,39 +114,39 @@ int StrictCopy::Create(const Source& source, const Entry& dst, UniqueFd& made) {
     return made ? Fill(source, made.Get()) : errno;
 }
 
-/// Copies onto what stands there already.
-/// @param createError  for which the file was not created
-int StrictCopy::CopyOnto(const Source& source, const char* srcName, const Entry& dst, int createError, UniqueFd& made) {
+/// Copies onto an object that exists.
+/// @param createError  why the file was not created
+int StrictCopy::CopyOnto(const Source& source, const CopyPair& pair, int createError, UniqueFd& made) {
     struct stat existing {};
-    if (!Look(dst, existing)) {
-        return IsNotFound(errno) ? createError : errno;
+    if (const int error = Lstat(pair.dst, existing); error != 0) {
+        return IsNotFound(error) ? createError : error;
     }
     if (IsSame(source.status, existing)) {
         return EEXIST;
     }
     if (S_ISREG(existing.st_mode)) {
-        return Overwrite(source, dst, made);
+        return Overwrite(source, pair.dst, made);
     }
-    return S_ISDIR(existing.st_mode) ? CopyInto(source, srcName, dst, made) : EINVAL;
+    return S_ISDIR(existing.st_mode) ? CopyInto(source, pair, made) : EINVAL;
 }
 
 /// Copies a file into a directory, under its own name.
-int StrictCopy::CopyInto(const Source& source, const char* srcName, const Entry& dst, UniqueFd& made) {
-    made = OpenDirectory(dst, O_NOFOLLOW);
+int StrictCopy::CopyInto(const Source& source, const CopyPair& pair, UniqueFd& made) {
+    made = OpenDirectory(pair.dst, Link::Refuse);
     if (!made) {
         return errno;
     }
-    isModeToChange = false;  // the caller's mode is for what stands at the destination, the directory
-    const char* slash = std::strrchr(srcName, '/');
-    const Entry inside{made.Get(), slash == nullptr ? srcName : slash + 1, DT_UNKNOWN, dst.path};
+    isModeToChange = false;
+    const char* slash = std::strrchr(pair.src.name, '/');
+    const Entry inside{made.Get(), slash == nullptr ? pair.src.name : slash + 1, DT_UNKNOWN, pair.dst.path};
     UniqueFd file;
-    const int error = Create(source, inside, file);
+    const int createError = Create(source, inside, file);
     if (file) {
-        return error;
+        return createError;
     }
     struct stat existing {};
-    if (!Look(inside, existing)) {
-        return IsNotFound(errno) ? error : errno;
+    if (const int error = Lstat(inside, existing); error != 0) {
+        return IsNotFound(error) ? createError : error;
     }
     if (IsSame(source.status, existing)) {
         return EEXIST;
@@ -162,7 +154,7 @@ int StrictCopy::CopyInto(const Source& source, const char* srcName, const Entry&
     return S_ISREG(existing.st_mode) ? Overwrite(source, inside, file) : EINVAL;
 }
 
-/// Overwrites in place. Until it is filled the file is as open as both its old and its new mode allow.
+/// Overwrites in place. Until it is filled, the file allows only what both its old and its new mode allow.
 int StrictCopy::Overwrite(const Source& source, const Entry& dst, UniqueFd& made) {
     if (source.error != 0) {
         return source.error;
@@ -172,7 +164,7 @@ int StrictCopy::Overwrite(const Source& source, const Entry& dst, UniqueFd& made
     if (!made || fstat(made.Get(), &old) != 0) {
         return errno;
     }
-    // Looked at once more: by now the name may stand for another object.
+    // The name may belong to another object since the first look.
     if (!S_ISREG(old.st_mode) || IsSame(source.status, old)) {
         return S_ISREG(old.st_mode) ? EEXIST : EINVAL;
     }
@@ -184,42 +176,46 @@ int StrictCopy::Overwrite(const Source& source, const Entry& dst, UniqueFd& made
 }
 
 int StrictCopy::Fill(const Source& source, int out) {
-    const int error = task.data.Copy(source.fd.Get(), out, source.status);
+    const int error = job.data.Copy(source.fd.Get(), out, source.status);
     if (error != 0 || isModeToChange) {
         return error;
     }
     mode_t mode = source.status.st_mode & MODE_BITS;
     if ((mode & SET_ID_BITS) != 0) {
         struct stat copy {};
-        const bool isOwnersAlike = !task.isOwnerToChange && fstat(out, &copy) == 0 &&
-                                   copy.st_uid == source.status.st_uid && copy.st_gid == source.status.st_gid;
-        mode &= isOwnersAlike ? MODE_BITS : ~SET_ID_BITS;
+        const bool hasSameOwner = !job.options.isOwnerToChange && fstat(out, &copy) == 0 &&
+                                  copy.st_uid == source.status.st_uid && copy.st_gid == source.status.st_gid;
+        mode &= hasSameOwner ? MODE_BITS : ~SET_ID_BITS;
     }
     return fchmod(out, mode) == 0 ? 0 : errno;
 }
 
-int StrictCopy::CopyDirectory(const Entry& src, const Entry& dst, bool isRequest, UniqueFd& made) {
-    if (const int error = MakeDirectory(src, dst, isRequest); error != 0) {
+int StrictCopy::CopyDirectory(const CopyPair& pair, UniqueFd& made) {
+    if (const int error = MakeDirectory(pair); error != 0) {
         return error;
     }
-    DirectoryStream from = DirectoryStream::Open(src);
-    if (!from || (isRequest && fstat(from.Fd(), &task.source) != 0)) {
+    DirectoryStream from = DirectoryStream::Open(pair.src);
+    if (!from || (pair.isTop && fstat(from.Fd(), &result.source) != 0)) {
         return errno;
     }
-    made = isRequest ? OpenDestination(dst, task) : OpenDirectory(dst, O_NOFOLLOW);
-    if (!made && (!isRequest || task.isBelowRequest)) {
-        return errno;
+    if (const int error = OpenMade(pair, made); error != 0) {
+        return error;
     }
+    return CopyContents(from, pair, made);
+}
+
+int StrictCopy::CopyContents(DirectoryStream& from, const CopyPair& pair, const UniqueFd& into) {
     while (const dirent* child = from.Next()) {
-        const ChildPath joinedSrc(src.path, child->d_name);
-        const ChildPath joinedDst(dst.path, child->d_name);
+        const ChildPath joinedSrc(pair.src.path, child->d_name);
+        const ChildPath joinedDst(pair.dst.path, child->d_name);
         UniqueFd childMade;
-        const Entry target = ChildOf(made, child->d_name, dst.path);
-        if (const int error = CopyEntry(from.Child(*child, src.path), target, /*isRequest=*/false, childMade);
-            error != 0) {
+        const int error =
+            CopyEntry({from.Child(*child, pair.src.path), ChildOf(into, child->d_name, pair.dst.path), /*isTop=*/false},
+                      childMade);
+        if (error != 0) {
             return error;
         }
-        // Network file systems tell here that the disk is full.
+        // Network file systems report a full disk here.
         if (childMade.Close() != 0) {
             return errno;
         }
@@ -227,30 +223,40 @@ int StrictCopy::CopyDirectory(const Entry& src, const Entry& dst, bool isRequest
     return from.ReadError();
 }
 
-/// Makes the directory `dst` with the mode of `src`, unless there is one. To make it without a look first saves the
-/// look.
-[[gnu::noinline]] int StrictCopy::MakeDirectory(const Entry& src, const Entry& dst, bool isRequest) {
-    struct stat from {};
-    if (!Look(src, from)) {
-        return errno;
+/// Opens the directory at the destination.
+int StrictCopy::OpenMade(const CopyPair& pair, UniqueFd& made) {
+    if (!pair.isTop) {
+        made = OpenDirectory(pair.dst, Link::Refuse);
+        return made ? 0 : errno;
     }
-    if (IsSame(from, task.directory)) {
-        hasMetDestination = true;
+    const int error = OpenDestination(pair.dst, job.options.topLink, result);
+    return job.options.topLink == Link::Refuse ? error : 0;
+}
+
+/// Makes the directory at the destination with the mode of the source, unless there is one. Makes it without a look
+/// first, which saves the look.
+[[gnu::noinline]] int StrictCopy::MakeDirectory(const CopyPair& pair) {
+    struct stat from {};
+    if (const int error = Lstat(pair.src, from); error != 0) {
+        return error;
+    }
+    if (IsSame(from, result.directory)) {
+        result.isOntoItself = true;
         return EINVAL;
     }
-    if (mkdirat(dst.dirFd, dst.name, from.st_mode & MODE_BITS) == 0) {
+    if (mkdirat(pair.dst.dirFd, pair.dst.name, from.st_mode & MODE_BITS) == 0) {
         return 0;
     }
     const int makeError = errno;
     struct stat existing {};
-    if (!Look(dst, existing)) {
-        return IsNotFound(errno) ? makeError : errno;
+    if (const int error = Lstat(pair.dst, existing); error != 0) {
+        return IsNotFound(error) ? makeError : error;
     }
     if (IsSame(from, existing)) {
         return EEXIST;
     }
     if (S_ISLNK(existing.st_mode)) {
-        return isRequest && !task.isBelowRequest ? 0 : ENOTDIR;
+        return pair.isTop && job.options.topLink == Link::Follow ? 0 : ENOTDIR;
     }
     if (S_ISREG(existing.st_mode)) {
         return EISDIR;
@@ -258,47 +264,40 @@ int StrictCopy::CopyDirectory(const Entry& src, const Entry& dst, bool isRequest
     return S_ISDIR(existing.st_mode) ? 0 : EINVAL;
 }
 
-/// What is neither a file nor a directory: a link is skipped, all else is an error.
-[[gnu::noinline]] int StrictCopy::PassOver(const Entry& src, const Entry& dst) {
+/// For what is neither a file nor a directory: a link is skipped, anything else is an error.
+[[gnu::noinline]] int StrictCopy::PassOver(const CopyPair& pair) {
     struct stat from {};
-    if (!Look(src, from)) {
-        return errno;
+    if (const int error = Lstat(pair.src, from); error != 0) {
+        return error;
     }
     struct stat existing {};
-    const bool isThere = Look(dst, existing);
-    if (!isThere && !IsNotFound(errno)) {
-        return errno;
+    const int lookError = Lstat(pair.dst, existing);
+    if (lookError != 0 && !IsNotFound(lookError)) {
+        return lookError;
     }
-    if (!S_ISLNK(from.st_mode) || (isThere && IsOther(existing))) {
+    if (!S_ISLNK(from.st_mode) || (lookError == 0 && IsOther(existing))) {
         return EINVAL;
     }
-    if (isThere && IsSame(from, existing)) {
+    if (lookError == 0 && IsSame(from, existing)) {
         return EEXIST;
     }
-    ++task.skipped;
+    ++result.skipped;
     return 0;
 }
 
 }  // namespace
 
-CopyOutcome CopyStrictly(const Entry& src, const Entry& dst, CopyTask& task, int& err) {
-    const bool isRequest = src.type == DT_UNKNOWN;
-    const Entry known{src.dirFd, src.name, isRequest ? TypeOf(src) : src.type, src.path};
-    int error = known.type == DT_DIR ? FindOntoItself(src.name, dst.name) : 0;
-    bool isOntoItself = error != 0;
-    if (!isOntoItself) {
-        task.source = {};
-        task.destination = UniqueFd();
-        StrictCopy copy(task);
-        error = copy.CopyEntry(known, dst, isRequest, task.destination);
-        // For a file there is no other reason for EEXIST. In a tree the error may be that of one entry.
-        isOntoItself = copy.HasMetDestination() || (error == EEXIST && known.type != DT_DIR);
+int CopyStrictly(const CopyPair& pair, CopyJob& job, CopyResult& result) {
+    const CopyPair known{{pair.src.dirFd, pair.src.name, TypeOf(pair.src), pair.src.path}, pair.dst, pair.isTop};
+    const bool isDirectory = known.src.type == DT_DIR;
+    if (const int error = isDirectory ? FindOntoItself(pair.src.name, pair.dst.name) : 0; error != 0) {
+        result.isOntoItself = true;
+        return error;
     }
-    if (error == 0) {
-        return CopyOutcome::Done;
-    }
-    err = error;
-    return isOntoItself ? CopyOutcome::OntoItself : CopyOutcome::Failed;
+    const int error = StrictCopy(job, result).CopyEntry(known, result.destination);
+    // For a file, nothing else causes EEXIST. In a tree, the error may be that of one entry.
+    result.isOntoItself = result.isOntoItself || (error == EEXIST && !isDirectory);
+    return error;
 }
 
 int FindOntoItself(const std::string& src, const std::string& dst) {
@@ -307,11 +306,11 @@ int FindOntoItself(const std::string& src, const std::string& dst) {
         return 0;
     }
     std::string path = dst;
-    UniqueFd directory(open(path.c_str(), WAY_UP_FLAGS));
-    // A link that leads nowhere, or round in a circle, lies where its name does.
+    UniqueFd directory(open(path.c_str(), ANCESTOR_FLAGS));
+    // A link without a target, or one in a circle, is where its name is.
     while (!directory && (IsNotFound(errno) || errno == ELOOP) && DirName(path) != path) {
         path = DirName(path);
-        directory = UniqueFd(open(path.c_str(), WAY_UP_FLAGS));
+        directory = UniqueFd(open(path.c_str(), ANCESTOR_FLAGS));
     }
     struct stat here {};
     struct stat below {};
@@ -320,18 +319,21 @@ int FindOntoItself(const std::string& src, const std::string& dst) {
             return below.st_ino == 0 && path == dst ? EEXIST : EINVAL;
         }
         below = here;
-        directory = UniqueFd(openat(directory.Get(), "..", WAY_UP_FLAGS));
+        directory = UniqueFd(openat(directory.Get(), "..", ANCESTOR_FLAGS));
     }
     return 0;
 }
 
-UniqueFd OpenDestination(const Entry& dst, CopyTask& task) {
-    UniqueFd directory = OpenDirectory(dst, task.isBelowRequest ? O_NOFOLLOW : 0);
-    if (!directory || fstat(directory.Get(), &task.directory) != 0) {
-        return UniqueFd();
+int OpenDestination(const Entry& dst, Link topLink, CopyResult& result) {
+    UniqueFd directory = OpenDirectory(dst, topLink);
+    if (!directory || fstat(directory.Get(), &result.directory) != 0) {
+        return errno;
     }
-    task.isByName = !task.isBelowRequest && (TypeOf(dst) == DT_LNK || (fcntl(directory.Get(), F_GETFL) & O_PATH) != 0);
-    return directory;
+    const bool isLink = topLink == Link::Follow && TypeOf(dst) == DT_LNK;
+    const bool isForNamesOnly = topLink == Link::Follow && (fcntl(directory.Get(), F_GETFL) & O_PATH) != 0;
+    result.isByName = isLink || isForNamesOnly;
+    result.destination = std::move(directory);
+    return 0;
 }
 
 }  // namespace TAVO::FileMigrateOrvane

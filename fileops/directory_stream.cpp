@@ -1,9 +1,9 @@
 #include "directory_stream.h"
 
+#include <fcntl.h>
+
 #include <cerrno>
 #include <cstring>
-
-#include "path_helpers.h"
 
 namespace TAVO::FileMigrateOrvane {
 namespace {
@@ -17,9 +17,16 @@ bool IsSelfOrParent(const char* name) {
 
 }  // namespace
 
-bool TakeForDirectory(const Entry& entry, int& err, int recordKind) {
-    return entry.type == DT_UNKNOWN ? IsDir(entry.dirFd, entry.name, entry.path, err, recordKind) != 0
-                                    : entry.type == DT_DIR;
+int Lstat(const Entry& entry, struct stat& st) {
+    return fstatat(entry.dirFd, entry.name, &st, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
+}
+
+[[gnu::noinline]] unsigned char TypeOf(const Entry& entry) {
+    struct stat st {};
+    if (entry.type != DT_UNKNOWN) {
+        return entry.type;
+    }
+    return static_cast<unsigned char>(Lstat(entry, st) == 0 ? IFTODT(st.st_mode) : mode_t{DT_UNKNOWN});
 }
 
 DirectoryStream::DirectoryStream(int fd) {
@@ -63,7 +70,8 @@ bool DirectoryStream::Is(const struct stat& directory) const {
     return fstat(Fd(), &st) == 0 && IsSame(st, directory);
 }
 
-UniqueFd OpenDirectory(const Entry& entry, int noFollow) {
+UniqueFd OpenDirectory(const Entry& entry, Link link) {
+    const int noFollow = link == Link::Refuse ? O_NOFOLLOW : 0;
     UniqueFd directory(openat(entry.dirFd, entry.name, OPEN_FLAGS | noFollow));
     if (!directory && (errno == EACCES || errno == ENOTDIR)) {
         directory = UniqueFd(openat(entry.dirFd, entry.name, O_PATH | O_CLOEXEC | noFollow));

@@ -12,15 +12,15 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-constexpr off_t STAT_BLOCK = 512;  // the unit of st_blocks, whatever the file system's own
+constexpr off_t STAT_BLOCK = 512;  // the unit of st_blocks on every file system
 
 constexpr off_t BUFFER_SIZE = 65536;
 using Buffer = std::array<char, BUFFER_SIZE>;
 
-/// Of a run of data longer than this the page cache need not keep what was read: so much is dropped at a time.
+/// Longer runs are copied in pieces of this size; each piece is then dropped from the page cache.
 constexpr off_t PIECE = off_t{16} << 20;
 
-/// copy_file_range() cannot do it here, which says nothing about the file.
+/// Whether copy_file_range() does not work between these files; reading and writing still may.
 bool IsUnable(int error) {
     return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP || error == EPERM ||
            error == ETXTBSY;
@@ -40,7 +40,7 @@ int WriteAll(int out, const char* data, std::size_t size, off_t at) {
     return 0;
 }
 
-/// @return bytes carried over, 0 at the end of the file, or a negative error number
+/// @return the number of bytes copied, 0 at the end of the file, or a negative error number
 ssize_t ReadAndWrite(int in, int out, Buffer& buffer, off_t at, off_t end) {
     const auto size = static_cast<std::size_t>(std::min(BUFFER_SIZE, end - at));
     ssize_t got = 0;
@@ -54,7 +54,7 @@ ssize_t ReadAndWrite(int in, int out, Buffer& buffer, off_t at, off_t end) {
     return error == 0 ? got : -error;
 }
 
-/// @return how far it came, or a negative error number
+/// @return the offset it reached, or a negative error number
 [[gnu::noinline]] off_t CopyByReading(int in, int out, off_t at, off_t end) {
     Buffer buffer;
     while (at < end) {
@@ -67,8 +67,8 @@ ssize_t ReadAndWrite(int in, int out, Buffer& buffer, off_t at, off_t end) {
     return at;
 }
 
-/// A file that tells no size is read to its end, unless it has got a size by then: one that somebody keeps
-/// lengthening would have no end.
+/// Reads a file that shows no size to its end, but stops once it shows one: somebody may keep appending to it, and then
+/// it has no end.
 [[gnu::noinline]] int CopyWithoutSize(int in, int out) {
     Buffer buffer;
     struct stat now {};
@@ -116,13 +116,13 @@ int FileData::CopyPart(int in, int out, off_t at, off_t end) {
 }
 
 off_t FileData::CopyPiece(int in, int out, off_t at, off_t end) {
-    // One buffer is carried over faster by reading than through the kernel's pipe.
+    // For one buffer, reading and writing is faster than the kernel's pipe.
     const bool isSmall = end - at <= BUFFER_SIZE;
     off_t outAt = at;
     while (isInKernel && !isSmall && at < end) {
         const ssize_t done = copy_file_range(in, &at, out, &outAt, static_cast<std::size_t>(end - at), 0);
         if (done == 0) {
-            break;  // its end, or a file system that serves only read()
+            break;  // the end of the file, or a file system that only supports read()
         }
         if (done < 0 && errno != EINTR) {
             if (!IsUnable(errno)) {
@@ -139,10 +139,10 @@ int FileData::CopyBetweenHoles(int in, int out, off_t size) {
     while (at < size) {
         const off_t data = lseek(in, at, SEEK_DATA);
         if (data < 0 && errno != ENXIO) {
-            return CopyPart(in, out, at, size);  // a file system that does not tell its holes
+            return CopyPart(in, out, at, size);  // the file system does not report holes
         }
         if (data < 0 || data >= size) {
-            struct stat now {};  // nothing but a hole is left, or the file has become shorter
+            struct stat now {};  // only a hole is left, or the file has become shorter
             return fstat(in, &now) == 0 && ftruncate(out, std::min(size, now.st_size)) == 0 ? 0 : errno;
         }
         const off_t hole = lseek(in, data, SEEK_HOLE);

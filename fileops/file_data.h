@@ -1,7 +1,7 @@
-// The data of one regular file, from descriptor to descriptor: shared where the file system can, copied inside the
-// kernel, or by reading and writing; holes stay holes, and what was read of a large file does not stay in the page
-// cache. A FileData remembers between files what did not work; it belongs to one copy, so to one thread. Descriptors
-// stay their caller's.
+// The data of one regular file, from descriptor to descriptor: by sharing blocks if the file system can, else copied
+// inside the kernel, else by reading and writing. Holes stay holes, and what was read of a large file does not stay in
+// the page cache. A FileData remembers from file to file what did not work; it belongs to one request, so to one
+// thread. The caller keeps the descriptors.
 #pragma once
 
 #include <sys/stat.h>
@@ -10,19 +10,19 @@ namespace TAVO::FileMigrateOrvane {
 
 class FileData {
 public:
-    /// Copies what `in` holds, `from.st_size` bytes, to the empty file `out`. Of a file that has become shorter, what
-    /// is left; of one that tells no size, as in /proc, what can be read.
-    /// @return 0 or an error number; what was written then stays
+    /// Copies the `from.st_size` bytes of `in` to the empty file `out`. If the file has become shorter, copies what is
+    /// left; if it shows no size, as files in /proc do, copies what can be read.
+    /// @return 0 or an error number; what was written before the error stays
     [[nodiscard]] int Copy(int in, int out, const struct stat& from);
 
 private:
     [[nodiscard]] int CopyPart(int in, int out, off_t at, off_t end);
-    /// @return how far it came, which is less than `end` where the file ends before; or a negative error number
+    /// @return the offset it reached, which is below `end` if the file ends earlier; or a negative error number
     [[nodiscard]] off_t CopyPiece(int in, int out, off_t at, off_t end);
     [[nodiscard]] int CopyBetweenHoles(int in, int out, off_t size);
 
-    bool canShare = true;    ///< the two file systems are one that can share blocks between files
-    bool isInKernel = true;  ///< copy_file_range has served so far
+    bool canShare = true;    ///< source and destination are on one file system that can share blocks between files
+    bool isInKernel = true;  ///< copy_file_range has worked so far
 };
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -3,8 +3,8 @@
 
 namespace TAVO::FileMigrateOrvane {
 
-/// The user id for a text: all digits (or nothing) is a number, anything else a name. Of a number the low 32
-/// bits count, and 0 is only written "0".
+/// The user id for a text: a text of digits only (or an empty one) is a number, anything else a name. Only the low 32
+/// bits of a number count, and 0 must be written "0".
 /// @return the id, or -1; the text 4294967295, and one too large for any number, also decode to -1, without an error
 [[nodiscard]] int DecodeUid(const char* name, int& err, int recordKind);
 

@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "copy.h"
-#include "error_record.h"
 #include "log.h"
 #include "owner_mode.h"
 #include "remove.h"
@@ -17,129 +16,118 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-/// @param copied  what was copied; another object that bears its name by now is not to be removed for it, nor does its
-///                owner get the copy
-int GetUidGid(const std::string& path, const struct stat& copied, uid_t& uid, gid_t& gid, int& err, int recordKind) {
+/// Looks up who owns the source.
+/// @param copied  the object that was copied. If another one has taken its name, that one is neither removed nor asked
+///                for the owner
+int GetUidGid(const Entry& src, const struct stat& copied, OwnerIds& owner, const Report& report) {
     struct stat st {};
-    if (lstat(path.c_str(), &st) != 0) {
-        err = errno;
-        RecordErrForPath("GETUIDGID", path, err, recordKind);
-        LogError("lstat %{public}s failed, errno=%{public}d", path, err);
-        return -1;
+    if (const int error = Lstat(src, st); error != 0) {
+        return Fail(Step::LstatGetUidGid, src.path, error, report);
     }
     if (copied.st_ino != 0 && !IsSame(st, copied)) {
-        err = ESTALE;
-        RecordErrForPath("GETUIDGID", path, err, recordKind);
-        LogError("%{public}s was exchanged while it was copied, errno=%{public}d", path, err);
-        return -1;
+        return FailExchanged(src.path, report);
     }
-    uid = st.st_uid;
-    gid = st.st_gid;
+    owner = {st.st_uid, st.st_gid};
     return 0;
 }
 
-int ChOwnCopy(const std::string& dst, const CopyTask& task, uid_t uid, gid_t gid, int& err, int recordKind) {
-    return !task.destination || task.isByName ? DoChOwnRecurse(dst, uid, gid, err, recordKind)
-                                              : DoChOwnRecurse(task.destination, dst, uid, gid, err, recordKind);
+int ChOwnCopy(const Entry& dst, const CopyResult& copy, const OwnerIds& owner, const Report& report) {
+    return !copy.destination || copy.isByName ? DoChOwnRecurse(dst, owner, report)
+                                              : DoChOwnRecurse(copy.destination, dst.path, owner, report);
 }
 
-/// Whether the copy has been written to its disk. The descriptor is as old as the copy: what went wrong in writing back
-/// since then shows here. One that is open for names only does not serve.
-bool IsSynced(const std::string& dst, const UniqueFd& destination) {
+/// Writes the copy to its disk. The descriptor is as old as the copy, so it also reports what went wrong in writing
+/// back since then. A descriptor that was opened with O_PATH cannot serve.
+/// @return 0 or an error number
+int Sync(const std::string& dst, const UniqueFd& destination) {
     if (syncfs(destination.Get()) == 0) {
-        return true;
+        return 0;
     }
     if (errno != EBADF) {
-        return false;
+        return errno;
     }
     const UniqueFd again(open(dst.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    return again && syncfs(again.Get()) == 0;
+    return again && syncfs(again.Get()) == 0 ? 0 : errno;
 }
 
-/// So that a power cut finds the copy when the source is gone.
-int Flush(const std::string& src, const std::string& dst, const CopyTask& task, int& err, int recordKind) {
-    if (!task.destination || IsSynced(dst, task.destination)) {
-        return 0;
-    }
-    err = errno;
-    LogError({"flush %{public}s failed, errno=%{public}d", "MoveByCopy"}, dst, err);
-    RecordCopyErr(src, dst, err, recordKind);
-    return -1;
+/// The copy has to be on its disk before the source is removed: a power cut must not lose both.
+int Flush(const std::string& src, const std::string& dst, const CopyResult& copy, const Report& report) {
+    const int error = copy.destination ? Sync(dst, copy.destination) : 0;
+    return error == 0 ? 0 : FailFlush(src, dst, error, report);
 }
 
-/// Removes what was copied, and nothing else that bears its name by now: a directory is emptied by descriptor, and what
-/// was none is not entered.
-int RemoveSource(const std::string& src, const struct stat& copied, int& err, int recordKind) {
-    std::string text = src;
-    Entry entry = TopEntry(src, text);
-    entry.type = S_ISDIR(copied.st_mode) ? DT_DIR : DT_REG;
+/// Removes what was copied, and nothing else that has taken its name since: a directory is emptied by descriptor, and
+/// an object that was copied as a file is not entered.
+int RemoveSource(Entry src, const struct stat& copied, const Report& report) {
+    src.type = S_ISDIR(copied.st_mode) ? DT_DIR : DT_REG;
     struct stat now {};
-    const bool isThere = lstat(src.c_str(), &now) == 0;
+    const bool isThere = Lstat(src, now) == 0;
     if (isThere && copied.st_ino != 0 && !IsSame(now, copied)) {
-        return RemoveFailed(src, ESTALE, err, recordKind);
+        return Fail(Step::Remove, src.path, ESTALE, report);
     }
-    if (!isThere || entry.type == DT_REG) {
-        return DoRemove(entry, err, recordKind);
+    if (!isThere || src.type == DT_REG) {
+        return RemoveEntry(src, report);
     }
-    DirectoryStream stream = DirectoryStream::Open(entry);
+    DirectoryStream stream = DirectoryStream::Open(src);
     if (!stream || !stream.Is(copied)) {
-        return RemoveFailed(src, stream ? ESTALE : errno, err, recordKind);
+        return Fail(Step::Remove, src.path, stream ? ESTALE : errno, report);
     }
-    return DoRemove(std::move(stream), entry, err, recordKind);
+    return RemoveOpen(std::move(stream), src, report);
 }
 
-int MoveByCopy(const std::string& src, const std::string& dst, CopyTask& task, int& err, int recordKind) {
-    uid_t uid = 0;
-    gid_t gid = 0;
-    if (CopyRequest(src, dst, task, err, recordKind) != CopyOutcome::Done ||
-        GetUidGid(src, task.source, uid, gid, err, recordKind) != 0 ||
-        ChOwnCopy(dst, task, uid, gid, err, recordKind) != 0) {
-        return -1;
-    }
-    if (task.skipped != 0) {
-        LogWarn("%{public}lu links or special files of %{public}s are not copied, and removed with it", task.skipped,
+int CopyForMove(const CopyPair& top, Link topLink, CopyResult& result, const Report& report) {
+    FileData data;
+    CopyJob job{{.topLink = topLink, .isOwnerToChange = true, .isKeptOpen = true}, data};
+    return CopyRequest(top, job, result, report);
+}
+
+int MoveByCopy(const CopyPair& top, Link topLink, const Report& report) {
+    const std::string& src = top.src.path;
+    const std::string& dst = top.dst.path;
+    CopyResult copy;
+    OwnerIds owner{};
+    int error = CopyForMove(top, topLink, copy, report);
+    error = error == 0 ? GetUidGid(top.src, copy.source, owner, report) : error;
+    error = error == 0 ? ChOwnCopy(top.dst, copy, owner, report) : error;
+    if (error == 0 && copy.skipped != 0) {
+        LogWarn("%{public}lu links or special files of %{public}s are not copied, and removed with it", copy.skipped,
                 src);
     }
-    if (Flush(src, dst, task, err, recordKind) != 0 || RemoveSource(src, task.source, err, recordKind) != 0) {
-        return -1;
+    error = error == 0 ? Flush(src, dst, copy, report) : error;
+    error = error == 0 ? RemoveSource(top.src, copy.source, report) : error;
+    if (error == 0) {
+        LogInfo("MoveByCopy %{public}s to %{public}s suc", src, dst);
     }
-    LogInfo("MoveByCopy %{public}s to %{public}s suc", src, dst);
+    return error;
+}
+
+int DoMove(const std::string& src, const std::string& dst, const Report& report) {
+    if (rename(src.c_str(), dst.c_str()) != 0) {
+        return FailRename(src, dst, errno, report);
+    }
+    LogInfo("MoveByRename %{public}s to %{public}s suc", src, dst);
     return 0;
 }
 
-/// @param task  what the copy has to heed if it comes to one
-int MoveTask(const std::string& src, const std::string& dst, CopyTask task, int& err, int recordKind) {
-    if (DoMove(src, dst, err, recordKind) == 0) {
-        return 0;
-    }
-    if (err != EXDEV) {
-        return -1;
+/// @param topLink  used only if rename fails with EXDEV and the move copies
+int MoveTo(const std::string& src, const std::string& dst, Link topLink, const Report& report) {
+    if (const int error = DoMove(src, dst, report); error != EXDEV) {
+        return error;
     }
     LogError({"rename %{public}s to %{public}s failed EXDEV, use copy", "Move"}, src, dst);
-    return MoveByCopy(src, dst, task, err, recordKind);
+    std::string srcText = src;
+    std::string dstText = dst;
+    return MoveByCopy({TopEntry(src, srcText), TopEntry(dst, dstText), /*isTop=*/true}, topLink, report);
 }
 
 }  // namespace
 
-int DoMove(const std::string& src, const std::string& dst, int& err, int recordKind) {
-    if (rename(src.c_str(), dst.c_str()) == 0) {
-        LogInfo("MoveByRename %{public}s to %{public}s suc", src, dst);
-        return 0;
-    }
-    err = errno;
-    LogError("MoveByRename %{public}s to %{public}s failed, errno=%{public}d", src, dst, err);
-    if (err != EXDEV) {
-        RecordMoveErr(src, dst, err, recordKind);
-    }
-    return -1;
-}
-
 int Move(const std::string& src, const std::string& dst, int& err, int recordKind) {
-    return MoveTask(src, dst, {.isOwnerToChange = true}, err, recordKind);
+    return ResultOf(MoveTo(src, dst, Link::Follow, {err, recordKind}));
 }
 
 int MoveChild(const std::string& src, const std::string& dst, int& err, int recordKind) {
-    return MoveTask(src, dst, {.isBelowRequest = true, .isOwnerToChange = true}, err, recordKind);
+    return ResultOf(MoveTo(src, dst, Link::Refuse, {err, recordKind}));
 }
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -8,95 +8,66 @@
 #include <cerrno>
 
 #include "directory_stream.h"
-#include "error_record.h"
 #include "log.h"
+#include "path_helpers.h"
+#include "record_file.h"
 
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-/// fchmodat2(2), Linux 6.6, which Debian 12's headers do not know yet; the number is that of all newer architectures.
+/// fchmodat2(2), Linux 6.6, which Debian 12's headers do not know yet; all newer architectures share the number.
 #ifdef SYS_fchmodat2
 constexpr long FCHMODAT2 = SYS_fchmodat2;
 #else
 constexpr long FCHMODAT2 = 452;
 #endif
 
-/// lchmod relative to a directory. The C library's own needs /proc and four calls, so it only serves kernels
-/// without the call.
+/// lchmod relative to a directory. The C library's own needs /proc and four calls, so it serves only kernels without
+/// the call. @return 0 or an error number
 int ChModNoFollow(int dirFd, const char* name, unsigned int mode) {
     if (syscall(FCHMODAT2, dirFd, name, mode, AT_SYMLINK_NOFOLLOW) == 0) {
         return 0;
     }
-    return errno == ENOSYS ? fchmodat(dirFd, name, mode, AT_SYMLINK_NOFOLLOW) : -1;
+    return errno == ENOSYS && fchmodat(dirFd, name, mode, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
 }
 
 struct OwnerChange {
-    const unsigned int uid;
-    const unsigned int gid;
+    static constexpr Step OPEN = Step::OpenChOwn;
+    const OwnerIds owner;
 
-    int Apply(int dirFd, const char* name, const std::string& path, int& err, int recordKind) const {
-        return fchownat(dirFd, name, uid, gid, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : Failed(path, err, recordKind);
-    }
-
-    [[gnu::noinline]] int Failed(const std::string& path, int& err, int recordKind) const {
-        err = errno;
-        LogError({"lchown %{public}s %{public}u %{public}u failed, errno=%{public}d", "DoChOwn"}, path, uid, gid, err);
-        RecordChownErr(path, uid, gid, err, recordKind);
-        return -1;
-    }
-
-    [[gnu::noinline]] static int OpenFailed(const std::string& path, int& err, int recordKind) {
-        err = errno;
-        RecordErrForPath("OPEN_CHMOWNERECURSE", path, err, recordKind);
-        LogError({"open dir %{public}s failed, errno %{public}d", "DoChOwnRecurse"}, path, err);
-        return -1;
+    int Apply(const Entry& entry, const Report& report) const {
+        const int result = fchownat(entry.dirFd, entry.name, owner.uid, owner.gid, AT_SYMLINK_NOFOLLOW);
+        return result == 0 ? 0 : FailChOwn(entry.path, owner, errno, report);
     }
 };
 
 struct ModeChange {
+    static constexpr Step OPEN = Step::OpenChMod;
     const unsigned int mode;
 
-    int Apply(int dirFd, const char* name, const std::string& path, int& err, int recordKind) const {
-        return ChModNoFollow(dirFd, name, mode) == 0 ? 0 : Failed(path, err, recordKind);
-    }
-
-    [[gnu::noinline]] int Failed(const std::string& path, int& err, int recordKind) const {
-        err = errno;
-        LogError({"lchmod %{public}s %{public}o failed, errno=%{public}d", "DoChMod"}, path, mode, err);
-        RecordChmodErr(path, mode, err, recordKind);
-        return -1;
-    }
-
-    [[gnu::noinline]] static int OpenFailed(const std::string& path, int& err, int recordKind) {
-        err = errno;
-        RecordErrForPath("OPEN_CHMODERECURSE", path, err, recordKind);
-        LogError({"open dir %{public}s failed, errno %{public}d", "DoChModRecurse"}, path, err);
-        return -1;
+    int Apply(const Entry& entry, const Report& report) const {
+        const int error = ChModNoFollow(entry.dirFd, entry.name, mode);
+        return error == 0 ? 0 : FailChMod(entry.path, mode, error, report);
     }
 };
 
 template <class Change>
-int ChangeOne(const Change& change, const std::string& path, int& err, int recordKind) {
-    return change.Apply(AT_FDCWD, path.c_str(), path, err, recordKind);
-}
-
-template <class Change>
-int ChangeTree(const Change& change, const Entry& entry, int& err, int recordKind) {
-    if (change.Apply(entry.dirFd, entry.name, entry.path, err, recordKind) != 0) {
-        return -1;
+int ChangeTree(const Change& change, const Entry& entry, const Report& report) {
+    if (const int error = change.Apply(entry, report); error != 0) {
+        return error;
     }
-    if (!TakeForDirectory(entry, err)) {
+    if (!TakeForDirectory(entry, {report.err, RECORD_KIND_NONE})) {
         return 0;
     }
     DirectoryStream stream = DirectoryStream::Open(entry);
     if (!stream) {
-        return Change::OpenFailed(entry.path, err, recordKind);
+        return Fail(Change::OPEN, entry.path, errno, report);
     }
     int result = 0;
     while (const dirent* child = stream.Next()) {
         const ChildPath joined(entry.path, child->d_name);
-        if (ChangeTree(change, stream.Child(*child, entry.path), err, recordKind) != 0) {
-            result = -1;
+        if (const int error = ChangeTree(change, stream.Child(*child, entry.path), report); error != 0) {
+            result = error;
         }
     }
     return result;
@@ -108,107 +79,102 @@ bool IsDirectory(const UniqueFd& object) {
 }
 
 int ChModObject(const UniqueFd& object, const std::string& path, unsigned int mode) {
-    return object ? fchmod(object.Get(), mode) : ChModNoFollow(AT_FDCWD, path.c_str(), mode);
+    if (!object) {
+        return ChModNoFollow(AT_FDCWD, path.c_str(), mode);
+    }
+    return fchmod(object.Get(), mode) == 0 ? 0 : errno;
 }
 
-int ChOwnObject(const UniqueFd& object, const std::string& path, unsigned int uid, unsigned int gid) {
-    // Unlike fchown(), this also takes an object that is open for its place only.
-    return object ? fchownat(object.Get(), "", uid, gid, AT_EMPTY_PATH) : lchown(path.c_str(), uid, gid);
+int ChOwnObject(const UniqueFd& object, const std::string& path, const OwnerIds& owner) {
+    const auto& [uid, gid] = owner;
+    // Unlike fchown(), this also takes an object that was opened with O_PATH.
+    const int result = object ? fchownat(object.Get(), "", uid, gid, AT_EMPTY_PATH) : lchown(path.c_str(), uid, gid);
+    return result == 0 ? 0 : errno;
 }
 
 }  // namespace
 
 int DoChOwn(const std::string& path, unsigned int uid, unsigned int gid, int& err, int recordKind) {
-    return ChangeOne(OwnerChange{uid, gid}, path, err, recordKind);
+    std::string text = path;
+    return ResultOf(OwnerChange{{uid, gid}}.Apply(TopEntry(path, text), {err, recordKind}));
 }
 
 int DoChMod(const std::string& path, unsigned int mode, int& err, int recordKind) {
-    return ChangeOne(ModeChange{mode}, path, err, recordKind);
+    std::string text = path;
+    return ResultOf(ModeChange{mode}.Apply(TopEntry(path, text), {err, recordKind}));
 }
 
 int DoChOwnRecurse(const std::string& path, unsigned int uid, unsigned int gid, int& err, int recordKind) {
     std::string text = path;
-    return ChangeTree(OwnerChange{uid, gid}, TopEntry(path, text), err, recordKind);
+    return ResultOf(DoChOwnRecurse(TopEntry(path, text), {uid, gid}, {err, recordKind}));
 }
 
-int DoChOwnRecurse(const UniqueFd& object, const std::string& path, unsigned int uid, unsigned int gid, int& err,
-                   int recordKind) {
-    const OwnerChange change{uid, gid};
+int DoChOwnRecurse(const Entry& entry, const OwnerIds& owner, const Report& report) {
+    return ChangeTree(OwnerChange{owner}, entry, report);
+}
+
+int DoChOwnRecurse(const UniqueFd& object, std::string& path, const OwnerIds& owner, const Report& report) {
     if (IsDirectory(object)) {
-        std::string text = path;
-        return ChangeTree(change, Entry{object.Get(), ".", DT_DIR, text}, err, recordKind);
+        return ChangeTree(OwnerChange{owner}, Entry{object.Get(), ".", DT_DIR, path}, report);
     }
-    return ChOwnObject(object, path, uid, gid) == 0 ? 0 : change.Failed(path, err, recordKind);
-}
-
-int SetModeAndOwner(const UniqueFd& object, const std::string& path, const PermPara& perm, int& err, int recordKind) {
-    constexpr unsigned int SET_ID_BITS = S_ISUID | S_ISGID;
-    const ModeChange change{perm.mode};
-    if (ChModObject(object, path, perm.mode & ~SET_ID_BITS) != 0) {
-        return change.Failed(path, err, recordKind);
-    }
-    if (ChOwnObject(object, path, perm.uid, perm.gid) != 0) {
-        return OwnerChange{perm.uid, perm.gid}.Failed(path, err, recordKind);
-    }
-    const bool hasSetId = (perm.mode & SET_ID_BITS) != 0;
-    return !hasSetId || ChModObject(object, path, perm.mode) == 0 ? 0 : change.Failed(path, err, recordKind);
+    const int error = ChOwnObject(object, path, owner);
+    return error == 0 ? 0 : FailChOwn(path, owner, error, report);
 }
 
 int DoChModRecurse(const std::string& path, unsigned int mode, int& err, int recordKind) {
     std::string text = path;
-    return ChangeTree(ModeChange{mode}, TopEntry(path, text), err, recordKind);
+    return ResultOf(ChangeTree(ModeChange{mode}, TopEntry(path, text), {err, recordKind}));
+}
+
+int SetModeAndOwner(const UniqueFd& object, const std::string& path, const PermPara& perm, const Report& report) {
+    constexpr unsigned int SET_ID_BITS = S_ISUID | S_ISGID;
+    const OwnerIds owner{perm.uid, perm.gid};
+    if (const int error = ChModObject(object, path, perm.mode & ~SET_ID_BITS); error != 0) {
+        return FailChMod(path, perm.mode, error, report);
+    }
+    if (const int error = ChOwnObject(object, path, owner); error != 0) {
+        return FailChOwn(path, owner, error, report);
+    }
+    const int error = (perm.mode & SET_ID_BITS) != 0 ? ChModObject(object, path, perm.mode) : 0;
+    return error == 0 ? 0 : FailChMod(path, perm.mode, error, report);
 }
 
 int ChOwn(const PathPara& para, int& err, int recordKind) {
-    if (para.uid == NOT_GIVEN || para.gid == NOT_GIVEN) {
+    const auto& [path, uid, gid, mode, recurseOpt] = para;
+    if (uid == NOT_GIVEN || gid == NOT_GIVEN) {
         LogError("Invalid uid:gid");
         err = EINVAL;
         return -1;
     }
-    if (para.recurseOpt == RECURSE_ALL) {
-        if (DoChOwnRecurse(para.path, para.uid, para.gid, err, recordKind) != 0) {
-            return -1;
-        }
-        LogInfo("DoChOwnRecurse %{public}s %{public}u %{public}u suc", para.path, para.uid, para.gid);
-        return 0;
+    if (recurseOpt != RECURSE_ALL && recurseOpt != RECURSE_NONE) {
+        return ResultOf(RefuseOption(Operation::ChOwn, path, recurseOpt, {err, recordKind}));
     }
-    if (para.recurseOpt == RECURSE_NONE) {
-        if (DoChOwn(para.path, para.uid, para.gid, err, recordKind) != 0) {
-            return -1;
-        }
-        LogInfo("DoChOwn %{public}s %{public}u %{public}u suc", para.path, para.uid, para.gid);
-        return 0;
+    const auto change = recurseOpt == RECURSE_ALL ? static_cast<decltype(&DoChOwn)>(DoChOwnRecurse) : DoChOwn;
+    if (change(path, uid, gid, err, recordKind) != 0) {
+        return -1;
     }
-    LogError("Unexpected recurseOpt:%{public}d, not chown %{public}s", para.recurseOpt, para.path);
-    err = EINVAL;
-    RecordRecurseOptErr("INVALID_RECURSEOPT_CHOWN", para.path, para.recurseOpt, err, recordKind);
-    return -1;
+    LogInfo("%{public}s %{public}s %{public}u %{public}u suc", recurseOpt == RECURSE_ALL ? "DoChOwnRecurse" : "DoChOwn",
+            path, uid, gid);
+    return 0;
 }
 
 int ChMod(const PathPara& para, int& err, int recordKind) {
-    if (para.mode == NOT_GIVEN) {
+    const auto& [path, uid, gid, mode, recurseOpt] = para;
+    if (mode == NOT_GIVEN) {
         LogWarn("invalid mode");
         err = EINVAL;
         return -1;
     }
-    if (para.recurseOpt == RECURSE_ALL) {
-        if (DoChModRecurse(para.path, para.mode, err, recordKind) != 0) {
-            return -1;
-        }
-        LogInfo("DoChModRecurse %{public}s %{public}o suc", para.path, para.mode);
-        return 0;
+    if (recurseOpt != RECURSE_ALL && recurseOpt != RECURSE_NONE) {
+        return ResultOf(RefuseOption(Operation::ChMod, path, recurseOpt, {err, recordKind}));
     }
-    if (para.recurseOpt == RECURSE_NONE) {
-        if (DoChMod(para.path, para.mode, err, recordKind) != 0) {
-            return -1;
-        }
-        LogInfo("DoChMod %{public}s %{public}o suc", para.path, para.mode);
-        return 0;
+    const auto change = recurseOpt == RECURSE_ALL ? DoChModRecurse : DoChMod;
+    if (change(path, mode, err, recordKind) != 0) {
+        return -1;
     }
-    LogError("Unexpected recurseOpt:%{public}d, not chmod %{public}s", para.recurseOpt, para.path);
-    err = EINVAL;
-    RecordRecurseOptErr("INVALID_RECURSEOPT_CHMOD", para.path, para.recurseOpt, err, recordKind);
-    return -1;
+    LogInfo("%{public}s %{public}s %{public}o suc", recurseOpt == RECURSE_ALL ? "DoChModRecurse" : "DoChMod", path,
+            mode);
+    return 0;
 }
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -9,7 +9,6 @@
 
 #include "directory_stream.h"
 #include "error_record.h"
-#include "log.h"
 #include "record_file.h"
 
 namespace TAVO::FileMigrateOrvane {
@@ -20,47 +19,42 @@ std::string DirName(const std::string& path) {
 }
 
 int IsPathExist(const std::string& path, int& err, int recordKind) {
-    return IsPathExist(AT_FDCWD, path.c_str(), path, err, recordKind);
+    std::string text = path;
+    return IsPathExist(TopEntry(path, text), {err, recordKind});
 }
 
-int IsPathExist(int dirFd, const char* name, const std::string& path, int& err, int recordKind) {
-    if (faccessat(dirFd, name, F_OK, 0) == 0) {
+int IsPathExist(const Entry& entry, const Report& report) {
+    if (faccessat(entry.dirFd, entry.name, F_OK, 0) == 0) {
         return 1;
     }
     if (errno == ENOENT) {
         return 0;
     }
-    err = errno;
-    RecordNormalErr("ISEXIST", path, err, recordKind);
-    LogError("access %{public}s failed, errno=%{public}d", path, err);
-    return -1;
+    return ResultOf(Fail(Step::Access, entry.path, errno, report));
 }
 
 int IsDir(const std::string& path, int& err, int recordKind) {
-    return IsDir(AT_FDCWD, path.c_str(), path, err, recordKind);
+    std::string text = path;
+    return IsDir(TopEntry(path, text), {err, recordKind});
 }
 
-int IsDir(int dirFd, const char* name, const std::string& path, int& err, int recordKind) {
+int IsDir(const Entry& entry, const Report& report) {
     struct stat st {};
-    if (fstatat(dirFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
-        err = errno;
-        RecordErrForPath("ISDIR", path, err, recordKind);
-        LogError("lstat %{public}s failed, errno=%{public}d", path, err);
-        return -1;
+    if (const int error = Lstat(entry, st); error != 0) {
+        return ResultOf(Fail(Step::LstatIsDir, entry.path, error, report));
     }
     return S_ISDIR(st.st_mode) ? 1 : 0;
+}
+
+bool TakeForDirectory(const Entry& entry, const Report& report) {
+    return entry.type == DT_UNKNOWN ? IsDir(entry, report) != 0 : entry.type == DT_DIR;
 }
 
 int ListDir(const std::string& path, StringList& entries, int& err, bool withType, int recordKind) {
     entries.Clear();
     DirectoryStream stream = DirectoryStream::OpenFollowing(path);
     if (!stream) {
-        err = errno;
-        if (err != ENOENT) {
-            RecordNormalErr("LISTDIR_OPEN", path, err, recordKind);
-        }
-        LogError("failed to open dir %{public}s, errno=%{public}d", path, err);
-        return -1;
+        return ResultOf(FailListDir(path, errno, {err, recordKind}));
     }
     while (const dirent* entry = stream.Next()) {
         const char* type = entry->d_type == DT_DIR ? ":1" : ":0";

@@ -6,14 +6,14 @@
 
 namespace TAVO::FileMigrateOrvane {
 
-/// The value of `uid`, `gid` or `mode` that means: not given.
+/// In `uid`, `gid` or `mode`: not given.
 inline constexpr std::uint32_t NOT_GIVEN = 0xFFFFFFFF;
 
 // The recursion options; the operations refuse any other value.
 inline constexpr std::int32_t RECURSE_NONE = 1;  ///< the path only
-inline constexpr std::int32_t RECURSE_ALL = 2;   ///< and all below it; for creation: every missing ancestor
+inline constexpr std::int32_t RECURSE_ALL = 2;   ///< and everything below it; for creation: every missing ancestor
 
-/// One path and what is to become of it.
+/// One path and what it gets.
 struct PathPara {
     std::string path;
     std::uint32_t uid;
@@ -22,7 +22,7 @@ struct PathPara {
     std::int32_t recurseOpt;
 };
 
-/// Owner and mode that the combined copy gives to all it creates.
+/// Owner and mode that the combined copy gives to everything it creates.
 struct PermPara {
     std::uint32_t uid;
     std::uint32_t gid;

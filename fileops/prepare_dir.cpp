@@ -10,7 +10,7 @@
 #include <string_view>
 #include <utility>
 
-#include "error_record.h"
+#include "directory_stream.h"
 #include "log.h"
 #include "owner_mode.h"
 #include "path_helpers.h"
@@ -20,23 +20,16 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-constexpr unsigned int CREATE_MODE = 0700;
+/// One level of a path that is being created.
+struct Level {
+    bool isNew = false;        ///< this request has created it
+    UniqueFd fd = UniqueFd();  ///< the directory that was created, if it has been opened
+};
 
-/// DoMkDir that tells whether the directory is its own.
-int MakeOne(const Entry& directory, bool& isNew, int& err, int recordKind) {
-    isNew = mkdirat(directory.dirFd, directory.name, CREATE_MODE) == 0;
-    return isNew || errno == EEXIST ? 0 : MkDirFailed(directory.path, errno, err, recordKind);
-}
-
-/// Whether something stands where mkdir() found the name taken. If not, errno tells why no mode can be given to it: a
-/// link without a target has none.
-bool IsTaken(const Entry& directory) {
-    struct stat st {};
-    if (fstatat(directory.dirFd, directory.name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
-        return false;
-    }
-    errno = EOPNOTSUPP;
-    return !S_ISLNK(st.st_mode);
+/// DoMkDir that says whether the directory is new.
+int MakeOne(const Entry& directory, Level& level, const Report& report) {
+    level.isNew = mkdirat(directory.dirFd, directory.name, CREATE_MODE) == 0;
+    return level.isNew || errno == EEXIST ? 0 : FailMkDir(directory.path, CREATE_MODE, errno, report);
 }
 
 /// The time as inodes get it, that of the last tick, in whole seconds: no file system keeps the birth less exactly.
@@ -46,9 +39,9 @@ std::int64_t InodeClock() {
     return now.tv_sec;
 }
 
-/// Whether an open directory can be the one that this process has created since `start`. Who owns the parent can put
-/// any directory there that the parent holds, also one of root's that is closed to him: that one is older. Its contents
-/// tell only where a file system keeps no birth: a second worker may already have put something into the new one.
+/// Whether an open directory can be the one that this process has created since `start`. The owner of the parent can
+/// put any directory in its place that the parent holds, also one of root's that he cannot read; that one is older.
+/// Emptiness decides only on file systems that keep no birth: a second worker may have put something into a new one.
 bool IsOwnSince(int fd, std::int64_t start) {
     struct statx st {};
     if (statx(fd, "", AT_EMPTY_PATH, STATX_UID | STATX_BTIME, &st) != 0 || st.stx_uid != geteuid()) {
@@ -62,63 +55,61 @@ bool IsOwnSince(int fd, std::int64_t start) {
     return stream && stream.Next() == nullptr;
 }
 
-/// Opens the directory that mkdir() has created since `start`; none, with EEXIST, where its name has been given to
-/// another object.
-UniqueFd OpenCreated(const Entry& directory, std::int64_t start) {
+/// Opens the directory that mkdir() has created since `start`. @return 0, or EEXIST if its name belongs to another
+/// object, or why it cannot be opened
+int OpenCreated(const Entry& directory, std::int64_t start, UniqueFd& fd) {
     const std::string_view given = directory.name;
     const std::string name(given.substr(0, given.find_last_not_of('/') + 1));  // "name/" would follow a link
-    UniqueFd fd(openat(directory.dirFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (fd && !IsOwnSince(fd.Get(), start)) {
-        fd = UniqueFd();
-        errno = EEXIST;
+    fd = UniqueFd(openat(directory.dirFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!fd) {
+        return errno;
     }
-    return fd;
+    return IsOwnSince(fd.Get(), start) ? 0 : EEXIST;
 }
 
-/// DoChMod where there is no directory to give a mode to; errno tells why.
-int ModeFailed(const std::string& path, unsigned int mode, int& err, int recordKind) {
-    err = errno;
-    LogError({"lchmod %{public}s %{public}o failed, errno=%{public}d", "DoChMod"}, path, mode, err);
-    RecordChmodErr(path, mode, err, recordKind);
-    return -1;
+/// Gives a new directory its mode and owner.
+int FinishNew(const Entry& directory, const PermPara& perm, std::int64_t start, Level& level, const Report& report) {
+    const int error = OpenCreated(directory, start, level.fd);
+    return error == 0 ? SetModeAndOwner(level.fd, directory.path, perm, report)
+                      : FailChMod(directory.path, perm.mode, error, report);
 }
 
-/// A level that was handled.
-struct Level {
-    bool isNew = false;
-    UniqueFd fd = UniqueFd();  ///< the directory that was created, where its maker has opened it
-};
+/// Something had the name when mkdir() was called, though nothing did at the look before. It is left as it is, like one
+/// that was there at that look. A link without a target never shows in that look; it has no mode that could be given.
+int LeaveExisting(const Entry& directory, const PermPara& perm, const Report& report) {
+    struct stat st {};
+    const int error = Lstat(directory, st);
+    if (error == 0 && !S_ISLNK(st.st_mode)) {
+        return 0;
+    }
+    return FailChMod(directory.path, perm.mode, error != 0 ? error : EOPNOTSUPP, report);
+}
 
 /// DoPrepareDir that hands out the directory it created.
-int PrepareOne(const Entry& directory, const PermPara& perm, Level& level, int& err, int recordKind) {
-    if (IsPathExist(directory.dirFd, directory.name, directory.path, err, recordKind) == 1) {
+int PrepareOne(const Entry& directory, const PermPara& perm, Level& level, const Report& report) {
+    if (IsPathExist(directory, report) == 1) {
         return 0;
     }
     const std::int64_t start = InodeClock();
-    if (MakeOne(directory, level.isNew, err, recordKind) == 0) {
-        if (level.isNew) {
-            level.fd = OpenCreated(directory, start);
-        } else if (IsTaken(directory)) {
-            return 0;  // since the first look: left as it is, like one that had been there before
-        }
-        const int given = level.fd ? SetModeAndOwner(level.fd, directory.path, perm, err, recordKind)
-                                   : ModeFailed(directory.path, perm.mode, err, recordKind);
-        if (given == 0) {
-            LogInfo({"DoPrepareDir %{public}s suc: %{public}u, %{public}u, %{public}o", "DoPrepareDir"}, directory.path,
-                    perm.uid, perm.gid, perm.mode);
-            return 0;
-        }
+    int error = MakeOne(directory, level, report);
+    if (error == 0) {
+        error = level.isNew ? FinishNew(directory, perm, start, level, report) : LeaveExisting(directory, perm, report);
     }
-    LogError({"DoPrepareDir %{public}s failed: %{public}u, %{public}u, %{public}o", "DoPrepareDir"}, directory.path,
-             perm.uid, perm.gid, perm.mode);
-    return -1;
+    if (error != 0) {
+        LogError({"DoPrepareDir %{public}s failed: %{public}u, %{public}u, %{public}o", "DoPrepareDir"}, directory.path,
+                 perm.uid, perm.gid, perm.mode);
+    } else if (level.isNew) {
+        LogInfo({"DoPrepareDir %{public}s suc: %{public}u, %{public}u, %{public}o", "DoPrepareDir"}, directory.path,
+                perm.uid, perm.gid, perm.mode);
+    }
+    return error;
 }
 
 /// Calls `make` with each ancestor written in the path, the outermost first, and then with the path itself; stops at
-/// the first failure. Once a level is new, the next is a name in the directory opened for it. Where something that is
-/// no directory has taken its place, making the next one fails (ENOTDIR).
+/// the first failure. Once a level is new, the next is a name in the directory opened for it. If something else than a
+/// directory has taken its place, making the next one fails (ENOTDIR).
 template <class Make>
-int ForEachLevel(const std::string& path, int& err, int recordKind, Make make) {
+int ForEachLevel(const std::string& path, const Report& report, Make make) {
     UniqueFd above;
     std::size_t slash = 0;
     do {
@@ -131,13 +122,13 @@ int ForEachLevel(const std::string& path, int& err, int recordKind, Make make) {
         const Entry entry = above ? Entry{above.Get(), &text[nameAt], DT_UNKNOWN, text}
                                   : Entry{AT_FDCWD, text.c_str(), DT_UNKNOWN, text};
         Level level;
-        if (make(entry, level) != 0) {
-            return -1;
+        if (const int error = make(entry, level); error != 0) {
+            return error;
         }
         if (slash != std::string::npos && (above || level.isNew) && !level.fd) {
             level.fd = UniqueFd(openat(entry.dirFd, entry.name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
             if (!level.fd) {
-                return MkDirFailed(text, errno, err, recordKind);
+                return FailMkDir(text, CREATE_MODE, errno, report);
             }
         }
         if (level.fd) {
@@ -149,79 +140,57 @@ int ForEachLevel(const std::string& path, int& err, int recordKind, Make make) {
 
 }  // namespace
 
-int MkDirFailed(const std::string& path, int error, int& err, int recordKind) {
-    err = error;
-    LogError({"mkdir %{public}s %{public}o failed, errno=%{public}d", "DoMkDir"}, path, CREATE_MODE, err);
-    RecordMkdirErr(path, CREATE_MODE, err, recordKind);
-    return -1;
-}
-
-int DoMkDir(const std::string& path, int& err, int recordKind) {
-    std::string text = path;
-    return DoMkDir(TopEntry(path, text), err, recordKind);
-}
-
-int DoMkDir(const Entry& directory, int& err, int recordKind) {
-    bool isNew = false;
-    return MakeOne(directory, isNew, err, recordKind);
+int DoMkDir(const Entry& directory, const Report& report) {
+    Level level;
+    return MakeOne(directory, level, report);
 }
 
 int MkDir(const std::string& path, int recurseOpt, int& err, int recordKind) {
+    const Report report{err, recordKind};
     if (IsPathExist(path, err, RECORD_KIND_NONE) == 1) {
         LogInfo("dir %{public}s already exists", path);
         return 0;
     }
     if (recurseOpt == RECURSE_ALL) {
-        const auto make = [&](const Entry& entry, Level& level) {
-            return MakeOne(entry, level.isNew, err, recordKind);
-        };
-        if (ForEachLevel(path, err, recordKind, make) != 0) {
+        const auto make = [&](const Entry& entry, Level& level) { return MakeOne(entry, level, report); };
+        if (ForEachLevel(path, report, make) != 0) {
             return -1;
         }
         LogInfo("DoMkDirRecurse %{public}s suc", path);
         return 0;
     }
     if (recurseOpt == RECURSE_NONE) {
-        if (DoMkDir(path, err, recordKind) != 0) {
+        std::string text = path;
+        if (DoMkDir(TopEntry(path, text), report) != 0) {
             return -1;
         }
         LogInfo("DoMkDir %{public}s suc", path);
         return 0;
     }
-    LogError("Unexpected recurseOpt:%{public}d, not mkdir %{public}s", recurseOpt, path);
-    err = EINVAL;
-    RecordRecurseOptErr("INVALID_RECURSEOPT_MKDIR", path, recurseOpt, err, recordKind);
-    return -1;
+    return ResultOf(RefuseOption(Operation::MkDir, path, recurseOpt, report));
 }
 
 int PrepareDir(const PathPara& para, int& err, int recordKind) {
+    const Report report{err, recordKind};
+    const PermPara perm{para.uid, para.gid, para.mode};
     if (IsPathExist(para.path, err, recordKind) == 1) {
         LogInfo("dir %{public}s already exists", para.path);
         return 0;
     }
     if (para.recurseOpt == RECURSE_ALL) {
-        const PermPara perm{para.uid, para.gid, para.mode};
-        return ForEachLevel(para.path, err, recordKind, [&](const Entry& entry, Level& level) {
-            return PrepareOne(entry, perm, level, err, recordKind);
-        });
+        const auto prepare = [&](const Entry& entry, Level& level) { return PrepareOne(entry, perm, level, report); };
+        return ResultOf(ForEachLevel(para.path, report, prepare));
     }
     if (para.recurseOpt == RECURSE_NONE) {
-        return DoPrepareDir(para, err, recordKind);
+        std::string text = para.path;
+        return ResultOf(DoPrepareDir(TopEntry(para.path, text), perm, report));
     }
-    LogError("Unexpected recurseOpt:%{public}d, not prepare %{public}s", para.recurseOpt, para.path);
-    err = EINVAL;
-    RecordRecurseOptErr("INVALID_RECURSEOPT_PREPAREDIR", para.path, para.recurseOpt, err, recordKind);
-    return -1;
+    return ResultOf(RefuseOption(Operation::PrepareDir, para.path, para.recurseOpt, report));
 }
 
-int DoPrepareDir(const PathPara& para, int& err, int recordKind) {
-    std::string text = para.path;
-    return DoPrepareDir(TopEntry(para.path, text), {para.uid, para.gid, para.mode}, err, recordKind);
-}
-
-int DoPrepareDir(const Entry& directory, const PermPara& perm, int& err, int recordKind) {
+int DoPrepareDir(const Entry& directory, const PermPara& perm, const Report& report) {
     Level level;
-    return PrepareOne(directory, perm, level, err, recordKind);
+    return PrepareOne(directory, perm, level, report);
 }
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -6,133 +6,115 @@
 #include <cerrno>
 #include <climits>
 
-#include "error_record.h"
 #include "log.h"
+#include "path_helpers.h"
+#include "record_file.h"
 
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
 /// @param below  the result for what the directory held
-[[gnu::noinline]] int DoRmDir(const Entry& entry, int below, int& err, int recordKind) {
+[[gnu::noinline]] int DoRmDir(const Entry& entry, int below, const Report& report) {
     if (unlinkat(entry.dirFd, entry.name, AT_REMOVEDIR) == 0) {
         return below;
     }
-    err = errno;
-    // One failure far below fails every directory above it. Those whose path is of no use to anybody, since no call
-    // takes one so long, are not told: from a tree of 20,000 levels that were a gigabyte.
-    if (below != 0 && err == ENOTEMPTY && entry.path.length() >= PATH_MAX) {
-        return -1;
+    const int error = errno;
+    // One failure far below fails every directory above it. Follow-up failures of directories whose path exceeds
+    // PATH_MAX are not reported: no call accepts such a path, and 20,000 levels would write a gigabyte.
+    if (below != 0 && error == ENOTEMPTY && entry.path.length() >= PATH_MAX) {
+        report.err = error;
+        return error;
     }
-    RecordNormalErr("RMDIR", entry.path, err, recordKind);
-    LogError("rmdir %{public}s failed, errno=%{public}d", entry.path, err);
-    return -1;
+    return Fail(Step::RmDir, entry.path, error, report);
 }
 
-[[gnu::noinline]] int OpenFailed(const std::string& path, int& err, int recordKind) {
-    err = errno;
-    RecordNormalErr("OPEN_TRYREMOVE", path, err, recordKind);
-    LogError({"open dir %{public}s failed, errno %{public}d", "TryRemove"}, path, err);
-    return -1;
-}
-
-int TryRemoveEntry(const Entry& entry, int& err, int recordKind) {
-    if (!TakeForDirectory(entry, err)) {
-        return DoUnlink(entry.dirFd, entry.name, entry.path, err, recordKind);
+int TryRemoveEntry(const Entry& entry, const Report& report) {
+    if (!TakeForDirectory(entry, {report.err, RECORD_KIND_NONE})) {
+        return DoUnlink(entry, report);
     }
     DirectoryStream stream = DirectoryStream::Open(entry);
     if (!stream) {
-        return OpenFailed(entry.path, err, recordKind);
+        return Fail(Step::OpenTryRemove, entry.path, errno, report);
     }
     int result = 0;
     while (const dirent* child = stream.Next()) {
         const ChildPath joined(entry.path, child->d_name);
-        if (TryRemoveEntry(stream.Child(*child, entry.path), err, recordKind) != 0) {
-            result = -1;
+        if (const int error = TryRemoveEntry(stream.Child(*child, entry.path), report); error != 0) {
+            result = error;
         }
     }
     stream.Close();
-    return DoRmDir(entry, result, err, recordKind);
+    return DoRmDir(entry, result, report);
 }
 
 /// What is gone already needs no removing.
-int UnlinkIfThere(int dirFd, const char* name, int flags) {
-    return unlinkat(dirFd, name, flags) == 0 || errno == ENOENT ? 0 : -1;
+int UnlinkIfThere(const Entry& entry, int flags) {
+    return unlinkat(entry.dirFd, entry.name, flags) == 0 || errno == ENOENT ? 0 : errno;
 }
 
 int RemoveTree(const Entry& entry);
 
-/// Empties an open directory and removes it. @param entry its name, by which only an empty directory is removed
+/// Empties an open directory and removes it. @param entry  its name, by which only an empty directory is removed
 int RemoveDirectory(DirectoryStream& stream, const Entry& entry) {
     while (const dirent* child = stream.Next()) {
-        if (RemoveTree(stream.Child(*child, entry.path)) != 0) {  // nothing is told of it, so its path is not made
-            return -1;
+        // No message names a child, so the text stays that of the directory.
+        if (const int error = RemoveTree(stream.Child(*child, entry.path)); error != 0) {
+            return error;
         }
     }
     if (stream.ReadError() != 0) {
-        errno = stream.ReadError();
-        return -1;
+        return stream.ReadError();
     }
     stream.Close();
-    return UnlinkIfThere(entry.dirFd, entry.name, AT_REMOVEDIR);
+    return UnlinkIfThere(entry, AT_REMOVEDIR);
 }
 
 /// Like std::filesystem::remove_all, but for a name in an open directory.
 int RemoveTree(const Entry& entry) {
     if (entry.type != DT_DIR && entry.type != DT_UNKNOWN) {
-        return UnlinkIfThere(entry.dirFd, entry.name, 0);
+        return UnlinkIfThere(entry, 0);
     }
     DirectoryStream stream = DirectoryStream::Open(entry);
     if (!stream) {
         if (errno == ENOTDIR || errno == ELOOP) {
-            return UnlinkIfThere(entry.dirFd, entry.name, 0);
+            return UnlinkIfThere(entry, 0);
         }
-        return errno == ENOENT ? 0 : -1;
+        return errno == ENOENT ? 0 : errno;
     }
     return RemoveDirectory(stream, entry);
 }
 
-int RemoveSucceeded(const std::string& path) {
+int FinishRemove(int error, const std::string& path, const Report& report) {
+    if (error != 0) {
+        return Fail(Step::Remove, path, error, report);
+    }
     LogInfo({"Remove %{public}s suc", "Remove"}, path);
     return 0;
 }
 
 }  // namespace
 
-[[gnu::noinline]] int DoUnlink(int dirFd, const char* name, const std::string& path, int& err, int recordKind) {
-    if (unlinkat(dirFd, name, 0) == 0) {
-        return 0;
-    }
-    err = errno;
-    RecordNormalErr("Unlink", path, err, recordKind);
-    LogError("unlink %{public}s failed, errno=%{public}d", path, err);
-    return -1;
+[[gnu::noinline]] int DoUnlink(const Entry& entry, const Report& report) {
+    return unlinkat(entry.dirFd, entry.name, 0) == 0 ? 0 : Fail(Step::Unlink, entry.path, errno, report);
 }
 
 int Remove(const std::string& path, int& err, int recordKind) {
     std::string text = path;
-    return DoRemove(TopEntry(path, text), err, recordKind);
+    return ResultOf(RemoveEntry(TopEntry(path, text), {err, recordKind}));
 }
 
-int DoRemove(const Entry& entry, int& err, int recordKind) {
-    return RemoveTree(entry) == 0 ? RemoveSucceeded(entry.path) : RemoveFailed(entry.path, errno, err, recordKind);
+int RemoveEntry(const Entry& entry, const Report& report) {
+    return FinishRemove(RemoveTree(entry), entry.path, report);
 }
 
-int DoRemove(DirectoryStream stream, const Entry& entry, int& err, int recordKind) {
+int RemoveOpen(DirectoryStream stream, const Entry& entry, const Report& report) {
     stream.Rewind();
-    return RemoveDirectory(stream, entry) == 0 ? RemoveSucceeded(entry.path)
-                                               : RemoveFailed(entry.path, errno, err, recordKind);
-}
-
-[[gnu::noinline]] int RemoveFailed(const std::string& path, int error, int& err, int recordKind) {
-    err = error;
-    LogError({"Remove %{public}s failed, errno=%{public}d", "Remove"}, path, err);
-    RecordNormalErr("REMOVE", path, err, recordKind);
-    return -1;
+    return FinishRemove(RemoveDirectory(stream, entry), entry.path, report);
 }
 
 int TryRemove(const std::string& path, int& err, int recordKind) {
     std::string text = path;
-    return TryRemoveEntry(TopEntry(path, text), err, recordKind);
+    return ResultOf(TryRemoveEntry(TopEntry(path, text), {err, recordKind}));
 }
 
 }  // namespace TAVO::FileMigrateOrvane

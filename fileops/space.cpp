@@ -1,6 +1,5 @@
 #include "space.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -8,8 +7,7 @@
 #include <cstdint>
 
 #include "directory_stream.h"
-#include "error_record.h"
-#include "log.h"
+#include "failures.h"
 #include "path_helpers.h"
 #include "record_file.h"
 
@@ -21,81 +19,58 @@ int BlocksToKB(std::uint32_t blocks) {
     return static_cast<int>(blocks >> 1);
 }
 
-[[gnu::noinline]] int AddBlks(const Entry& entry, std::uint32_t& totalBlocks, bool& isDir, int& err, int recordKind) {
+[[gnu::noinline]] int AddBlks(const Entry& entry, std::uint32_t& totalBlocks, bool& isDir, const Report& report) {
     struct stat st {};
-    if (fstatat(entry.dirFd, entry.name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
-        err = errno;
-        LogError("lstat %{public}s failed, errno=%{public}d", entry.path, err);
-        RecordErrForPath("ADDBLKS_LSTAT", entry.path, err, recordKind);
-        return -1;
+    if (const int error = Lstat(entry, st); error != 0) {
+        return Fail(Step::LstatAddBlks, entry.path, error, report);
     }
     totalBlocks += static_cast<std::uint32_t>(st.st_blocks);
-    isDir = S_ISDIR(st.st_mode) && IsDir(entry.dirFd, entry.name, entry.path, err, RECORD_KIND_NONE) != 0;
+    isDir = S_ISDIR(st.st_mode) && IsDir(entry, {report.err, RECORD_KIND_NONE}) != 0;
     return 0;
 }
 
-[[gnu::noinline]] int AddBlksOpenFailed(const std::string& path, int& err, int recordKind) {
-    err = errno;
-    LogError({"open dir %{public}s failed, errno %{public}d", "AddBlksRecurse"}, path, err);
-    RecordNormalErr("OPEN_ADDBLKSRECURSE", path, err, recordKind);
-    return -1;
-}
-
-int AddBlksRecurse(const Entry& entry, std::uint32_t& totalBlocks, int& err, int recordKind) {
+int AddBlksRecurse(const Entry& entry, std::uint32_t& totalBlocks, const Report& report) {
     bool isDir = false;
-    if (AddBlks(entry, totalBlocks, isDir, err, recordKind) != 0) {
-        return -1;
-    }
-    if (!isDir) {
-        return 0;
+    if (const int error = AddBlks(entry, totalBlocks, isDir, report); error != 0 || !isDir) {
+        return error;
     }
     DirectoryStream stream = DirectoryStream::Open(entry);
     if (!stream) {
-        return AddBlksOpenFailed(entry.path, err, recordKind);
+        return Fail(Step::OpenAddBlks, entry.path, errno, report);
     }
     int result = 0;
     while (const dirent* child = stream.Next()) {
         const ChildPath joined(entry.path, child->d_name);
-        if (AddBlksRecurse(stream.Child(*child, entry.path), totalBlocks, err, recordKind) != 0) {
-            result = -1;
+        if (const int error = AddBlksRecurse(stream.Child(*child, entry.path), totalBlocks, report); error != 0) {
+            result = error;
         }
     }
     return result;
 }
 
-[[gnu::noinline]] int RecMaxSize(const Entry& entry, std::int64_t& maxBlocks, int& err, int recordKind) {
+[[gnu::noinline]] int RecMaxSize(const Entry& entry, std::int64_t& maxBlocks, const Report& report) {
     struct stat st {};
-    if (fstatat(entry.dirFd, entry.name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
-        err = errno;
-        LogError("lstat %{public}s failed, errno=%{public}d", entry.path, err);
-        RecordErrForPath("MAXSIZE_LSTAT", entry.path, err, recordKind);
-        return -1;
+    if (const int error = Lstat(entry, st); error != 0) {
+        return Fail(Step::LstatMaxSize, entry.path, error, report);
     }
-    if (!S_ISDIR(st.st_mode)) {  // it has been exchanged since it was listed
+    if (!S_ISDIR(st.st_mode)) {  // if it is one, it was replaced since it was listed
         maxBlocks = std::max<std::int64_t>(maxBlocks, st.st_blocks);
     }
     return 0;
 }
 
-[[gnu::noinline]] int RecMaxSizeOpenFailed(const std::string& path, int& err, int recordKind) {
-    err = errno;
-    LogError({"open dir %{public}s failed, errno %{public}d", "RecMaxSizeRecurse"}, path, err);
-    RecordNormalErr("OPEN_RECMAXSIZERECURSE", path, err, recordKind);
-    return -1;
-}
-
-int RecMaxSizeRecurse(const Entry& entry, std::int64_t& maxBlocks, int& err, int recordKind) {
-    if (!TakeForDirectory(entry, err, recordKind)) {
-        return RecMaxSize(entry, maxBlocks, err, recordKind);
+int RecMaxSizeRecurse(const Entry& entry, std::int64_t& maxBlocks, const Report& report) {
+    if (!TakeForDirectory(entry, report)) {
+        return RecMaxSize(entry, maxBlocks, report);
     }
     DirectoryStream stream = DirectoryStream::Open(entry);
     if (!stream) {
-        return RecMaxSizeOpenFailed(entry.path, err, recordKind);
+        return Fail(Step::OpenMaxSize, entry.path, errno, report);
     }
     while (const dirent* child = stream.Next()) {
         const ChildPath joined(entry.path, child->d_name);
-        if (RecMaxSizeRecurse(stream.Child(*child, entry.path), maxBlocks, err, recordKind) != 0) {
-            return -1;
+        if (const int error = RecMaxSizeRecurse(stream.Child(*child, entry.path), maxBlocks, report); error != 0) {
+            return error;
         }
     }
     return 0;
@@ -106,14 +81,14 @@ int RecMaxSizeRecurse(const Entry& entry, std::int64_t& maxBlocks, int& err, int
 int GetUsedSpaceInKB(const std::string& path, int& err, int recordKind) {
     std::string text = path;
     std::uint32_t totalBlocks = 0;
-    (void)AddBlksRecurse(TopEntry(path, text), totalBlocks, err, recordKind);  // `err` tells
+    (void)AddBlksRecurse(TopEntry(path, text), totalBlocks, {err, recordKind});  // failures only show in `err`
     return BlocksToKB(totalBlocks);
 }
 
 int GetMaxSizeInKB(const std::string& path, int& err, int recordKind) {
     std::string text = path;
     std::int64_t maxBlocks = 0;
-    if (RecMaxSizeRecurse(TopEntry(path, text), maxBlocks, err, recordKind) != 0) {
+    if (RecMaxSizeRecurse(TopEntry(path, text), maxBlocks, {err, recordKind}) != 0) {
         return -1;
     }
     return BlocksToKB(static_cast<std::uint32_t>(maxBlocks));

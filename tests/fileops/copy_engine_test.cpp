@@ -29,9 +29,12 @@ namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
 namespace fs = std::filesystem;
 
-CopyOutcome Ours(const std::string& src, const std::string& dst, int& err, CopyTask task = {}) {
+/// @return 0 or an error number
+int Ours(const std::string& src, const std::string& dst, const CopyOptions& options, CopyResult& result) {
     std::string srcText = src, dstText = dst;
-    return CopyStrictly(TopEntry(src, srcText), TopEntry(dst, dstText), task, err);
+    FileData data;
+    CopyJob job{options, data};
+    return CopyStrictly({TopEntry(src, srcText), TopEntry(dst, dstText), /*isTop=*/true}, job, result);
 }
 
 /// Makes the source "s", the destination "d" and "out" beside them, all by chance: twice from the same seed, the same.
@@ -151,12 +154,14 @@ TEST(CopyEngineTest, CopiesAsTheStandardLibrary) {
         const int ontoItself = OntoItself(ours.src, ours.dst);
         const bool meetsLink = ontoItself == 0 && MeetsLink(ours.src, ours.dst, !isBelowRequest);
         int result = 0;
-        CopyOutcome outcome{};
+        CopyResult copy;
         std::error_code ignored, expected(ontoItself, std::generic_category());
         umask(at % 3 == 0 ? 077 : 022);
         std::thread([&] {
             setfsuid(isRoot ? 0 : 7);  // another than root has no privileges either
-            outcome = Ours(ours.src, ours.dst, result, {isBelowRequest, isOwnerToChange});
+            const CopyOptions options{.topLink = isBelowRequest ? Link::Refuse : Link::Follow,
+                                      .isOwnerToChange = isOwnerToChange};
+            result = Ours(ours.src, ours.dst, options, copy);
             if (ontoItself == 0 && !meetsLink) {
                 using enum fs::copy_options;
                 fs::copy(theirs.src, theirs.dst, overwrite_existing | recursive | skip_symlinks, expected);
@@ -169,19 +174,19 @@ TEST(CopyEngineTest, CopiesAsTheStandardLibrary) {
         const bool isHidden = !isRoot && (result == EACCES || result == ENOTDIR) && (ontoItself != 0 || meetsLink);
         EXPECT_TRUE(isHidden || errors.contains(result)) << result << expected;
         const bool isRefused = result == ontoItself || (result == EEXIST && TypeOf(ours.src) != directory);
-        EXPECT_EQ(outcome == CopyOutcome::OntoItself, result != 0 && isRefused);
+        EXPECT_EQ(copy.isOntoItself, result != 0 && isRefused);
         EXPECT_EQ(Listing(tree.Path("a"), meetsLink ? fs::weakly_canonical(ours.dst, ignored) : ""),
                   Listing(tree.Path("b"), meetsLink ? fs::weakly_canonical(theirs.dst, ignored) : ""));
         const bool isWhole = result == 0 && TypeOf(ours.src) == directory;
         for (const auto& entry : fs::recursive_directory_iterator(isWhole ? ours.src : "", ignored)) {
-            const fs::path copy = fs::path(ours.dst) / entry.path().lexically_relative(ours.src);
+            const fs::path target = fs::path(ours.dst) / entry.path().lexically_relative(ours.src);
             const struct stat from = Lstat(entry.path());
             if (S_ISREG(from.st_mode) && from.st_nlink == 1) {
-                const struct stat to = Lstat(fs::is_directory(copy) ? copy / copy.filename() : copy);
+                const struct stat to = Lstat(fs::is_directory(target) ? target / target.filename() : target);
                 const bool isKept = !isOwnerToChange && from.st_uid == to.st_uid && from.st_gid == to.st_gid;
                 EXPECT_TRUE((to.st_mode & 06000) == (isKept ? from.st_mode & 06000 : 0) || to.st_nlink > 1 ||
                             (isKept && !isRoot))
-                    << copy;
+                    << target;
             }
         }
     }
@@ -193,8 +198,8 @@ TEST(CopyEngineTest, DataAtTheEndOfTheLongestFile) {
     constexpr off_t at = std::numeric_limits<off_t>::max() - (1 << 20);
     const UniqueFd source(open(tree.File("s").c_str(), O_WRONLY | O_CLOEXEC));
     ASSERT_EQ(pwrite(source.Get(), "end", 3, at), 3);
-    int err = 0;
-    EXPECT_EQ(Ours(tree.Path("s"), tree.Path("t"), err), CopyOutcome::Done);
+    CopyResult result;
+    EXPECT_EQ(Ours(tree.Path("s"), tree.Path("t"), {}, result), 0);
     char copied[4] = {};
     const UniqueFd target(open(tree.Path("t").c_str(), O_RDONLY | O_CLOEXEC));
     EXPECT_EQ(pread(target.Get(), copied, sizeof(copied), at), 3);
@@ -210,14 +215,14 @@ TEST(CopyEngineTest, LargeFilesHolesAndFilesThatLieAboutTheirSize) {
     tree.File("s/large", numbers);
     fs::resize_file(tree.File("s/sparse", "begin"), 1 << 20);
     for (const std::string& target : {tree.Path("t"), second.Path("t")}) {
-        int err = 0;
-        EXPECT_EQ(Ours(tree.Path("s"), target, err), CopyOutcome::Done);
+        CopyResult result;
+        EXPECT_EQ(Ours(tree.Path("s"), target, {}, result), 0);
         EXPECT_TRUE(ReadFile(target + "/large") == numbers);
         EXPECT_LT(Lstat(target + "/sparse").st_blocks, 100);
         EXPECT_EQ(ReadFile(target + "/sparse"), ReadFile(tree.Path("s/sparse")));
         // Listed difference: to the library a file of 0 bytes is empty.
         for (const std::string lies : {"/proc/version", "/sys/kernel/mm/transparent_hugepage/enabled"}) {
-            EXPECT_EQ(Ours(lies, target + "/sparse", err), CopyOutcome::Done);
+            EXPECT_EQ(Ours(lies, target + "/sparse", {}, result), 0);
             EXPECT_EQ(ReadFile(target + "/sparse"), ReadFile(lies));
         }
     }
