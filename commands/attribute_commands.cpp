@@ -5,7 +5,7 @@
 #include "log.h"
 #include "owner_mode.h"
 #include "path_para.h"
-#include "record_file.h"
+#include "record_format.h"
 #include "request_text.h"
 #include "restorecon.h"
 
@@ -33,7 +33,7 @@ std::int32_t ProcessChModCmd(const FileMigrateRcvMsg* msg, extraInfo& info) {
     if (mode == 0) {
         info.errCode = errno;
         LogError("transform mode %{public}s failed, errno=%{public}d", msg->perm, info.errCode);
-        RecordModErr("TRANSFORM_MODE", msg->perm, info.errCode, RECORD_KIND_AB);
+        RecordModErr(RecordTypeName("TRANSFORM_MODE"), msg->perm, info.errCode, RECORD_KIND_AB);
         return -1;
     }
     return ChMod({msg->src, NOT_GIVEN, NOT_GIVEN, mode, msg->recurseOpt}, info.errCode, RECORD_KIND_AB);

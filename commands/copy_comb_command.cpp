@@ -6,7 +6,7 @@
 #include "log.h"
 #include "path_helpers.h"
 #include "path_para.h"
-#include "record_file.h"
+#include "record_format.h"
 #include "request_text.h"
 
 namespace TAVO::FileMigrateOrvane {
@@ -19,7 +19,7 @@ std::int32_t ProcessCopyCombCmd(const FileMigrateRcvMsg* msg, extraInfo& info) {
     if (LacksOwnerOrMode(msg)) {
         LogError("owner or dac para not provided");
         info.errCode = EINVAL;
-        RecordEmptyErr("PARA_EMPTY", msg, EINVAL, RECORD_KIND_AB);
+        RecordEmptyErr(RecordTypeName("PARA_EMPTY"), msg, EINVAL, RECORD_KIND_AB);
         return -1;
     }
     const Owner owner = DecodeOwner(msg, info);
@@ -30,7 +30,7 @@ std::int32_t ProcessCopyCombCmd(const FileMigrateRcvMsg* msg, extraInfo& info) {
     }
     if (mode == 0) {
         info.errCode = errno;
-        RecordModErr("TRANSFORM_MODE", msg->perm, info.errCode, RECORD_KIND_AB);
+        RecordModErr(RecordTypeName("TRANSFORM_MODE"), msg->perm, info.errCode, RECORD_KIND_AB);
         LogError("transform mode %{public}s failed, errno=%{public}d", msg->perm, info.errCode);
         return -1;
     }

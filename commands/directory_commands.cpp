@@ -5,7 +5,7 @@
 #include "log.h"
 #include "path_para.h"
 #include "prepare_dir.h"
-#include "record_file.h"
+#include "record_format.h"
 #include "request_text.h"
 
 namespace TAVO::FileMigrateOrvane {
@@ -14,7 +14,7 @@ std::int32_t ProcessPrepareDirCmd(const FileMigrateRcvMsg* msg, extraInfo& info)
     if (LacksOwnerOrMode(msg)) {
         LogError("dir %{public}s owner or dac para not provided", msg->src);
         info.errCode = EINVAL;
-        RecordEmptyErr("PARA_EMPTY", msg, EINVAL, RECORD_KIND_AB);
+        RecordEmptyErr(RecordTypeName("PARA_EMPTY"), msg, EINVAL, RECORD_KIND_AB);
         return -1;
     }
     const Owner owner = DecodeOwner(msg, info);
@@ -25,7 +25,7 @@ std::int32_t ProcessPrepareDirCmd(const FileMigrateRcvMsg* msg, extraInfo& info)
     }
     if (mode == 0) {
         info.errCode = errno;
-        RecordModErr("TRANSFORM_MODE", msg->perm, info.errCode, RECORD_KIND_AB);
+        RecordModErr(RecordTypeName("TRANSFORM_MODE"), msg->perm, info.errCode, RECORD_KIND_AB);
         LogError("transform mode failed: %{public}s %{public}s, errno=%{public}d", msg->src, msg->perm, info.errCode);
         return -1;
     }

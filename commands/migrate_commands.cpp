@@ -8,7 +8,7 @@
 #include "log.h"
 #include "move.h"
 #include "path_helpers.h"
-#include "record_file.h"
+#include "record_format.h"
 #include "request_text.h"
 
 namespace TAVO::FileMigrateOrvane {
@@ -19,7 +19,7 @@ std::int32_t OpenFailed(const std::string& src, int error, extraInfo& info) {
     info.errCode = error;
     const bool isAbsent = error == ENOENT;
     if (!isAbsent) {
-        RecordNormalErr("OPEN_MIGRATESUB", src, error, RECORD_KIND_AB);
+        RecordNormalErr(RecordTypeName("OPEN_MIGRATESUB"), src, error, RECORD_KIND_AB);
     }
     LogError({"failed to open dir %{public}s, errno=%{public}d", "ProcessMigrateSubCmd"}, src, error);
     return isAbsent ? SOURCE_ABSENT : -1;

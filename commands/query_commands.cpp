@@ -1,6 +1,6 @@
 #include "commands.h"
 #include "path_helpers.h"
-#include "record_file.h"
+#include "record_format.h"
 #include "space.h"
 
 namespace TAVO::FileMigrateOrvane {

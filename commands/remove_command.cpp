@@ -1,5 +1,5 @@
 #include "commands.h"
-#include "record_file.h"
+#include "record_format.h"
 #include "remove.h"
 #include "request_text.h"
 

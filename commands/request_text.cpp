@@ -3,7 +3,7 @@
 #include <cstdlib>
 
 #include "identity.h"
-#include "record_file.h"
+#include "record_format.h"
 
 namespace TAVO::FileMigrateOrvane {
 

@@ -4,17 +4,15 @@
 #include <sstream>
 #include <utility>
 
+#include "concat.h"
 #include "kmsg_dump.h"
 #include "path_helpers.h"
 #include "record_file.h"
+#include "record_format.h"
 #include "snapshot.h"
 
 namespace TAVO::FileMigrateOrvane {
 namespace {
-
-// Results of the label library for which the kernel log tells more.
-constexpr int LABEL_REFUSED = -13;
-constexpr int LABEL_FAULT = -14;
 
 std::string Octal(unsigned int mode) {
     std::ostringstream text;
@@ -22,27 +20,36 @@ std::string Octal(unsigned int mode) {
     return text.str();
 }
 
-bool IsInvalidOrNotPermitted(int errNo) {
-    return errNo == EINVAL || errNo == EPERM;
-}
-
 /// A record in the making: the information line, then snapshots in the order of the calls.
 class RecordText {
 public:
-    explicit RecordText(ErrInfo info) : text(GetErrInfoRecord(info)) {}
+    explicit RecordText(ErrInfo errInfo) : info(std::move(errInfo)), text(GetErrInfoRecord(info)) {}
 
+    RecordText& StatAndXattr(const std::string& path) { return Fragment(GetStat(path)).Fragment(GetXattr(path)); }
+    RecordText& StatXattrAndFlags(const std::string& path) { return StatAndXattr(path).Fragment(GetInodeFlag(path)); }
+    RecordText& Process() { return Fragment(GetProcStat()); }
+    RecordText& LabelResult(int ret) {
+        labelResult = ret;
+        return Fragment(Concat({RecordKey::LABEL_RESULT, std::to_string(ret), RecordKey::END}));
+    }
+
+    /// Writes the record, then the kernel-log dump if the record calls for one.
+    void WriteTo(int recordKind) const {
+        WriteRecordErrToFile(text, recordKind);
+        if (HasKernelLogDump(info.type, info.errNo, labelResult)) {
+            DumpKmsg(info.type);
+        }
+    }
+
+private:
     RecordText& Fragment(const std::string& fragment) {
         text += fragment;
         return *this;
     }
-    RecordText& StatAndXattr(const std::string& path) { return Fragment(GetStat(path)).Fragment(GetXattr(path)); }
-    RecordText& AllOf(const std::string& path) { return StatAndXattr(path).Fragment(GetInodeFlag(path)); }
-    RecordText& Process() { return Fragment(GetProcStat()); }
 
-    void WriteTo(int recordKind) const { WriteRecordErrToFile(text, recordKind); }
-
-private:
+    ErrInfo info;
     std::string text;
+    int labelResult = 0;
 };
 
 /// A record without snapshots.
@@ -55,47 +62,41 @@ void RecordLine(ErrInfo info, int recordKind) {
 }  // namespace
 
 std::string GetErrInfoRecord(ErrInfo& info) {
-    return "type:" + info.type + ",src:" + info.src + ",dst:" + info.dst + ",user:" + info.user +
-           ",group:" + info.group + ",perm:" + info.perm + ",recurseOpt:" + info.recurseOpt +
-           ",errno:" + std::to_string(info.errNo) + ",times:" + GetCurrentTimeStr() + ";";
+    using namespace RecordKey;
+    return Concat({TYPE, info.type, SRC, info.src, DST, info.dst, USER, info.user, GROUP, info.group, PERM, info.perm,
+                   RECURSE_OPT, info.recurseOpt, ERRNO, std::to_string(info.errNo), TIMES, GetCurrentTimeStr(), END});
 }
 
 void RecordCopyErr(const std::string& src, const std::string& dst, int errNo, int recordKind) {
     if (recordKind == RECORD_KIND_NONE) {
         return;
     }
-    RecordText({.type = "COPY", .src = src, .dst = dst, .errNo = errNo})
-        .AllOf(src)
-        .AllOf(dst)
-        .AllOf(DirName(dst))
+    RecordText({.type = RecordTypeName("COPY"), .src = src, .dst = dst, .errNo = errNo})
+        .StatXattrAndFlags(src)
+        .StatXattrAndFlags(dst)
+        .StatXattrAndFlags(DirName(dst))
         .Process()
         .WriteTo(recordKind);
-    if (IsInvalidOrNotPermitted(errNo)) {
-        DumpKmsg("COPY");
-    }
 }
 
 void RecordMoveErr(const std::string& src, const std::string& dst, int errNo, int recordKind) {
     if (recordKind == RECORD_KIND_NONE) {
         return;
     }
-    RecordText({.type = "MOVE", .src = src, .dst = dst, .errNo = errNo})
-        .AllOf(src)
-        .AllOf(dst)
-        .AllOf(DirName(src))
-        .AllOf(DirName(dst))
+    RecordText({.type = RecordTypeName("MOVE"), .src = src, .dst = dst, .errNo = errNo})
+        .StatXattrAndFlags(src)
+        .StatXattrAndFlags(dst)
+        .StatXattrAndFlags(DirName(src))
+        .StatXattrAndFlags(DirName(dst))
         .Process()
         .WriteTo(recordKind);
-    if (errNo == EPERM) {
-        DumpKmsg("MOVE");
-    }
 }
 
 void RecordMkdirErr(const std::string& path, unsigned int mode, int errNo, int recordKind) {
     if (recordKind == RECORD_KIND_NONE) {
         return;
     }
-    RecordText({.type = "MKDIR", .src = path, .perm = Octal(mode), .errNo = errNo})
+    RecordText({.type = RecordTypeName("MKDIR"), .src = path, .perm = Octal(mode), .errNo = errNo})
         .StatAndXattr(DirName(path))
         .WriteTo(recordKind);
 }
@@ -104,21 +105,21 @@ void RecordChownErr(const std::string& path, unsigned int uid, unsigned int gid,
     if (recordKind == RECORD_KIND_NONE) {
         return;
     }
-    RecordText(
-        {.type = "CHOWN", .src = path, .user = std::to_string(uid), .group = std::to_string(gid), .errNo = errNo})
-        .AllOf(path)
+    RecordText({.type = RecordTypeName("CHOWN"),
+                .src = path,
+                .user = std::to_string(uid),
+                .group = std::to_string(gid),
+                .errNo = errNo})
+        .StatXattrAndFlags(path)
         .Process()
         .WriteTo(recordKind);
-    if (IsInvalidOrNotPermitted(errNo)) {
-        DumpKmsg("CHOWN");
-    }
 }
 
 void RecordChmodErr(const std::string& path, unsigned int mode, int errNo, int recordKind) {
     if (recordKind == RECORD_KIND_NONE) {
         return;
     }
-    RecordText({.type = "CHMOD", .src = path, .perm = Octal(mode), .errNo = errNo})
+    RecordText({.type = RecordTypeName("CHMOD"), .src = path, .perm = Octal(mode), .errNo = errNo})
         .StatAndXattr(path)
         .WriteTo(recordKind);
 }
@@ -127,14 +128,11 @@ void RecordRestoreConFromParentErr(const std::string& path, int ret, int errNo, 
     if (recordKind == RECORD_KIND_NONE) {
         return;
     }
-    RecordText({.type = "RESTORECON_FROMPARENT", .src = path, .errNo = errNo})
-        .Fragment("ret=" + std::to_string(ret) + ";")
+    RecordText({.type = RecordTypeName("RESTORECON_FROMPARENT"), .src = path, .errNo = errNo})
+        .LabelResult(ret)
         .StatAndXattr(path)
         .StatAndXattr(DirName(path))
         .WriteTo(recordKind);
-    if (ret == LABEL_REFUSED || ret == LABEL_FAULT) {
-        DumpKmsg("RESTORECON_FROMPARENT");
-    }
 }
 
 void RecordNormalErr(const std::string& code, const std::string& path, int errNo, int recordKind) {
@@ -168,18 +166,19 @@ void RecordEmptyErr(const std::string& code, const FileMigrateRcvMsg* request, i
 }
 
 void RecordUidErr(const char* user, int errNo, int recordKind, const std::string& code) {
-    RecordLine({.type = "UID_" + code, .user = user == nullptr ? "" : user, .errNo = errNo}, recordKind);
+    RecordLine({.type = UID_TYPE_PREFIX + code, .user = user == nullptr ? "" : user, .errNo = errNo}, recordKind);
 }
 
 void RecordGidErr(const char* group, int errNo, int recordKind, const std::string& code) {
-    RecordLine({.type = "GID_" + code, .group = group == nullptr ? "" : group, .errNo = errNo}, recordKind);
+    RecordLine({.type = GID_TYPE_PREFIX + code, .group = group == nullptr ? "" : group, .errNo = errNo}, recordKind);
 }
 
 void RecordHandleCmdErr(const std::string& type, const std::string& key, const std::string& value, int recordKind) {
+    using namespace RecordKey;
     if (recordKind == RECORD_KIND_NONE) {
         return;
     }
-    WriteRecordErrToFile("type:" + type + "," + key + ":" + value + ",times:" + GetCurrentTimeStr() + ";", recordKind);
+    WriteRecordErrToFile(Concat({TYPE, type, ",", key, ":", value, TIMES, GetCurrentTimeStr(), END}), recordKind);
 }
 
 }  // namespace TAVO::FileMigrateOrvane

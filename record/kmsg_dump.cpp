@@ -10,28 +10,28 @@
 #include <new>
 #include <string_view>
 
+#include "concat.h"
 #include "log.h"
 #include "owner_mode.h"
 #include "path_para.h"
 #include "prepare_dir.h"
 #include "record_file.h"
+#include "record_format.h"
 #include "remove.h"
 
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-const std::string kDumpDir = "/data/zelto/update/migrate/file_migrate_fail_kmsg";
 constexpr unsigned int DUMP_UID = 0;
 constexpr unsigned int DUMP_GID = 1000;
 constexpr unsigned int DUMP_DIR_MODE = 0771;
 constexpr unsigned int DUMP_FILE_MODE = 0770;
-constexpr int MAX_READ = 0x100000;
 
 // Numbers of klogctl(), see syslog(2).
 constexpr int SYSLOG_ACTION_READ_ALL = 3;
 constexpr int SYSLOG_ACTION_SIZE_BUFFER = 10;
 
-// The kernel keeps 15 characters of a task's name; audit lines print it in quotes.
+// The kernel keeps 15 characters of a task's name. Audit lines print the name in quotes.
 constexpr std::string_view TASK_MARK = "comm=file_migrate_or";
 constexpr std::string_view QUOTED_TASK_MARK = "comm=\"file_migrate_or\"";
 
@@ -39,8 +39,8 @@ bool IsAboutThisDaemon(std::string_view line) {
     return line.find(TASK_MARK) != std::string_view::npos || line.find(QUOTED_TASK_MARK) != std::string_view::npos;
 }
 
-/// Appends the matching lines of `text` to the dump; a last piece without a newline is left out. The file is
-/// created first, by appending nothing, so that a log without a match leaves an empty dump.
+/// Appends the matching lines of `text` to the dump and ignores a last piece without a newline. The first append, of
+/// nothing, creates the file, so that a log without a match leaves an empty dump.
 bool WriteMatchingLines(std::string_view text, const std::string& path) {
     if (!WriteStringToFile(path, "", SEEK_END)) {
         return false;
@@ -54,7 +54,7 @@ bool WriteMatchingLines(std::string_view text, const std::string& path) {
     return true;
 }
 
-/// Reads the kernel log, which stays as it is, and writes the dump.
+/// Reads the kernel log without clearing it and writes the dump.
 bool ReadKmsgToFile(const std::string& path) {
     const int size = klogctl(SYSLOG_ACTION_SIZE_BUFFER, nullptr, 0);
     if (size < 1) {
@@ -62,7 +62,7 @@ bool ReadKmsgToFile(const std::string& path) {
         return false;
     }
     LogInfo("kernel log buf curLen=%{public}d", size);
-    const int length = std::min(size, MAX_READ);
+    const int length = std::min(size, DUMP_LIMIT);
     const std::unique_ptr<char[]> buffer(new (std::nothrow) char[static_cast<std::size_t>(length) + 1]);
     if (buffer == nullptr) {
         LogError("malloc buf failed, errno=%{public}d", errno);
@@ -85,11 +85,12 @@ PathPara DumpPara(const std::string& path, unsigned int uid, unsigned int gid, u
     return {path, uid, gid, mode, RECURSE_NONE};
 }
 
-/// Directory, lines, mode and owner; without memory the dump is given up, not the request.
+/// Makes the directory, writes the lines, then sets the mode and the owner. If memory runs out, only the dump fails,
+/// not the request.
 bool WriteDump(const std::string& path) {
     int err = 0;
     try {
-        return PrepareDir(DumpPara(kDumpDir, DUMP_UID, DUMP_GID, DUMP_DIR_MODE), err, RECORD_KIND_NONE) == 0 &&
+        return PrepareDir(DumpPara(DUMP_DIRECTORY, DUMP_UID, DUMP_GID, DUMP_DIR_MODE), err, RECORD_KIND_NONE) == 0 &&
                ReadKmsgToFile(path) &&
                ChMod(DumpPara(path, NOT_GIVEN, NOT_GIVEN, DUMP_FILE_MODE), err, RECORD_KIND_NONE) == 0 &&
                ChOwn(DumpPara(path, DUMP_UID, DUMP_GID, NOT_GIVEN), err, RECORD_KIND_NONE) == 0;
@@ -101,10 +102,10 @@ bool WriteDump(const std::string& path) {
 }  // namespace
 
 void DumpKmsg(const std::string& type) {
-    const std::string path = kDumpDir + "/" + type + "@" + GetCurrentTimeStr();
+    const std::string path = Concat({DUMP_DIRECTORY, "/", type, {&DUMP_SEPARATOR, 1}, GetCurrentTimeStr()});
     if (!WriteDump(path)) {
         int err = 0;
-        (void)Remove(path, err, RECORD_KIND_NONE);  // whether or not it exists: removing nothing succeeds
+        (void)Remove(path, err, RECORD_KIND_NONE);  // succeeds also if there is no file
     }
 }
 

@@ -9,7 +9,9 @@
 #include <iomanip>
 #include <mutex>
 #include <sstream>
+#include <string_view>
 
+#include "concat.h"
 #include "log.h"
 #include "move.h"
 #include "path_helpers.h"
@@ -19,45 +21,46 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-const std::string kUpdateFile = "/data/update/migrate/file_migrate_bi.txt";
-const std::string kZeltoFile = "/data/zelto/update/migrate/file_migrate_bi.txt";
-const std::string kAbFile = "/data/zelto/update/migrate/file_migrate_ab.txt";
-const std::string kRotatedPrefix = "/data/zelto/update/migrate/file_migrate_ab_";
-const std::string kRotatedSuffix = ".txt";
-std::mutex g_abFileMutex;
-
-constexpr int ROTATION_LIMIT_KB = 256;
 constexpr mode_t RECORD_FILE_MODE = 0644;
 
-/// A record that cannot be written is lost: the log has told, and there is nobody else to tell.
-void Append(const std::string& path, const std::string& content) {
+std::mutex g_abFileMutex;  ///< held while a record of kind RECORD_KIND_AB is written
+
+/// A record that cannot be written is lost. The log has reported it, and the caller can do nothing about it.
+void Append(const char* path, const std::string& content) {
     (void)WriteStringToFile(path, content, SEEK_END);
 }
 
-/// Whether the main record file, which exists, still takes `content`: its allocated KB plus those of the text.
+/// Whether the main record file, which exists, has room for `content`: its allocated KB plus those of the text.
 bool HasRoomFor(const std::string& content) {
     int err = 0;
-    const int used = GetUsedSpaceInKB(kAbFile, err, RECORD_KIND_NONE);
+    const int used = GetUsedSpaceInKB(RECORD_FILE_AB, err, RECORD_KIND_NONE);
     return used + static_cast<int>(content.length()) / 1024 < ROTATION_LIMIT_KB;
 }
 
-/// Two rotations within one second take the same name: the second replaces the first.
-bool Rotate() {
-    int err = 0;
-    return Move(kAbFile, kRotatedPrefix + GetCurrentTimeStr() + kRotatedSuffix, err, RECORD_KIND_NONE) == 0;
+/// "NAME_YYYYMMDDhhmmss.txt" for the main record file "NAME.txt".
+std::string RotatedName() {
+    std::string_view name = RECORD_FILE_AB;
+    name.remove_suffix(RECORD_FILE_SUFFIX.size());
+    return Concat({name, {&ROTATION_SEPARATOR, 1}, GetCurrentTimeStr(), RECORD_FILE_SUFFIX});
 }
 
-/// Nothing called while the mutex is held may record with kind AB: all of it passes NONE.
+/// Two rotations within one second use the same name; the second replaces the first.
+bool Rotate() {
+    int err = 0;
+    return Move(RECORD_FILE_AB, RotatedName(), err, RECORD_KIND_NONE) == 0;
+}
+
+/// Nothing that is called while the mutex is held may record with kind AB; all calls here pass NONE.
 void WriteAbRecord(const std::string& content) {
     const std::lock_guard lock(g_abFileMutex);
     int err = 0;
-    if (IsPathExist(kAbFile, err, RECORD_KIND_NONE) == 1 && !HasRoomFor(content)) {
-        LogInfo({"%{public}s filesize out of threshold ", "WriteRecordErrToFile"}, kAbFile);
+    if (IsPathExist(RECORD_FILE_AB, err, RECORD_KIND_NONE) == 1 && !HasRoomFor(content)) {
+        LogInfo({"%{public}s filesize out of threshold ", "WriteRecordErrToFile"}, RECORD_FILE_AB);
         if (!Rotate()) {
             return;
         }
     }
-    Append(kAbFile, content);
+    Append(RECORD_FILE_AB, content);
 }
 
 }  // namespace
@@ -65,10 +68,10 @@ void WriteAbRecord(const std::string& content) {
 void WriteRecordErrToFile(const std::string& content, int recordKind) {
     switch (recordKind) {
         case RECORD_KIND_UPDATE:
-            Append(kUpdateFile, content);
+            Append(RECORD_FILE_UPDATE, content);
             break;
         case RECORD_KIND_ZELTO:
-            Append(kZeltoFile, content);
+            Append(RECORD_FILE_ZELTO, content);
             break;
         case RECORD_KIND_AB:
             WriteAbRecord(content);
@@ -79,8 +82,8 @@ void WriteRecordErrToFile(const std::string& content, int recordKind) {
 }
 
 bool WriteStringToFile(const std::string& path, const std::string& content, long whence) {
-    // No O_CLOEXEC, which every other descriptor has: the daemon runs no other program. O_NOFOLLOW: others than root
-    // may create names where the kernel-log dumps lie.
+    // Without O_CLOEXEC, which every other descriptor has; the daemon runs no other program. O_NOFOLLOW because users
+    // other than root may create names in the directory of the kernel-log dumps.
     const UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW, RECORD_FILE_MODE));
     if (!fd) {
         LogError("open %{public}s failed, errno: %{public}d.", path, errno);
@@ -109,7 +112,7 @@ bool WriteStringToFile(const std::string& path, const std::string& content, long
 std::string GetCurrentTimeStr() {
     const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
     std::tm local{};
-    tzset();  // localtime_r() alone does not notice a change of the time zone
+    tzset();  // localtime_r() does not notice a change of the time zone by itself
     localtime_r(&now, &local);
     std::ostringstream text;
     text << std::put_time(&local, "%Y%m%d%H%M%S");

@@ -1,20 +1,16 @@
-// The record files: which one a record goes to, the rotation of the main one, and the writer that appends and
-// syncs. All functions may be called from any thread; records of kind RECORD_KIND_AB are serialised by a mutex,
-// those of kinds 1 and 2 are not and may overwrite one another.
+// The record files: the choice of the file for a record, the rotation of the main file, and the writer that appends
+// and syncs. Any thread may call all functions. A mutex serialises records of kind RECORD_KIND_AB; records of the kinds
+// 1 and 2 are not serialised and may overwrite one another.
 #pragma once
 
 #include <string>
 
+#include "record_format.h"
+
 namespace TAVO::FileMigrateOrvane {
 
-// The record kinds: what the operations pass on as `recordKind`. Every other value, like NONE, writes nothing.
-inline constexpr int RECORD_KIND_NONE = 0;    ///< no record; also what the recording's own housekeeping passes
-inline constexpr int RECORD_KIND_UPDATE = 1;  ///< /data/update/migrate/file_migrate_bi.txt
-inline constexpr int RECORD_KIND_ZELTO = 2;   ///< /data/zelto/update/migrate/file_migrate_bi.txt
-inline constexpr int RECORD_KIND_AB = 3;      ///< /data/zelto/update/migrate/file_migrate_ab.txt, rotated at 256 KB
-
-/// Appends a record to the file of its kind. The directory must exist. A record that cannot be written, or whose
-/// rotation fails, is lost; only the log tells.
+/// Appends a record to the file of its kind. The directory must exist. A record is lost if it cannot be written or if
+/// the rotation before it fails; only the log reports that.
 void WriteRecordErrToFile(const std::string& content, int recordKind);
 
 /// Writes `content` at offset 0 from `whence` (SEEK_END appends) and syncs the file, which is created with mode

@@ -9,6 +9,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <array>
 #include <bitset>
 #include <cerrno>
 #include <climits>
@@ -16,13 +17,18 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string_view>
 
+#include "concat.h"
 #include "log.h"
 #include "record_file.h"
+#include "record_format.h"
 #include "unique_fd.h"
 
 namespace TAVO::FileMigrateOrvane {
 namespace {
+
+using namespace RecordKey;
 
 struct FreeDeleter {
     void operator()(char* buffer) const { free(buffer); }
@@ -33,12 +39,17 @@ MallocBuffer Allocate(std::size_t size) {
     return MallocBuffer(static_cast<char*>(malloc(size)));
 }
 
-std::string XattrFailure(const std::string& path) {
-    return "llistxattr " + path + ":errno=" + std::to_string(errno) + ";";
+/// The fragment of a failed call: its head, errno and the end.
+std::string Failed(std::string_view object, std::string_view step) {
+    return Concat({object, step, std::to_string(errno), RecordKey::END});
 }
 
-/// The attribute's value, written as raw bytes up to its first NUL. `entry` stays as it was where the value
-/// cannot be read. False if there was no memory for it.
+std::string XattrFailure(const std::string& path) {
+    return Failed(Concat({RecordKey::XATTR, path}), RecordKey::SNAPSHOT_ERRNO);
+}
+
+/// Sets `entry` to the attribute's fragment. The value is written as raw bytes up to its first NUL. `entry` keeps its
+/// text if the value cannot be read. False if there is no memory for the value.
 bool ReadValue(const char* key, std::size_t size, const std::string& path, std::string& entry) {
     const MallocBuffer value = Allocate(size + 1);
     if (value == nullptr) {
@@ -51,14 +62,15 @@ bool ReadValue(const char* key, std::size_t size, const std::string& path, std::
         return true;
     }
     value.get()[length] = '\0';
-    entry = "llistxattr " + path + ":key=" + key + ",val=" + value.get() + ";";
+    entry = Concat({XATTR, path, XATTR_KEY, key, XATTR_VALUE, value.get(), END});
     return true;
 }
 
-/// Opens what `place`, opened with O_PATH, stands for, if it is a file or a directory. Anything else can act when it is
-/// opened: a pipe lets its writer go on, a tape is rewound; and a path could lead to one of them by the time it is
-/// opened again, so it goes by /proc. errno is what asking an open one for its flags gives, ENOTTY, and for a socket,
-/// which cannot be opened, ENXIO.
+/// Opens the object that `place` refers to, if it is a regular file or a directory. Opening anything else can have an
+/// effect: a pipe's writer continues, a tape is rewound. It opens through /proc because by now the path could lead to
+/// such an object. On failure errno is ENOTTY, which asking an open object for its flags gives, or ENXIO for a socket,
+/// which cannot be opened.
+/// @param place  opened with O_PATH
 UniqueFd OpenForFlags(const UniqueFd& place) {
     struct stat st {};
     if (!place || fstat(place.Get(), &st) != 0) {
@@ -68,14 +80,14 @@ UniqueFd OpenForFlags(const UniqueFd& place) {
         errno = S_ISSOCK(st.st_mode) ? ENXIO : ENOTTY;
         return UniqueFd();
     }
-    // O_NONBLOCK: the owner of a file may hold a lease on it.
+    // O_NONBLOCK because the owner of a file may hold a lease on it.
     const std::string magic = "/proc/self/fd/" + std::to_string(place.Get());
     return UniqueFd(open(magic.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
 }
 
-/// Both halves of a capability set in hexadecimal, the upper one first.
+/// Both halves of a capability set, the upper one first. Neither is padded.
 std::string CapabilitySet(std::uint32_t upper, std::uint32_t lower) {
-    return "(0x" + DecToHex(static_cast<int>(upper)) + DecToHex(static_cast<int>(lower)) + ")";
+    return DecToHex(static_cast<int>(upper)) + DecToHex(static_cast<int>(lower));
 }
 
 }  // namespace
@@ -84,13 +96,18 @@ std::string GetStat(const std::string& path) {
     struct stat st {};
     if (lstat(path.c_str(), &st) != 0) {
         LogError("lstat %{public}s failed, errno=%{public}d", path, errno);
-        return "lstat " + path + ":errno=" + std::to_string(errno) + ";";
+        return Failed(Concat({STAT, path}), SNAPSHOT_ERRNO);
     }
-    return "lstat " + path + ":st_dev:" + std::to_string(st.st_dev) + ",st_ino:" + std::to_string(st.st_ino) +
-           ",st_mode:" + std::to_string(st.st_mode) + ",st_nlink:" + std::to_string(st.st_nlink) +
-           ",st_uid:" + std::to_string(st.st_uid) + ",st_gid:" + std::to_string(st.st_gid) +
-           ",st_rdev:" + std::to_string(st.st_rdev) + ",st_size:" + std::to_string(st.st_size) +
-           ",st_blksize:" + std::to_string(st.st_blksize) + ",st_blocks:" + std::to_string(st.st_blocks) + ";";
+    const std::array values = {std::to_string(st.st_dev),   std::to_string(st.st_ino),  std::to_string(st.st_mode),
+                               std::to_string(st.st_nlink), std::to_string(st.st_uid),  std::to_string(st.st_gid),
+                               std::to_string(st.st_rdev),  std::to_string(st.st_size), std::to_string(st.st_blksize),
+                               std::to_string(st.st_blocks)};
+    static_assert(values.size() == STAT_FIELDS.size());
+    std::string text = Concat({STAT, path});
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        text += Concat({STAT_FIELDS[i], values[i]});
+    }
+    return text += END;
 }
 
 std::string GetXattr(const std::string& path) {
@@ -124,9 +141,9 @@ std::string XattrVal(char* keys, long length, const std::string& path) {
             }
         } else if (size == 0) {
             LogInfo("getxattr %{public}s no value", path);
-            entry = "llistxattr " + path + ":key=" + key + ",no value;";
+            entry = Concat({XATTR, path, XATTR_KEY, key, XATTR_NO_VALUE, END});
         }
-        // A key without a readable value repeats the entry before it: of two equal fragments one may be such a key.
+        // A key whose value cannot be read repeats the entry before it. Of two equal fragments, one may be such a key.
         result += entry;
         const auto step = static_cast<long>(strlen(key)) + 1;
         remaining -= step;
@@ -139,20 +156,20 @@ std::string GetInodeFlag(const std::string& path) {
     char resolved[PATH_MAX];
     if (realpath(path.c_str(), resolved) == nullptr) {
         LogError("%{public}s is not exist or invalid, errno=%{public}d.", path, errno);
-        return path + " realpath errno=" + std::to_string(errno) + ";";
+        return Failed(path, FAILED_REALPATH);
     }
     const UniqueFd place(open(resolved, O_PATH | O_CLOEXEC));
     const UniqueFd fd = OpenForFlags(place);
     if (!fd && errno != ENOTTY) {
         LogError("Failed to open file:%{public}s, errno=%{public}d.", resolved, errno);
-        return std::string(resolved) + " open errno=" + std::to_string(errno) + ";";
+        return Failed(resolved, FAILED_OPEN);
     }
     std::uint32_t flags = 0;
     if (!fd || ioctl(fd.Get(), FS_IOC_GETFLAGS, &flags) < 0) {
         LogError("Failed to get flag, errno=%{public}d.", errno);
-        return std::string(resolved) + " ioctl errno=" + std::to_string(errno) + ";";
+        return Failed(resolved, FAILED_IOCTL);
     }
-    return std::string(resolved) + " inode flags:" + std::bitset<32>(flags).to_string() + ";";
+    return Concat({resolved, INODE_FLAGS, std::bitset<INODE_FLAG_DIGITS>(flags).to_string(), END});
 }
 
 std::string GetProcStat() {
@@ -162,12 +179,12 @@ std::string GetProcStat() {
     __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3] = {};
     if (syscall(SYS_capget, &header, data) != 0) {
         LogError("capget failed, errno=%{public}d.", errno);
-        return "capget errno=" + std::to_string(errno) + ";";
+        return Failed("", FAILED_CAPGET);
     }
-    return "file_migrate_orvane proc stat:euid(" + std::to_string(euid) + "),egid(" + std::to_string(egid) + "),eff" +
-           CapabilitySet(data[1].effective, data[0].effective) + ",perm" +
-           CapabilitySet(data[1].permitted, data[0].permitted) + ",inh" +
-           CapabilitySet(data[1].inheritable, data[0].inheritable) + ";";
+    return Concat({EUID, std::to_string(euid), EGID, std::to_string(egid),          //
+                   EFFECTIVE, CapabilitySet(data[1].effective, data[0].effective),  //
+                   PERMITTED, CapabilitySet(data[1].permitted, data[0].permitted),  //
+                   INHERITABLE, CapabilitySet(data[1].inheritable, data[0].inheritable), PROCESS_END, END});
 }
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -1,10 +1,10 @@
-// Snapshots: what an object and the daemon looked like when an operation failed, as text fragments of a record.
-// Each fragment ends with ";". None of the functions fails: a failure is logged and becomes a fragment that
-// carries the error number. They keep no state and may run on any thread.
+// Snapshots: the state of an object, or of the daemon, when an operation failed, as fragments of a record. Each
+// fragment ends with ";". No function fails: it logs the failure and returns a fragment with the error number. The
+// functions keep no state; any thread may call them.
 //
-// They go by path, and the values of attributes and the flags are those of what a link leads to: the owner of a tree in
-// which something fails can have the stat fields of any object recorded, and the values of those of its attributes
-// whose names an object of his own has too. Whoever may read the record files reads them there.
+// They go by path, and they read attribute values and inode flags through links. So the owner of a tree in which
+// something fails can have the stat fields of any object recorded, and those of its attributes whose names an object of
+// that owner has as well. Everybody who may read the record files can read them there.
 #pragma once
 
 #include <string>
@@ -14,7 +14,7 @@ namespace TAVO::FileMigrateOrvane {
 /// The lstat() fields, all decimal.
 [[nodiscard]] std::string GetStat(const std::string& path);
 
-/// One fragment for each extended attribute. An object without any gives the failure fragment.
+/// One fragment for each extended attribute. An object without attributes gives the failure fragment.
 [[nodiscard]] std::string GetXattr(const std::string& path);
 
 /// The fragments for a list of attribute names.
@@ -22,12 +22,11 @@ namespace TAVO::FileMigrateOrvane {
 /// @param length  bytes of `keys`
 [[nodiscard]] std::string XattrVal(char* keys, long length, const std::string& path);
 
-/// The inode flags (FS_IOC_GETFLAGS) as 32 binary digits. Links are followed. A pipe, a device or a socket has none and
-/// is never opened. Needs /proc.
+/// The inode flags (FS_IOC_GETFLAGS) as 32 binary digits. Follows links. Only regular files and directories are opened;
+/// every other object gives the failure fragment. Needs /proc.
 [[nodiscard]] std::string GetInodeFlag(const std::string& path);
 
-/// The effective user and group and the capability sets of the daemon. The two halves of a set are joined
-/// unpadded: readers depend on that text, though it is ambiguous.
+/// The effective user and group and the capability sets of the daemon.
 [[nodiscard]] std::string GetProcStat();
 
 }  // namespace TAVO::FileMigrateOrvane

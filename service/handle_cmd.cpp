@@ -10,7 +10,7 @@
 #include "error_record.h"
 #include "file_migrate_orvane.h"
 #include "log.h"
-#include "record_file.h"
+#include "record_format.h"
 #include "reply.h"
 
 namespace TAVO::FileMigrateOrvane {
@@ -81,7 +81,7 @@ bool AreTextsValid(const FileMigrateRcvMsg& msg) {
     for (const auto& field : fields) {
         if (!IsTextValid(field.text, field.width)) {
             LogError({"Invalid String: %{public}s", "IsRecvMsgValid"}, field.name);
-            Refuse("INVALID_STR", field.name, "");
+            Refuse(RecordTypeName("INVALID_STR"), field.name, "");
             return false;
         }
     }
@@ -94,17 +94,17 @@ bool IsRecvMsgValid(const FileMigrateRcvMsg& msg) {
     }
     if (static_cast<std::uint32_t>(msg.cmd) >= COMMAND_COUNT) {
         LogError("Invalid cmd: %{public}d", msg.cmd);
-        Refuse("INVALID_CMD", "cmd", std::to_string(msg.cmd));
+        Refuse(RecordTypeName("INVALID_CMD"), "cmd", std::to_string(msg.cmd));
         return false;
     }
     if (std::strchr(msg.perm, '-') != nullptr) {
         LogError("Invalid perm: %{public}s", msg.perm);
-        Refuse("INVALID_MODE", "perm", msg.perm);
+        Refuse(RecordTypeName("INVALID_MODE"), "perm", msg.perm);
         return false;
     }
     if (static_cast<std::uint32_t>(msg.recurseOpt) > MAX_RECURSE_OPT) {
         LogError("Invalid recurseOpt: %{public}d", msg.recurseOpt);
-        Refuse("INVALID_RECURSEOPT", "recurseOpt", std::to_string(msg.recurseOpt));
+        Refuse(RecordTypeName("INVALID_RECURSEOPT"), "recurseOpt", std::to_string(msg.recurseOpt));
         return false;
     }
     return true;
@@ -115,7 +115,7 @@ bool IsRecvMsgValid(const FileMigrateRcvMsg& msg) {
 void HandleCmd(const int& fd, const char* recvBuf, const int& recvBufSize) {
     if (recvBuf == nullptr || recvBufSize != static_cast<int>(sizeof(FileMigrateRcvMsg))) {
         LogError("recvBufSize error: %{public}d, expect: %{public}lu", recvBufSize, sizeof(FileMigrateRcvMsg));
-        Refuse("RECVBUFSIZE", "recvbufsize", std::to_string(recvBufSize));
+        Refuse(RecordTypeName("RECVBUFSIZE"), "recvbufsize", std::to_string(recvBufSize));
         return;
     }
     const auto* msg = reinterpret_cast<const FileMigrateRcvMsg*>(recvBuf);
