@@ -1,4 +1,4 @@
-// Moves an application's data to a new place, hands them to their owner there and labels them.
+// Moves an application's data to a new place, gives it to its owner and labels it.
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
