@@ -19,7 +19,7 @@ namespace {
     }
     std::fprintf(stderr, "%s: %s\n", step.c_str(), why.c_str());
     if (reply.failure.code == ClientErrc::TimedOut) {
-        std::fprintf(stderr, "the daemon may still be at work: look before asking again\n");
+        std::fprintf(stderr, "the request may still be in progress: check before repeating it\n");
     }
     std::exit(EXIT_FAILURE);
 }
