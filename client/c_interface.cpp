@@ -1,4 +1,4 @@
-// A thin layer: every function calls its method of Client and puts the reply into a plain struct.
+// The C interface. Every function calls a method of Client and converts the reply into a plain struct.
 #include <cstring>
 #include <new>
 #include <type_traits>
@@ -7,10 +7,10 @@
 #include "file_migrate_client.hpp"
 
 struct file_migrate_client {
-    TAVO::FileMigrateOrvane::Client client;
+    TAVO::FileMigrateClient::Client client;
 };
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateClient {
 namespace {
 
 static_assert(FILE_MIGRATE_INVALID_REQUEST == static_cast<int>(ClientErrc::InvalidRequest));
@@ -39,7 +39,7 @@ file_migrate_reply ToC(const Reply& reply) {
                          : file_migrate_reply{FILE_MIGRATE_ANSWERED, reply.result, reply.errCode, 0, {}};
 }
 
-/// One block of memory, so that one call releases it: the entries, then their names.
+/// Puts the entries and then their names into one block of memory, so that one call releases them.
 file_migrate_listing ToC(const Listing& listing) {
     file_migrate_listing result{ToC(static_cast<const Reply&>(listing)), nullptr, listing.entries.size()};
     if (!listing.Succeeded() || listing.entries.empty()) {
@@ -68,7 +68,7 @@ file_migrate_path ToC(const ExistedPathReply& reply) {
     return result;
 }
 
-/// @param position  of the argument, counted from 1
+/// @param position  the number of the argument, counted from 1
 file_migrate_reply NullArgument(int position) {
     char message[] = "argument 0 is NULL";
     *std::strchr(message, '0') = static_cast<char>('0' + position);
@@ -91,7 +91,7 @@ const char* FromC(const char* text) {
     return text;
 }
 
-/// @param Result  the plain struct, which is a reply or holds one
+/// @tparam Result  the plain struct, either a reply or a struct that contains one
 template <typename Result>
 Result Unanswered(const file_migrate_reply& reply) {
     if constexpr (std::is_same_v<Result, file_migrate_reply>) {
@@ -114,7 +114,7 @@ Result Call(file_migrate_client* handle, Method method, Arguments... arguments) 
     }
     try {
         return ToC((handle->client.*method)(FromC(arguments)...));
-    } catch (...) {  // nothing but std::bad_alloc is thrown
+    } catch (...) {  // can only be std::bad_alloc
         return Unanswered<Result>(NoAnswer(FILE_MIGRATE_NO_MEMORY, "out of memory"));
     }
 }
@@ -130,9 +130,9 @@ ClientOptions FromC(const file_migrate_options& options) {
 }
 
 }  // namespace
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateClient
 
-using namespace TAVO::FileMigrateOrvane;
+using namespace TAVO::FileMigrateClient;
 
 using Handle = file_migrate_client;
 using Answer = file_migrate_reply;

@@ -1,6 +1,6 @@
 #include "client_error.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateClient {
 namespace {
 
 class Category final : public std::error_category {
@@ -29,4 +29,4 @@ const std::error_category& ClientCategory() noexcept {
     return category;
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateClient

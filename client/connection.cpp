@@ -12,22 +12,22 @@
 
 #include "client_error.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateClient {
 namespace {
 
 std::error_code LastError() {
-    // A peer that is gone is one case to a caller, whichever call noticed it first.
+    // Whichever call notices it first, a closed connection is one error for the caller.
     return errno == EPIPE || errno == ECONNRESET ? make_error_code(ClientErrc::ConnectionClosed)
                                                  : std::error_code(errno, std::system_category());
 }
 
-/// Limits how long a connect waits for room in the listener's backlog; no time left is a time-out.
+/// Limits how long a connect waits for room in the listener's backlog. It fails if no time is left.
 std::error_code SetConnectLimit(int fd, const Deadline& deadline) {
     const int left = deadline.Remaining();
     if (left == 0) {
         return ClientErrc::TimedOut;
     }
-    timeval limit{};  // all zero waits for ever
+    timeval limit{};  // zero means no limit
     if (left > 0) {
         limit.tv_sec = left / 1000;
         limit.tv_usec = left % 1000 * 1000L;
@@ -54,7 +54,7 @@ Connection::~Connection() {
 std::error_code Connection::Open(const std::string& socketPath, const Deadline& deadline) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    // An empty name would not mean a file but an address without one.
+    // An empty name would not be a file but an unnamed address.
     if (socketPath.empty() || socketPath.size() >= sizeof(address.sun_path)) {
         return std::make_error_code(socketPath.empty() ? std::errc::invalid_argument : std::errc::filename_too_long);
     }
@@ -71,7 +71,7 @@ std::error_code Connection::Open(const std::string& socketPath, const Deadline& 
             return error;
         }
         result = connect(opened.fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-        // EAGAIN: the backlog stayed full for the limit that was set; EINTR: a signal came while waiting for it.
+        // EAGAIN: the backlog stayed full until the limit. EINTR: a signal interrupted the wait.
     } while (result != 0 && (errno == EINTR || errno == EAGAIN));
     if (result != 0) {
         return LastError();
@@ -106,7 +106,7 @@ std::error_code Connection::Send(const void* data, std::size_t size, const Deadl
     for (;;) {
         const ssize_t sent = send(fd, data, size, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (sent >= 0) {
-            // A part is of no use: the daemon would refuse both halves.
+            // Sending the rest would not help, because the daemon refuses both parts.
             return static_cast<std::size_t>(sent) == size ? std::error_code()
                                                           : std::make_error_code(std::errc::message_size);
         }
@@ -141,4 +141,4 @@ std::error_code Connection::Receive(void* data, std::size_t size, const Deadline
     return {};
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateClient

@@ -1,5 +1,5 @@
-// One stream connection to the daemon's socket, with a deadline on everything that can wait. It owns its
-// descriptor and closes it; it is used by one thread at a time and is part of the library's inside.
+// A stream connection to the daemon's socket. Every call that can wait has a deadline. It owns its descriptor. Internal
+// to the library; used by one thread at a time.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@
 
 #include "deadline.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateClient {
 
 class Connection {
 public:
@@ -17,16 +17,16 @@ public:
     Connection& operator=(Connection&& other) noexcept;
     ~Connection();
 
-    /// Connects; called on a closed connection only.
+    /// Connects. The connection must be closed.
     [[nodiscard]] std::error_code Open(const std::string& socketPath, const Deadline& deadline);
 
-    /// Whether a request may be sent: open, not hung up by the daemon, and nothing unread on it.
+    /// Whether a request may be sent: it is open, the daemon has not hung up, and there are no unread bytes.
     [[nodiscard]] bool IsReady() const;
 
-    /// Sends all bytes in one piece, as the daemon needs it: it reads a request with a single call.
+    /// Sends all bytes in one piece, because the daemon reads a request with a single call.
     [[nodiscard]] std::error_code Send(const void* data, std::size_t size, const Deadline& deadline);
 
-    /// Receives exactly `size` bytes, in as many pieces as they come.
+    /// Receives exactly `size` bytes, in any number of pieces.
     [[nodiscard]] std::error_code Receive(void* data, std::size_t size, const Deadline& deadline);
 
 private:
@@ -35,4 +35,4 @@ private:
     int fd = -1;
 };
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateClient

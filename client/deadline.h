@@ -1,4 +1,4 @@
-// A moment that ends all waiting of one operation, however many system calls it takes. A plain value.
+// The time at which one operation stops waiting, over any number of system calls. A plain value.
 #pragma once
 
 #include <algorithm>
@@ -6,20 +6,20 @@
 #include <climits>
 #include <optional>
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateClient {
 
 class Deadline {
 public:
-    /// @param limit  from now on; 0 or less never ends, and more than a year is taken as a year
+    /// @param limit  from now; 0 or less means no limit, and more than a year is treated as a year
     explicit Deadline(std::chrono::milliseconds limit) {
         if (limit.count() > 0) {
-            // Without the bound a huge limit would overflow into the past.
+            // Without this bound a huge limit would overflow into the past.
             constexpr std::chrono::milliseconds longest = std::chrono::hours(24 * 366);
             end = std::chrono::steady_clock::now() + std::min(limit, longest);
         }
     }
 
-    /// Milliseconds left, rounded up, in the shape poll takes them: -1 never ends, 0 is over.
+    /// The milliseconds left, rounded up, as poll() takes them: -1 means no limit, 0 means that the time is over.
     [[nodiscard]] int Remaining() const {
         if (!end) {
             return -1;
@@ -32,4 +32,4 @@ private:
     std::optional<std::chrono::steady_clock::time_point> end;
 };
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateClient

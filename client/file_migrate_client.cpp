@@ -4,17 +4,17 @@
 
 #include "session.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateClient {
 namespace {
 
-/// Packages of one listing, 4 GB of names: more is not a directory but a broken reply.
+/// The most packages of one listing, 4 GB of names. A reply that announces more is broken.
 constexpr std::int32_t MOST_PACKAGES = 1'000'000;
 
 std::int32_t Option(Recursion recursion) {
     return static_cast<std::int32_t>(recursion);
 }
 
-/// Takes "name:1" (a directory) or "name:0" apart; the name itself may hold colons.
+/// Parses "name:1" (a directory) or "name:0". The name itself may contain colons.
 bool ParseEntry(std::string_view text, std::vector<Entry>& entries) {
     const bool isDirectory = text.ends_with(":1");
     if (text.size() < 3 || (!isDirectory && !text.ends_with(":0"))) {
@@ -24,7 +24,7 @@ bool ParseEntry(std::string_view text, std::vector<Entry>& entries) {
     return true;
 }
 
-/// Strings are joined by "/" inside a package and never split across two.
+/// Parses the entries of a package, which are separated by "/". No entry is split across two packages.
 bool ParsePackage(std::string_view package, std::vector<Entry>& entries) {
     for (;;) {
         const std::size_t end = package.find('/');
@@ -90,7 +90,7 @@ ExistedPathReply Client::ExistedPath(std::string_view path) {
 Size Client::UsedSpace(std::string_view path) {
     Size size{session->Exchange({.cmd = Command::UsedSpace, .src = path})};
     size.kilobytes = size.result;
-    // The figure is given whatever happens; only the error number tells that something was left out.
+    // The daemon always gives a figure. Only the error number shows that parts of the tree are missing from it.
     size.isWhole = !size.failure && size.result >= 0 && size.errCode == 0;
     return size;
 }
@@ -163,4 +163,4 @@ Outcome Client::ChMod(std::string_view path, std::string_view perm, Recursion re
     return {session->Exchange({.cmd = Command::ChMod, .src = path, .perm = perm, .recurseOpt = Option(recursion)})};
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateClient

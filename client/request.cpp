@@ -3,14 +3,15 @@
 #include <algorithm>
 #include <string>
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateClient {
 namespace {
 
-/// Copies one text into its field, which is all zero before; returns the complaint, empty if there is none.
+/// Copies a text into its field, which is all zero. Returns why it cannot; empty on success.
 template <std::size_t Width>
 std::string PutText(const char* name, std::string_view text, char (&field)[Width]) {
     if (text.find('\0') != std::string_view::npos) {
-        return std::string(name) + " holds a NUL byte";  // would be cut there, and name another object
+        return std::string(name) +
+               " holds a NUL byte";  // the rest would be lost, and the path would name another object
     }
     if (text.size() >= Width) {
         return std::string(name) + " is longer than " + std::to_string(Width - 1) + " bytes";
@@ -53,4 +54,4 @@ Failure EncodeRequest(const Request& request, FileMigrateRcvMsg& record) {
     return {ClientErrc::InvalidRequest, std::move(complaint)};
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateClient

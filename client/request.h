@@ -1,5 +1,4 @@
-// A request before it is bytes, and its way into a wire record. Stateless; any thread may call it. Part of the
-// library's inside.
+// A request and its conversion into a wire record. Internal to the library. No state; any thread.
 #pragma once
 
 #include <string_view>
@@ -7,7 +6,10 @@
 #include "client_error.h"
 #include "file_migrate_orvane.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateClient {
+
+using FileMigrateOrvane::Command;
+using FileMigrateOrvane::FileMigrateRcvMsg;
 
 struct Request {
     Command cmd;
@@ -19,9 +21,9 @@ struct Request {
     std::int32_t recurseOpt = 0;
 };
 
-/// Makes the wire record of a request, or tells why the daemon would refuse it. The daemon gives a refused request
-/// no answer at all, so everything that it checks is checked here first.
-/// @return ClientErrc::InvalidRequest with the field's name and the reason as detail, or no failure
+/// Makes the wire record of a request. It checks everything that the daemon checks, because the daemon gives a refused
+/// request no answer.
+/// @return no failure, or ClientErrc::InvalidRequest with the name of the field and the reason as detail
 [[nodiscard]] Failure EncodeRequest(const Request& request, FileMigrateRcvMsg& record);
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateClient

@@ -3,17 +3,17 @@
 #include <cstring>
 #include <utility>
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateClient {
 namespace {
 
-/// Receives one reply. The daemon's bytes are not trusted: no count sizes anything beforehand.
+/// Receives one reply. It does not trust the daemon's bytes, so it never allocates by an announced count.
 class Receiver {
 public:
     Receiver(Connection& usedConnection, const Deadline& usedDeadline)
         : connection(usedConnection), deadline(usedDeadline) {}
 
     Failure Run(std::int32_t mostPackages, Reply& reply, std::vector<std::string>& packages) {
-        FileMigrateResMsg answer{};
+        FileMigrateOrvane::FileMigrateResMsg answer{};
         if (const std::error_code error = connection.Receive(&answer, sizeof(answer), deadline)) {
             return {error, "the request was sent; waiting for its result"};
         }
@@ -33,7 +33,7 @@ public:
 private:
     Failure ReceivePackage(std::int32_t index, std::int32_t count, std::vector<std::string>& packages) {
         const std::string name = "package " + std::to_string(index) + " of " + std::to_string(count);
-        FileMigrateStrPkg package{};
+        FileMigrateOrvane::FileMigrateStrPkg package{};
         if (const std::error_code error = connection.Receive(&package, sizeof(package), deadline)) {
             return {error, "waiting for " + name};
         }
@@ -70,9 +70,8 @@ Failure Session::Open(Connection& opened) const {
 }
 
 Failure Session::Send(const FileMigrateRcvMsg& record, Connection& current, Deadline& deadline) const {
-    // The daemon ends after ten idle minutes. It may do so between a look at the connection and the use of it; a send
-    // that finds it closed has sent nothing, so that the request may go out on a new connection. On a connection just
-    // made there is nothing to try anew.
+    // The daemon exits after ten idle minutes, possibly between this check of the connection and the send. A send that
+    // fails because the connection is closed has sent nothing, so the request may be sent on a new connection.
     std::error_code error = ClientErrc::ConnectionClosed;
     if (current.IsReady()) {
         deadline = Deadline(options.replyLimit);
@@ -95,7 +94,7 @@ Reply Session::Exchange(const Request& request, std::int32_t mostPackages, std::
     if (reply.failure) {
         return reply;
     }
-    // Given back after a whole reply only: any other way out, an exception too, closes it.
+    // Put back after a complete reply only. Every other way out, including an exception, closes the connection.
     Connection current = std::move(connection);
     Deadline deadline(options.replyLimit);
     reply.failure = Send(record, current, deadline);
@@ -118,4 +117,4 @@ Failure Session::Malformed(std::string detail) {
     return {ClientErrc::MalformedReply, std::move(detail)};
 }
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateClient

@@ -1,5 +1,5 @@
-// What stands behind a Client: its options, its connection between two exchanges, and the exchange of one request for
-// one reply. It owns the connection; it is used by one thread at a time and is part of the library's inside.
+// The implementation of a Client: its options, its connection, and the exchange of a request for a reply. It owns the
+// connection. Internal to the library; used by one thread at a time.
 #pragma once
 
 #include <cstdint>
@@ -10,24 +10,24 @@
 #include "file_migrate_client.hpp"
 #include "request.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateClient {
 
 class Session {
 public:
     explicit Session(ClientOptions clientOptions);
 
-    /// Makes a connection unless there is one that can be used.
+    /// Connects, unless there is a usable connection.
     [[nodiscard]] Failure Connect();
 
     /// Sends a request and receives its reply. Any failure after the check of the request closes the connection.
-    /// @param mostPackages  more than that are no reply to this request
-    /// @param packages      receives the packages' texts; incomplete after a failure
+    /// @param mostPackages  a reply with more packages is malformed
+    /// @param packages      receives the texts of the packages; incomplete after a failure
     Reply Exchange(const Request& request, std::int32_t mostPackages, std::vector<std::string>& packages);
 
-    /// Of a reply without packages.
+    /// The same for a command whose reply has no packages.
     Reply Exchange(const Request& request);
 
-    /// For a reply that was whole but made no sense: closes the connection.
+    /// Closes the connection after a reply that was complete but cannot be understood.
     /// @return ClientErrc::MalformedReply
     Failure Malformed(std::string detail);
 
@@ -36,7 +36,7 @@ private:
     [[nodiscard]] Failure Send(const FileMigrateRcvMsg& record, Connection& current, Deadline& deadline) const;
 
     const ClientOptions options;
-    Connection connection;  ///< between two exchanges; during one it is the exchange's
+    Connection connection;  ///< closed during an exchange, which takes it over
 };
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateClient

@@ -6,6 +6,7 @@
 #include "file_migrate_client.hpp"
 
 using namespace TAVO::FileMigrateOrvane;
+using namespace TAVO::FileMigrateClient;
 
 static void Require(bool condition) {
     condition ? void() : __builtin_trap();

@@ -1,7 +1,7 @@
-// Why a request has no answer: the library's own error codes, and a code with the words that belong to the case
-// at hand. Values, owned by whoever holds them; any thread may make and read its own.
+// The reasons why a request has no answer: the library's error codes, and an error code with a description. Plain
+// values.
 //
-// A failure of the operating system (no socket file, permission denied) keeps the system's own error code.
+// A failure of a system call (no socket file, permission denied) has the system's error code.
 #pragma once
 
 #include <string>
@@ -10,13 +10,13 @@
 
 #include "client_export.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateClient {
 
 enum class ClientErrc {
-    InvalidRequest = 1,  ///< the daemon would refuse the request without an answer; nothing was sent
-    ConnectionClosed,    ///< the daemon hung up before the whole reply had come
-    TimedOut,            ///< the deadline passed; a request that was sent may still be carried out
-    MalformedReply,      ///< what came is not a reply to the request
+    InvalidRequest = 1,  ///< the daemon would refuse the request without an answer, so it was not sent
+    ConnectionClosed,    ///< the daemon closed the connection before the whole reply had arrived
+    TimedOut,            ///< the limit passed; the daemon may still carry out a request that was sent
+    MalformedReply,      ///< the bytes received are not a reply to the request
 };
 
 FILE_MIGRATE_EXPORT const std::error_category& ClientCategory() noexcept;
@@ -25,20 +25,20 @@ inline std::error_code make_error_code(ClientErrc code) noexcept {
     return {static_cast<int>(code), ClientCategory()};
 }
 
-/// An error code and what it is about; false when there was no failure.
+/// An error code and its context; false if there was no failure.
 struct Failure {
     std::error_code code;
-    std::string detail;  ///< the field and what is wrong with it, the socket's path, the part of a reply; may be empty
+    std::string detail;  ///< for example a field and its fault, or the socket's path; can be empty
 
     explicit operator bool() const { return static_cast<bool>(code); }
 
-    /// Both as one line of text.
+    /// The detail and the code's message as one line.
     [[nodiscard]] std::string Message() const {
         return detail.empty() ? code.message() : detail + ": " + code.message();
     }
 };
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateClient
 
 template <>
-struct std::is_error_code_enum<TAVO::FileMigrateOrvane::ClientErrc> : std::true_type {};
+struct std::is_error_code_enum<TAVO::FileMigrateClient::ClientErrc> : std::true_type {};

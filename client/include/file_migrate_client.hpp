@@ -1,9 +1,9 @@
 // The client library for C++17 and later: one method for each of the daemon's commands. A Client owns its connection
-// and has one request on its way at a time. One client is used by one thread at a time, different ones by any threads
-// at once; programs that want several requests at work use several clients. The library starts no thread, installs no
-// signal handler, raises no SIGPIPE and keeps no global state.
+// and handles one request at a time. A client is used by one thread at a time; different threads may use different
+// clients at the same time. A program that wants several requests in progress uses several clients. The library starts
+// no thread, installs no signal handler, raises no SIGPIPE and keeps no global state.
 //
-// Nothing here throws but std::bad_alloc. For C there is file_migrate_client.h.
+// Only std::bad_alloc is thrown. The interface for C is file_migrate_client.h.
 #pragma once
 
 #include <chrono>
@@ -16,7 +16,7 @@
 #include "client_error.h"
 #include "client_export.h"
 
-namespace TAVO::FileMigrateOrvane {
+namespace TAVO::FileMigrateClient {
 
 class Session;
 
@@ -24,35 +24,34 @@ inline constexpr const char* DEFAULT_SOCKET_PATH = "/dev/unix/socket/file_migrat
 
 struct ClientOptions {
     std::string socketPath = DEFAULT_SOCKET_PATH;
-    std::chrono::milliseconds connectLimit{5000};  ///< for making a connection; 0 waits for ever
-    /// From sending a request to the end of its reply; 0 waits for ever. A move across file systems can take hours.
+    std::chrono::milliseconds connectLimit{5000};  ///< for connecting; 0 means no limit
+    /// From sending a request to the end of its reply; 0 means no limit. A move across file systems can take hours.
     std::chrono::milliseconds replyLimit{0};
 };
 
-/// How far a command reaches.
+/// Whether a command handles only the path or also other objects.
 enum class Recursion : std::int32_t {
     PathOnly = 1,
-    Recursive = 2,  ///< for MkDir and PrepareDir: every missing ancestor; for the others: everything below the path
+    Recursive = 2,  ///< MkDir and PrepareDir: every missing ancestor too; others: everything below the path too
 };
 
-/// What every command gives back.
+/// The reply to a command.
 struct Reply {
-    Failure failure;           ///< why there is no answer; if set, nothing else of the reply means anything
-    std::int32_t result = -1;  ///< as the daemon gave it
-    /// The last error number that the daemon met, 0 for none; an operation can succeed and still have one (a move
-    /// across file systems has EXDEV), and can fail without one.
+    Failure failure;           ///< why there is no answer; if it is set, the other fields have no meaning
+    std::int32_t result = -1;  ///< the daemon's result
+    /// The last error number that occurred, 0 if there was no error. A successful operation can have an error number (a
+    /// move across file systems has EXDEV), and a failed one can have 0.
     std::int32_t errCode = 0;
 };
 
-/// Of a command that changes something.
+/// The reply to a command that changes something.
 struct Outcome : Reply {
     [[nodiscard]] bool Succeeded() const { return !failure && result == 0; }
-    [[nodiscard]] bool SourceMissing() const {
-        return !failure && result == -2;
-    }  ///< migrate commands and CopyComb only
+    /// Move and copy commands only.
+    [[nodiscard]] bool SourceMissing() const { return !failure && result == -2; }
 };
 
-/// Of a question; a question that could not be told has both false.
+/// The reply to a yes-or-no question. If the daemon could not answer it, both functions return false.
 struct YesNo : Reply {
     [[nodiscard]] bool IsYes() const { return !failure && result == 1; }
     [[nodiscard]] bool IsNo() const { return !failure && result == 0; }
@@ -60,7 +59,7 @@ struct YesNo : Reply {
 
 struct Entry {
     std::string name;
-    bool isDirectory;  ///< false also where the file system does not tell types in its directories
+    bool isDirectory;  ///< also false if the file system does not store types in its directories
 
     friend bool operator==(const Entry& left, const Entry& right) {
         return left.name == right.name && left.isDirectory == right.isDirectory;
@@ -68,7 +67,7 @@ struct Entry {
 };
 
 struct Listing : Reply {
-    std::vector<Entry> entries;  ///< in the directory's own order, without "." and ".."
+    std::vector<Entry> entries;  ///< in the order of the directory, without "." and ".."
     [[nodiscard]] bool Succeeded() const { return !failure && result == 0; }
 };
 
@@ -78,34 +77,33 @@ struct ExistedPathReply : Reply {
 };
 
 struct Size : Reply {
-    std::int32_t kilobytes = 0;  ///< allocated space; of UsedSpace also where the walk met errors
-    bool isWhole = false;        ///< whether everything below the path was seen
+    std::int32_t kilobytes = 0;  ///< allocated space; UsedSpace gives a figure even after errors
+    bool isWhole = false;        ///< whether the figure includes everything below the path
 };
 
-/// Connects at the first request. A failure in mid-exchange closes the connection, so that a late answer is never
-/// taken for the next one; the next request connects anew.
+/// A client connects at its first request. A failure during an exchange closes the connection, so that a late reply is
+/// never taken for the reply to the next request. The next request connects again.
 ///
-/// No request is ever carried out twice. A connection that the daemon closed while it was idle is made once more,
-/// before the request or, where only the sending of it finds out, after that failed: a send on a local stream socket
-/// that fails has handed over no byte, so that the daemon cannot have read any of the request. Once bytes were handed
-/// over nothing is tried again, whatever happens.
+/// No request is carried out twice. If the daemon has closed an idle connection, the client connects once more and
+/// sends the request then. This is safe even if only the send detects it: a failed send on a local stream socket has
+/// transferred no byte. Once bytes were transferred, the client never sends the request again.
 ///
-/// Paths are resolved by the daemon, so relative ones are relative to the daemon's working directory. `user` and
-/// `group` are names or decimal numbers, `perm` is octal text ("0755"); an empty text or a mode of 0 is answered with
-/// a failure. Texts that the daemon would refuse without an answer (a NUL byte, "../", src and dst over 4095 bytes,
-/// user and group over 35, perm over 15 or with "-") fail with ClientErrc::InvalidRequest, before connecting.
+/// The daemon resolves paths, so a relative path is relative to the daemon's working directory. `user` and `group` are
+/// names or decimal numbers. `perm` is octal text ("0755"). An empty text or the mode 0 makes the command fail. Texts
+/// that the daemon would refuse without an answer (a NUL byte, "../", src and dst over 4095 bytes, user and group over
+/// 35, perm over 15 or with "-") fail with ClientErrc::InvalidRequest before the client connects.
 class FILE_MIGRATE_EXPORT Client {
 public:
     explicit Client(ClientOptions options = {});
-    /// A client that was moved from may only be destroyed or assigned to.
+    /// A moved-from client may only be destroyed or assigned to.
     Client(Client&& other) noexcept;
     Client& operator=(Client&& other) noexcept;
     ~Client();
 
-    /// Connects now, to learn whether the daemon is there; requests do it by themselves.
+    /// Connects now, to find out whether the daemon is available. Requests connect by themselves.
     [[nodiscard]] Failure Connect();
 
-    // Questions; they change nothing.
+    // Questions. They change nothing.
     [[nodiscard]] YesNo IsExist(std::string_view path);                 ///< follows links: no for a dangling one
     [[nodiscard]] YesNo IsDir(std::string_view path);                   ///< no for a link to a directory
     [[nodiscard]] Listing ListDir(std::string_view path);               ///< one level
@@ -113,28 +111,28 @@ public:
     [[nodiscard]] Size UsedSpace(std::string_view path);                ///< of the whole tree
     [[nodiscard]] Size MaxSize(std::string_view path);                  ///< of the largest non-directory in the tree
 
-    /// Creates a directory; one that exists is left as it is. MkDir gives mode 0700 and the daemon's owner.
+    /// Creates a directory. An existing one is left unchanged. MkDir gives it mode 0700 and the daemon's owner.
     [[nodiscard]] Outcome MkDir(std::string_view path, Recursion recursion = Recursion::PathOnly);
     [[nodiscard]] Outcome PrepareDir(std::string_view path, std::string_view user, std::string_view group,
                                      std::string_view perm, Recursion recursion = Recursion::PathOnly);
 
-    // Migration. `dst` is the object to be made, not the directory that receives it. The Sub commands take each child
-    // of `src` to the same name in `dst`, which must exist, and go on after a child that failed.
+    // Migration. `dst` is the new object, not the directory that will contain it. The Sub commands take each child of
+    // `src` to the same name in `dst`, which must exist, and continue after a child that fails.
     [[nodiscard]] Outcome MoveSub(std::string_view src, std::string_view dst);
     [[nodiscard]] Outcome MoveAll(std::string_view src, std::string_view dst);
     [[nodiscard]] Outcome CopySub(std::string_view src, std::string_view dst);
     [[nodiscard]] Outcome CopyAll(std::string_view src, std::string_view dst);
 
-    /// Copies files and directories with one owner and mode for all of them. The source is removed, also where copies
-    /// failed. For a directory, `dst` must exist.
+    /// Copies files and directories, gives all of them one owner and mode, and removes the source. It removes the
+    /// source of a failed copy as well. For a directory, `dst` must exist.
     [[nodiscard]] Outcome CopyComb(std::string_view src, std::string_view dst, std::string_view user,
                                    std::string_view group, std::string_view perm);
 
-    /// Removes a tree; TryRemove goes entry by entry and leaves only what cannot be removed.
+    /// Removes a tree. TryRemove continues after failures and leaves only the entries that cannot be removed.
     [[nodiscard]] Outcome Remove(std::string_view path);
     [[nodiscard]] Outcome TryRemove(std::string_view path);
 
-    // Labels, owner and mode; links are not followed.
+    // Labels, owner and mode. Links are not followed.
     [[nodiscard]] Outcome Restorecon(std::string_view path, Recursion recursion = Recursion::PathOnly);
     [[nodiscard]] Outcome RestoreconFromParent(std::string_view path);
     [[nodiscard]] Outcome ChOwn(std::string_view path, std::string_view user, std::string_view group,
@@ -146,4 +144,4 @@ private:
     std::unique_ptr<Session> session;
 };
 
-}  // namespace TAVO::FileMigrateOrvane
+}  // namespace TAVO::FileMigrateClient

@@ -5,7 +5,7 @@
 #include <system_error>
 
 #include "action.h"
-#include "file_migrate_client.hpp"
+#include "client_library.h"
 #include "json_text.h"
 
 namespace TAVO::FileMigrateOrvane::Ctl {

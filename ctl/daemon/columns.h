@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "file_migrate_client.hpp"
+#include "client_library.h"
 
 namespace TAVO::FileMigrateOrvane::Ctl {
 

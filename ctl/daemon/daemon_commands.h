@@ -4,7 +4,7 @@
 #include <chrono>
 
 #include "action.h"
-#include "file_migrate_client.hpp"
+#include "client_library.h"
 
 namespace CLI {
 class App;

@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "file_migrate_client.hpp"
+#include "client_library.h"
 
 namespace TAVO::FileMigrateOrvane::Ctl {
 

@@ -12,7 +12,7 @@
 #include <string>
 #include <thread>
 
-#include "file_migrate_client.hpp"
+#include "client_library.h"
 #include "place.h"
 
 namespace TAVO::FileMigrateOrvane::Ctl {

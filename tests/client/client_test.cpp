@@ -25,6 +25,8 @@ void* operator new(std::size_t size) {
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
 
+using namespace FileMigrateClient;
+
 ClientOptions OptionsFor(const FakeDaemon& daemon, int replyLimit = 5000) {
     using std::chrono::milliseconds;
     return {daemon.socketPath, /*connectLimit=*/milliseconds(200), milliseconds(replyLimit)};

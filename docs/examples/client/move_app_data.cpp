@@ -6,7 +6,7 @@
 #include <file_migrate_orvane/file_migrate_client.hpp>
 #include <string>
 
-using namespace TAVO::FileMigrateOrvane;
+using namespace TAVO::FileMigrateClient;
 
 namespace {
 
