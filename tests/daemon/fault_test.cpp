@@ -4,15 +4,14 @@
 // first, second and last occurrence.
 #include <sys/mount.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 
-#include <csignal>
 #include <fstream>
 #include <iostream>
 #include <map>
 #include <set>
 
 #include "daemon_test.h"
+#include "trace.h"
 
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
@@ -21,24 +20,6 @@ namespace fs = std::filesystem;
 using enum Command;
 using Strings = std::vector<std::string>;
 const std::string kContent(70000, 'c');
-constexpr const char* CALLS = "/tmp/calls";  ///< strace's output
-
-/// Attaches strace to a running daemon. When this returns, strace counts the calls of every thread.
-pid_t Trace(pid_t daemon, const std::string& expression) {
-    const std::string pid = std::to_string(daemon);
-    const pid_t strace = fork();
-    if (strace == 0) {
-        execlp("strace", "strace", "-qqfo", CALLS, "-e", expression.c_str(), "-p", pid.c_str(), nullptr);
-        _exit(127);
-    }
-    EXPECT_TRUE(Becomes([&] {
-        const fs::directory_iterator tasks("/proc/" + pid + "/task");
-        return std::none_of(begin(tasks), end(tasks), [](const fs::directory_entry& task) {
-            return ReadFile(task.path() / "status").find("TracerPid:\t0\n") != std::string::npos;
-        });
-    }));
-    return strace;
-}
 
 /// In a path, "@" is the tree on /data and "~" the one on the second file system.
 struct Way {
@@ -112,8 +93,7 @@ protected:
                    text.find("fd:" + fd.substr(0, fd.find('\n')) + ", refcnt:1\n") != text.npos;
         };
         const bool isOver = Becomes(isDone, Deadline{10000});
-        kill(strace, SIGINT);
-        waitpid(strace, nullptr, 0);
+        StopTrace(strace);
         if (daemon->WaitExit(Deadline{0})) {
             return "crashed";
         }

@@ -1,0 +1,148 @@
+// SIGKILL while the daemon works on a request, then a new daemon and the same request again. The request is first made
+// under strace to see which system calls a worker makes, then once for each of them, with the kill in its place. By
+// default only some are tried; with FILE_MIGRATE_KILLS=all, every one.
+#include <fstream>
+#include <iostream>
+#include <map>
+
+#include "daemon_test.h"
+#include "trace.h"
+
+namespace TAVO::FileMigrateOrvane::Testing {
+namespace {
+
+namespace fs = std::filesystem;
+using enum Command;
+
+constexpr int SAMPLE = 6;  ///< kills of each way by default
+constexpr int RESULT_SOURCE_MISSING = -2;
+const std::map<std::string, std::string> kFiles = {
+    {"a/1", std::string(70000, '1')}, {"a/2", "2"}, {"a/b/3", std::string(9000, '3')}, {"a/b/4", "4"}, {"c/5", "5"},
+};
+
+/// In a path, "@" is the tree on /data and "~" the one on the second file system.
+struct Way {
+    const char* name;
+    Command cmd;
+    const char* dst;
+};
+
+const Way kWays[] = {
+    {"MoveAll", MoveAll, "~new"},          {"MoveSub", MoveSub, "~old"}, {"CopyComb", CopyComb, "~old"},
+    {"CopyComb within", CopyComb, "@old"}, {"CopyAll", CopyAll, "~new"},
+};
+
+class KillTest : public DaemonTest {
+protected:
+    void MakeTrees() {
+        ClearRecords();
+        tree.emplace();
+        second.emplace(ScratchTree::On::SecondFs);
+        tree->Dir("old");
+        second->Dir("old");
+        for (const auto& [name, content] : kFiles) {
+            tree->File("src/" + name, content);
+        }
+    }
+
+    [[nodiscard]] std::string Destination(const Way& way) const {
+        return (*way.dst == '@' ? *tree : *second).Path(way.dst + 1);
+    }
+
+    [[nodiscard]] Request RequestOf(const Way& way) const {
+        return {way.cmd, tree->Path("src"), Destination(way), "0", "1000", "0750"};
+    }
+
+    /// The files that are whole in none of the directories.
+    static std::string Missing(const std::vector<std::string>& directories) {
+        std::string missing;
+        for (const auto& [name, content] : kFiles) {
+            const auto isWhole = [&](const std::string& top) {
+                return fs::is_regular_file(top + "/" + name) && ReadFile(top + "/" + name) == content;
+            };
+            if (std::none_of(directories.begin(), directories.end(), isWhole)) {
+                missing += " " + name;
+            }
+        }
+        return missing;
+    }
+
+    pid_t TraceNewDaemon(const std::string& expression) {
+        Start();
+        RawClient().Call({IsExist, "/data"});  // answered once all workers are there
+        return Trace(daemon->Pid(), expression, Threads::Workers);
+    }
+
+    /// Every call of the workers as strace's expression for a kill in its place; strace counts the calls of each name
+    /// in each thread.
+    std::vector<std::string> KillsOf(const Way& way) {
+        MakeTrees();
+        const pid_t strace = TraceNewDaemon("trace=all");
+        EXPECT_EQ(RawClient().Call(RequestOf(way)).result, 0) << way.name;
+        EXPECT_TRUE(Await("refcnt:1\n"));
+        StopTrace(strace);
+        const std::regex line(R"((\d+) +(?!futex|restart_syscall)(\w+)\(.*)");
+        std::map<std::string, int> counts;
+        std::vector<std::string> kills;
+        std::ifstream lines(CALLS);
+        std::smatch match;
+        for (std::string text; std::getline(lines, text);) {
+            if (std::regex_match(text, match, line)) {
+                const int count = ++counts[match.str(1) + match.str(2)];
+                kills.push_back("inject=" + match.str(2) + ":signal=KILL:when=" + std::to_string(count));
+            }
+        }
+        return kills;
+    }
+
+    /// @return whether the daemon was killed; strace may miss a call that was made while it attached
+    bool Kill(const Way& way, const std::string& expression) {
+        MakeTrees();
+        const pid_t strace = TraceNewDaemon(expression);
+        RawClient client;
+        client.Send(RequestOf(way));
+        (void)client.Receive();  // the reply, or the end of the stream
+        const bool isDead = daemon->WaitExit(Deadline{200}).has_value();
+        StopTrace(strace);
+        return isDead;
+    }
+
+    /// Sends the request once more to a new daemon.
+    /// @return "completed"; "done before": the source was gone and everything at the destination; "refused": the log
+    /// names the object that stands in the way; "untrue" or "unexplained" otherwise
+    std::string Again(const Way& way) {
+        Start();
+        const int result = RawClient().Call(RequestOf(way)).result;
+        const bool hasArrived = Missing({Destination(way)}).empty();
+        if (result == 0) {
+            return hasArrived ? "completed" : "untrue";
+        }
+        if (result == RESULT_SOURCE_MISSING) {
+            return hasArrived ? "done before" : "untrue";
+        }
+        return Found("E [^\n]*" + tree->Path() + "[^\n]* failed").empty() ? "unexplained" : "refused";
+    }
+
+    std::optional<ScratchTree> second;
+};
+
+TEST_F(KillTest, LosesNoFileAndGoesOnWithTheSameRequest) {
+    for (const Way& way : kWays) {
+        const std::vector<std::string> kills = KillsOf(way);
+        const std::size_t step = std::getenv("FILE_MIGRATE_KILLS") != nullptr ? 1 : kills.size() / SAMPLE;
+        std::map<std::string, std::size_t> outcomes;
+        for (std::size_t at = step / 2; at < kills.size(); at += step) {
+            const bool isKilled = Kill(way, kills[at]);
+            EXPECT_EQ(Missing({tree->Path("src"), Destination(way)}), "") << way.name << ", " << kills[at];
+            const std::string outcome = isKilled ? Again(way) : "not killed";
+            EXPECT_EQ(Missing({tree->Path("src"), Destination(way)}), "") << way.name << " again, " << kills[at];
+            EXPECT_TRUE(outcome != "untrue" && outcome != "unexplained") << way.name << ", " << kills[at] << outcome;
+            ++outcomes[outcome];
+        }
+        EXPECT_LT(outcomes["not killed"], kills.size() / step / 2) << way.name;
+        std::cout << way.name << ": " << testing::PrintToString(outcomes) << '\n';
+    }
+}
+
+}  // namespace
+}  // namespace TAVO::FileMigrateOrvane::Testing

@@ -1,0 +1,61 @@
+// strace on the running daemon: it lists the system calls of each thread, or injects what its `inject=` does.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "daemon_test.h"
+
+namespace TAVO::FileMigrateOrvane::Testing {
+
+inline constexpr const char* CALLS = "/tmp/calls";  ///< strace's output
+
+enum class Threads { All, Workers };
+
+/// Attaches strace to a running daemon. When this returns, strace counts the calls of every thread, or of all but the
+/// event loop's.
+/// @return strace's process id, for StopTrace
+inline pid_t Trace(pid_t daemon, const std::string& expression, Threads threads = Threads::All) {
+    std::vector<std::string> words = {"strace", "-qqo", CALLS, "-e", expression};
+    std::vector<std::filesystem::path> traced;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(daemon) + "/task")) {
+        if (threads == Threads::All || task.path().filename() != std::to_string(daemon)) {
+            traced.push_back(task.path());
+            words.insert(words.end(), {"-p", task.path().filename()});
+        }
+    }
+    const auto every = [&traced](const char* line) {
+        return Becomes([&] {
+            return std::all_of(traced.begin(), traced.end(), [line](const std::filesystem::path& task) {
+                return ReadFile(task / "status").find(line) != std::string::npos;
+            });
+        });
+    };
+    EXPECT_TRUE(every("State:\tS"));  // strace miscounts a thread that it attaches to between two calls
+    const pid_t strace = fork();
+    if (strace == 0) {
+        std::vector<char*> arguments;
+        std::transform(words.begin(), words.end(), std::back_inserter(arguments),
+                       [](std::string& word) { return word.data(); });
+        arguments.push_back(nullptr);
+        execvp(arguments[0], arguments.data());
+        _exit(127);
+    }
+    EXPECT_TRUE(every(("TracerPid:\t" + std::to_string(strace)).c_str()));
+    return strace;
+}
+
+inline void StopTrace(pid_t strace) {
+    kill(strace, SIGINT);
+    waitpid(strace, nullptr, 0);
+}
+
+}  // namespace TAVO::FileMigrateOrvane::Testing
