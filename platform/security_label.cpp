@@ -1,285 +1,244 @@
 #include "security_label.h"
 
-#include <libgen.h>
-#include <selinux/label.h>
-#include <selinux/restorecon.h>
+#include <dirent.h>
+#include <fcntl.h>
 #include <selinux/selinux.h>
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <array>
-#include <atomic>
 #include <cerrno>
 #include <climits>
-#include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
+#include <cstdint>
 #include <cstring>
+#include <fstream>
 #include <memory>
-#include <mutex>
-#include <shared_mutex>
 #include <string>
-#include <thread>
 
+#include "label_rules.h"
 #include "log.h"
+#include "unique_fd.h"
 
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-/// Digests would make the next walk skip trees whose labels were changed meanwhile. The whole prescribed label is
-/// set, not only its type, so that all three functions agree. One set of flags for all calls: the library keeps
-/// some of its state in common.
-constexpr unsigned int FLAGS =
-    SELINUX_RESTORECON_SKIP_DIGEST | SELINUX_RESTORECON_SET_SPECFILE_CTX | SELINUX_RESTORECON_REALPATH;
-
-struct Free {
-    void operator()(char* text) const { std::free(text); }
-    void operator()(selabel_handle* rules) const { selabel_close(rules); }
-};
-using CText = std::unique_ptr<char, Free>;
-
-/// What tells one state of a policy file from another; all zero for a file that is not there.
-struct FileStamp {
-    dev_t device = 0;
-    ino_t inode = 0;
-    off_t size = 0;
-    timespec modified{};
-    timespec changed{};
-
-    bool operator==(const FileStamp& other) const {
-        return device == other.device && inode == other.inode && size == other.size &&
-               SameTime(modified, other.modified) && SameTime(changed, other.changed);
-    }
-
-private:
-    static bool SameTime(const timespec& a, const timespec& b) {
-        return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
-    }
-};
-
-/// The files that the rules are read from: file_contexts with each of these endings, and the configuration that
-/// says in which folder they are.
-constexpr std::array<const char*, 8> RULE_FILES = {"",          ".bin",          ".local", ".local.bin",
-                                                   ".homedirs", ".homedirs.bin", ".subs",  ".subs_dist"};
-constexpr const char* CONFIGURATION = "/etc/selinux/config";
-using PolicyStamp = std::array<FileStamp, RULE_FILES.size()>;
-
-FileStamp StampOf(const std::string& path) {
-    struct stat st {};
-    if (stat(path.c_str(), &st) != 0) {
-        return {};
-    }
-    return {st.st_dev, st.st_ino, st.st_size, st.st_mtim, st.st_ctim};
-}
-
-/// Set on a thread while it labels a single path: its messages then belong to no walk.
-thread_local bool inSinglePath = false;
-
-class SinglePathScope {
+/// One object, whatever happens to its name. O_PATH: devices, pipes and leases do not notice that it is open.
+class Object {
 public:
-    SinglePathScope() { inSinglePath = true; }
-    ~SinglePathScope() { inSinglePath = false; }
-    SinglePathScope(const SinglePathScope&) = delete;
-    SinglePathScope& operator=(const SinglePathScope&) = delete;
-};
-
-/// Error number of the walk's last failure; the library's own result of a walk does not carry one.
-std::atomic<int> walkError{0};
-
-__attribute__((format(printf, 2, 3))) int PrintLibraryMessage(int type, const char* format, ...) {
-    if (type == SELINUX_ERROR && errno != 0 && !inSinglePath) {
-        walkError = errno;
-    }
-    char buffer[PATH_MAX + 256];
-    va_list arguments;
-    va_start(arguments, format);
-    static_cast<void>(std::vsnprintf(buffer, sizeof(buffer), format, arguments));
-    va_end(arguments);
-    buffer[std::strcspn(buffer, "\n")] = '\0';
-    const char* const text = buffer;
-    if (type == SELINUX_INFO) {
-        LogInfo({"%{public}s", "libselinux"}, text);
-    } else if (type == SELINUX_ERROR) {
-        LogError({"%{public}s", "libselinux"}, text);
-    } else {
-        LogWarn({"%{public}s", "libselinux"}, text);
-    }
-    return 0;
-}
-
-/// The policy's labelling rules. Whoever uses them holds `mutex` shared from Acquire() on.
-class Policy {
-public:
-    /// Reads the rules if that was not done yet or the policy has changed since.
-    /// @return 0 with the shared lock held; an error number without it, EOPNOTSUPP without a policy
-    int Acquire(std::shared_lock<std::shared_mutex>& lock) {
-        lock = std::shared_lock(mutex);
-        while (!IsCurrent()) {
-            lock.unlock();
-            if (const int error = Reload(); error != 0) {
-                return error;
-            }
-            lock.lock();
+    /// Opens a name relative to a directory. A link is not followed. On failure the object is empty and errno set.
+    static Object Open(int dirFd, const char* name, int flags = 0) {
+        Object object;
+        UniqueFd opened(openat(dirFd, name, O_PATH | O_NOFOLLOW | O_CLOEXEC | flags));
+        struct statx status = {};
+        if (opened && statx(opened.Get(), "", AT_EMPTY_PATH, STATX_TYPE | STATX_MNT_ID, &status) == 0) {
+            object.fd = std::move(opened);
+            object.type = status.stx_mode & S_IFMT;
+            object.mount = status.stx_mnt_id;
         }
-        return 0;
+        return object;
     }
 
-    /// The label of a directory, null with ENOENT where the policy prescribes none.
-    CText LabelOfDirectory(const char* path) const {
-        char* label = nullptr;
-        return CText(selabel_lookup_raw(rules.get(), &label, path, S_IFDIR) == 0 ? label : nullptr);
+    explicit operator bool() const { return static_cast<bool>(fd); }
+    [[nodiscard]] int Fd() const { return fd.Get(); }
+    [[nodiscard]] mode_t Type() const { return type; }
+    [[nodiscard]] std::uint64_t Mount() const { return mount; }  ///< as in /proc/self/mountinfo; 0 if not known
+    [[nodiscard]] bool IsDirectory() const { return S_ISDIR(type); }
+
+    /// Where the object is, by a path without links; empty with errno set on failure.
+    [[nodiscard]] std::string Path() const {
+        char path[PATH_MAX];
+        const ssize_t length = readlink(NameInProc().c_str(), path, sizeof(path));
+        return {path, length < 0 ? 0 : static_cast<std::size_t>(length)};
     }
 
-private:
-    [[nodiscard]] bool IsCurrent() const {
-        return rules != nullptr && StampOf(CONFIGURATION) == configuration && StampOfRules() == ruleFiles;
-    }
-
-    static PolicyStamp StampOfRules() {
-        PolicyStamp stamp;
-        const char* base = selinux_file_context_path();
-        for (std::size_t i = 0; base != nullptr && i < stamp.size(); ++i) {
-            stamp[i] = StampOf(std::string(base) + RULE_FILES[i]);
-        }
-        return stamp;
-    }
-
-    int Reload() {
-        const std::unique_lock lock(mutex);
-        if (IsCurrent()) {
+    /// Sets the label unless the object has it already, or is on a file system that holds no labels.
+    /// @return 0 or an error number
+    [[nodiscard]] int SetLabel(const char* label) const {
+        const std::string name = NameInProc();
+        char* text = nullptr;
+        const bool isLabelled = getfilecon_raw(name.c_str(), &text) >= 0;
+        const LabelText current(text);
+        const bool isRight = isLabelled && std::strcmp(current.get(), label) == 0;
+        if (isRight || ((isLabelled || errno == ENODATA) && setfilecon_raw(name.c_str(), label) == 0)) {
             return 0;
         }
-        PrepareLibrary();
-        // Stamps are taken before the files are read: a change in between is noticed by the next call.
-        configuration = StampOf(CONFIGURATION);
-        selinux_reset_config();
-        ruleFiles = StampOfRules();
-        selinux_restorecon_set_sehandle(nullptr);
-        rules.reset();
-        if (ruleFiles[0] == FileStamp{} && ruleFiles[1] == FileStamp{}) {
-            return EOPNOTSUPP;
-        }
-        errno = 0;
-        rules.reset(selabel_open(SELABEL_CTX_FILE, nullptr, 0));
-        if (rules == nullptr) {
-            return errno != 0 ? errno : EINVAL;
-        }
-        selinux_restorecon_set_sehandle(rules.get());
-        FinishFirstUse();
-        return 0;
+        return errno == EOPNOTSUPP && is_selinux_enabled() > 0 ? 0 : errno;
     }
 
-    static void PrepareLibrary() {
-        selinux_callback callback{};
-        callback.func_log = PrintLibraryMessage;
-        selinux_set_callback(SELINUX_CB_LOG, callback);
-    }
+private:
+    /// Calls that follow this name reach the object itself, even if it is a link.
+    [[nodiscard]] std::string NameInProc() const { return "/proc/self/fd/" + std::to_string(fd.Get()); }
 
-    /// The library initialises itself at its first call, which changes nothing here and is made under the lock.
-    static void FinishFirstUse() { static_cast<void>(selinux_restorecon("/", FLAGS | SELINUX_RESTORECON_NOCHANGE)); }
-
-    std::shared_mutex mutex;
-    std::unique_ptr<selabel_handle, Free> rules;  // guarded by mutex, as are the stamps
-    FileStamp configuration;
-    PolicyStamp ruleFiles;
+    UniqueFd fd;
+    mode_t type = 0;
+    std::uint64_t mount = 0;
 };
 
-Policy& ThePolicy() {
-    // Never destroyed: a worker may still be in it when the process exits.
-    static Policy& policy = *new Policy;
-    return policy;
+/// @param path  where the object is
+/// @return 0, also if the policy prescribes no label; or an error number
+int SetPrescribedLabel(const LabelRules& rules, const Object& object, const char* path) {
+    const LabelText label = rules.Lookup(path, object.Type());
+    if (label) {
+        return object.SetLabel(label.get());
+    }
+    return errno == ENOENT ? 0 : errno;
 }
 
-/// Held by the one walk that may run: a walk has threads of its own, and their messages, which `walkError` is
-/// taken from, do not tell whose they are.
-std::mutex walkMutex;
-
-/// The path to hand to the library, which takes a final link for itself even before a slash; the kernel follows it.
-CText Located(const char* path) {
-    const std::size_t length = std::strlen(path);
-    const bool isFollowed = length > 0 && path[length - 1] == '/';
-    return CText(isFollowed ? realpath(path, nullptr) : strdup(path));
+/// Whether a mounted file system holds labels. Only SELinux knows; without it every file system is tried.
+bool HoldsLabels(std::uint64_t mount) {
+    if (is_selinux_enabled() <= 0) {
+        return true;
+    }
+    const std::string start = std::to_string(mount) + ' ';
+    std::ifstream mounts("/proc/self/mountinfo");
+    for (std::string line; std::getline(mounts, line);) {
+        if (line.starts_with(start)) {
+            return line.find(",seclabel", line.rfind(' ')) != std::string::npos;
+        }
+    }
+    return true;
 }
 
-int FailWith(int error) {
+/// Sets the labels of a tree. It holds one descriptor per level; PATH_MAX limits the levels.
+class Walk {
+public:
+    /// @param top  the path of the tree, without links
+    Walk(const LabelRules& policy, const std::string& top)
+        : rules(policy), path(top == "/" ? "" : top), topLength(path.length()) {}
+
+    /// @return 0 or the error number of the last failure
+    [[nodiscard]] int Run(Object top) {
+        Visit(std::move(top), /*parentMount=*/0);
+        return lastError;
+    }
+
+private:
+    struct Close {
+        void operator()(DIR* directory) const { closedir(directory); }
+    };
+
+    [[nodiscard]] const char* Path() const { return path.empty() ? "/" : path.c_str(); }
+
+    void Visit(Object object, std::uint64_t parentMount) {
+        if (object.IsDirectory() && object.Mount() != parentMount) {
+            if (!HoldsLabels(object.Mount())) {
+                return;
+            }
+            if (IsInsideItself(object)) {
+                return Note(ELOOP);
+            }
+        }
+        Note(SetPrescribedLabel(rules, object, Path()));
+        if (object.IsDirectory()) {
+            VisitChildren(std::move(object));
+        }
+    }
+
+    /// Whether a bind mount shows a directory of this path once more. Its contents would get the labels of two places.
+    [[nodiscard]] bool IsInsideItself(const Object& directory) const {
+        struct stat own = {}, above = {};
+        std::size_t end = fstat(directory.Fd(), &own) == 0 ? path.length() : 0;
+        while (end > topLength) {
+            end = path.rfind('/', end - 1);
+            if (stat((path.substr(0, end) + '/').c_str(), &above) == 0 && above.st_dev == own.st_dev &&
+                above.st_ino == own.st_ino) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    void VisitChildren(Object directory) {
+        const std::uint64_t mount = directory.Mount();
+        UniqueFd opened(openat(directory.Fd(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        directory = {};
+        const std::unique_ptr<DIR, Close> stream(opened ? fdopendir(opened.Get()) : nullptr);
+        if (!stream) {
+            return Note(errno);
+        }
+        (void)opened.Release();  // the stream owns it now
+        errno = 0;
+        while (const dirent* entry = readdir(stream.get())) {  // NOLINT(concurrency-mt-unsafe): no other thread has it
+            if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
+                VisitChild(dirfd(stream.get()), entry->d_name, mount);
+            }
+            errno = 0;
+        }
+        Note(errno);
+    }
+
+    void VisitChild(int dirFd, const char* name, std::uint64_t mount) {
+        const std::size_t length = path.length();
+        (path += '/') += name;
+        if (path.length() >= PATH_MAX) {
+            Note(ENAMETOOLONG);
+        } else if (Object child = Object::Open(dirFd, name); child) {
+            Visit(std::move(child), mount);
+        } else {
+            Note(errno);
+        }
+        path.resize(length);
+    }
+
+    /// Counts a result of the object at `path`. What has vanished meanwhile needs no label.
+    void Note(int error) {
+        if (error != 0 && error != ENOENT) {
+            lastError = error;
+            LogError("restore label of %{public}s failed, errno=%{public}d", Path(), error);
+        }
+    }
+
+    const LabelRules& rules;
+    std::string path;  ///< of the object under way; empty for "/"
+    const std::size_t topLength;
+    int lastError = 0;
+};
+
+/// Opens the path of a request. A slash at its end demands a directory.
+Object OpenNamed(const char* path) {
+    std::string name(path);
+    while (name.length() > 1 && name.back() == '/') {
+        name.pop_back();
+    }
+    return Object::Open(AT_FDCWD, name.c_str(), name == path ? 0 : O_DIRECTORY);
+}
+
+/// Calls `restore` with the rules, the object that a path names and its path without links.
+/// @return the result of `restore`, which is 0 or an error number; or the error number of what failed before
+template <class Restore>
+int With(const char* path, Restore restore) {
+    const std::shared_ptr<const LabelRules> rules = LabelRules::Current();
+    Object object = rules ? OpenNamed(path) : Object();
+    const std::string located = object ? object.Path() : "";
+    return located.empty() ? errno : restore(*rules, std::move(object), located);
+}
+
+int Answer(int error) {
     errno = error;
-    return -1;
-}
-
-int RestoreSinglePath(const char* path) {
-    const SinglePathScope scope;
-    errno = 0;
-    const int result = selinux_restorecon(path, FLAGS);
-    return result == 0 ? 0 : FailWith(errno != 0 ? errno : EIO);
-}
-
-int RestoreTree(const char* path, unsigned threads) {
-    // The library's threads hand out the entries under one lock: more of them than processors only wait for it.
-    const unsigned processors = std::max(1U, std::thread::hardware_concurrency());
-    walkError = 0;
-    errno = 0;
-    const int result =
-        selinux_restorecon_parallel(path, FLAGS | SELINUX_RESTORECON_RECURSE, std::min(threads, processors));
-    const int ownError = errno != 0 ? errno : EIO;
-    // The library takes a directory that it cannot read for done, and only says so. What vanishes meanwhile is done.
-    if (result == 0) {
-        return walkError == 0 || walkError == ENOENT ? 0 : FailWith(walkError);
-    }
-    return FailWith(walkError != 0 ? walkError.load() : ownError);
-}
-
-int LabelLikeParent(const char* path) {
-    const SinglePathScope scope;
-    struct stat st {};
-    if (lstat(path, &st) != 0) {
-        return -1;
-    }
-    const CText copy(strdup(path));
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): dirname keeps to the text it is given, which is a private copy.
-    const CText parent(copy ? realpath(dirname(copy.get()), nullptr) : nullptr);
-    if (!parent) {
-        return -1;
-    }
-    const CText label = ThePolicy().LabelOfDirectory(parent.get());
-    if (!label) {
-        return errno == ENOENT ? 0 : -1;
-    }
-    return lsetfilecon_raw(path, label.get());
+    return error == 0 ? 0 : -1;
 }
 
 }  // namespace
 
 int Restorecon(const char* path) {
-    std::shared_lock<std::shared_mutex> lock;
-    if (const int error = ThePolicy().Acquire(lock); error != 0) {
-        return FailWith(error);
-    }
-    const CText located = Located(path);
-    return located ? RestoreSinglePath(located.get()) : -1;
+    return Answer(With(path, [](const LabelRules& rules, const Object& object, const std::string& located) {
+        return SetPrescribedLabel(rules, object, located.c_str());
+    }));
 }
 
-int RestoreconRecurseParallel(const char* path, unsigned threads) {
-    const std::lock_guard walk(walkMutex);
-    std::shared_lock<std::shared_mutex> lock;
-    if (const int error = ThePolicy().Acquire(lock); error != 0) {
-        return FailWith(error);
-    }
-    const CText located = Located(path);
-    return located ? RestoreTree(located.get(), threads) : -1;
+int RestoreconRecurseParallel(const char* path, unsigned /*threads*/) {
+    return Answer(With(path, [](const LabelRules& rules, Object object, const std::string& located) {
+        return Walk(rules, located).Run(std::move(object));
+    }));
 }
 
 int RestoreconFromParentDir(const char* path) {
-    std::shared_lock<std::shared_mutex> lock;
-    if (const int error = ThePolicy().Acquire(lock); error != 0) {
-        errno = error;
-        return -error;
-    }
-    if (LabelLikeParent(path) == 0) {
-        return 0;
-    }
-    if (errno == 0) {
-        errno = EIO;
-    }
+    errno = With(path, [](const LabelRules& rules, const Object& object, const std::string& located) {
+        const std::string parent = located.substr(0, std::max<std::size_t>(located.rfind('/'), 1));
+        const LabelText label = rules.Lookup(parent.c_str(), S_IFDIR);
+        if (label) {
+            return object.SetLabel(label.get());
+        }
+        return errno == ENOENT ? 0 : errno;
+    });
     return -errno;
 }
 

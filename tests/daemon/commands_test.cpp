@@ -343,13 +343,10 @@ TEST_F(CommandsTest, ReportsDirectoriesThatItCannotOpen) {
 }
 
 TEST_F(CommandsTest, RestoresTheLabelsOfAPolicy) {
-    if (std::getenv("FILE_MIGRATE_SANDBOX") != std::string("private")) {
+    const std::string rules = "/.* u:r:data:s0\n/data/.*/f u:r:file:s0\n";
+    if (!StartWithLabels(rules)) {
         GTEST_SKIP() << "needs privilege: a mount namespace for a policy of its own";
     }
-    ScratchTree policy;
-    policy.File("selinux/config", "SELINUXTYPE=mini\n");
-    policy.File("selinux/mini/contexts/files/file_contexts", "/.* u:r:data:s0\n/data/.*/f u:r:file:s0\n");
-    Start({{}, {"unshare", "-m", "sh", "-c", "mount --bind " + policy.Path() + " /etc && exec \"$@\"", "sh"}});
     CheckAll({
         {"one path", "touch f", Restorecon, "@/f - - - - 1", 0, 0, "I RestoreCon: Restorecon @/f suc"},
         {"tree", "mkdir d", Restorecon, "@/d - - - - 2", 0, 0, "I RestoreCon: RestoreconRecurseParallel @/d suc"},
@@ -361,11 +358,7 @@ TEST_F(CommandsTest, RestoresTheLabelsOfAPolicy) {
     EXPECT_EQ(Call({RestoreconFromParent, tree->Path("f")}).result, 0);
     EXPECT_EQ(Shell("find d f -printf '%Z\n' | xargs"), "u:r:data:s0 u:r:file:s0 u:r:data:s0\n");
     ASSERT_TRUE(Shell("chown 1:1 d; chmod 700 d"));
-    Start({{},
-           {"unshare", "-m", "sh", "-c",
-            "mount --bind " + policy.Path() +
-                " /etc && exec setpriv --bounding-set -dac_override,-dac_read_search \"$@\"",
-            "sh"}});
+    ASSERT_TRUE(StartWithLabels(rules, "setpriv --bounding-set -dac_override,-dac_read_search"));
     const Reply unread = Call(RequestOf(Restorecon, Expand("@ - - - - 2")));
     EXPECT_EQ(std::pair(unread.result, unread.errCode), std::pair(-1, EACCES)) << "an unread directory is a failure";
 }

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <selinux/restorecon.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -9,6 +10,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <regex>
 #include <thread>
 
@@ -112,7 +114,21 @@ TEST(ControlSocket, IsTheOneListeningStreamOfItsName) {
 
 constexpr int (*Walk)(const char*) = [](const char* path) { return RestoreconRecurseParallel(path, 16); };
 
-/// Tests have a folder of their own over /etc, which holds a policy.
+/// The flags with which libselinux does what Walk is to do.
+constexpr int (*LibraryWalk)(const char*) = [](const char* path) {
+    return selinux_restorecon(path, SELINUX_RESTORECON_RECURSE | SELINUX_RESTORECON_SKIP_DIGEST |
+                                        SELINUX_RESTORECON_SET_SPECFILE_CTX | SELINUX_RESTORECON_REALPATH);
+};
+
+constexpr const char* LABEL = "security.selinux";
+
+std::string LabelOf(const std::string& path) {
+    char label[64] = {};
+    lgetxattr(path.c_str(), LABEL, label, sizeof(label) - 1);
+    return label;
+}
+
+/// Each test has a directory of its own over /etc, with a policy in it.
 class SecurityLabel : public testing::Test {
 protected:
     void SetUp() override {
@@ -136,9 +152,7 @@ protected:
     static std::string After(int (*call)(const char*), const std::string& path, const std::string& labelled) {
         const int result = call(path.c_str());
         const std::string failure = result == 0 ? "" : std::to_string(result) + " " + strerrorname_np(errno) + " ";
-        char label[64] = {};
-        lgetxattr(labelled.c_str(), "security.selinux", label, sizeof(label) - 1);
-        return failure + label;
+        return failure + LabelOf(labelled);
     }
 
     ScratchTree tree;
@@ -158,13 +172,76 @@ TEST_F(SecurityLabel, IsWhatThePolicyPrescribes) {
     EXPECT_EQ(After(PARENT, relative, file), "u:r:dir:s0");
     EXPECT_EQ(After(ONE, link, link), "u:r:dir:s0");
     EXPECT_EQ(After(PARENT, link, directory), "") << "neither call follows the link";
-    EXPECT_EQ(After(ONE, link + "/", directory), "u:r:dir:s0") << "the link's target";
+    EXPECT_EQ(After(ONE, link + "/", directory), "-1 ENOTDIR ") << "a slash does not follow it either";
+    EXPECT_EQ(After(Walk, link, file), "u:r:dir:s0") << "left as it was";
     EXPECT_EQ(After(PARENT, top + "/", top), "u:r:root:s0");
     EXPECT_EQ(After(PARENT, unlabelled, unlabelled), "") << "none prescribed";
     EXPECT_EQ(After(ONE, missing, missing), "-1 ENOENT ");
     EXPECT_EQ(After(PARENT, missing, missing), "-2 ENOENT ");
     EXPECT_EQ(After(Walk, missing, missing), "-1 ENOENT ");
     EXPECT_EQ(After(Walk, top, file), "-1 EPERM u:r:file:s0") << "one entry fails, the others are done";
+}
+
+/// What each object of the tree has after a walk over the same tree.
+TEST_F(SecurityLabel, IsWhatTheLibrarysOwnWalkGives) {
+    WriteRules("mini", top + "(/.*)? u:r:any:s0\n" + top + "/.* -d u:r:dir:s0\n" + top + "/.* -l u:r:link:s0\n" + top +
+                           "/.* -p u:r:pipe:s0\n" + top + "/.* -s u:r:socket:s0\n" + top +
+                           "/.* -c system_u:object_r:device:s0:c1\n" + top + "/none(/.*)? <<none>>\n" + top +
+                           "/none/but u:r:but:s0\n" + top + "/file.* -- u:r:file:s0\n");
+    tree.File("etc/selinux/mini/contexts/customizable_types", "custom\n");
+    const std::string socketPath = tree.Path("t/socket");
+    sockaddr_un address{AF_UNIX, {}};
+    socketPath.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    const UniqueFd listener(socket(AF_UNIX, SOCK_STREAM, 0));
+    ASSERT_EQ(bind(listener.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    ASSERT_EQ(mknod(tree.Path("t/device").c_str(), S_IFCHR | 0600, 0), 0);
+    tree.Pipe("t/pipe"), tree.Pipe("t/none/pipe"), tree.Link("t/link", directory), tree.Link("t/dangling", "nowhere");
+    tree.File("t/none/but"), tree.File("t/none/not"), tree.File("t/d/e/f/g"), tree.File("t/new\nline \xff");
+    // One file each: no label, the right one, another user, role, type, range, and a type that administrators choose.
+    const char* labels[] = {"",         "u:r:file:s0",    "v:r:file:s0",  "u:q:file:s0",
+                            "u:r:x:s0", "u:r:file:s0:c3", "u:r:custom:s0"};
+    const auto walked = [&](int (*walk)(const char*)) {
+        std::size_t number = 0;
+        for (const std::string label : labels) {
+            const std::string labelled = tree.File("t/file" + std::to_string(number++));
+            if (!label.empty()) {
+                lsetxattr(labelled.c_str(), LABEL, label.c_str(), label.length() + 1, 0);
+            }
+        }
+        std::map<std::string, std::string> result{{"result", After(walk, top, top)}};
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(top)) {
+            result[entry.path()] = LabelOf(entry.path());
+            lremovexattr(entry.path().c_str(), LABEL);
+        }
+        return result;
+    };
+    const auto expected = walked(LibraryWalk);
+    EXPECT_EQ(walked(Walk), expected);
+    EXPECT_TRUE(expected.size() == 23 && expected.at(socketPath) == "u:r:socket:s0")
+        << testing::PrintToString(expected);
+}
+
+TEST_F(SecurityLabel, WhatIsRightAlreadyIsNotWritten) {
+    EXPECT_EQ(After(Walk, top, file), "u:r:file:s0");
+    const timespec before = Lstat(file).st_ctim;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(Walk(top.c_str()), 0);
+    EXPECT_TRUE(Lstat(file).st_ctim.tv_sec == before.tv_sec && Lstat(file).st_ctim.tv_nsec == before.tv_nsec);
+}
+
+TEST_F(SecurityLabel, MountsBelowThemselvesAndPathsTooLongFailAlone) {
+    const std::string loop = tree.Dir("t/a/loop"), last = tree.File("t/z");
+    ASSERT_EQ(mount(top.c_str(), loop.c_str(), nullptr, MS_BIND, nullptr), 0);
+    EXPECT_EQ(After(Walk, top, last), "-1 ELOOP u:r:dir:s0");
+    EXPECT_EQ(umount2(loop.c_str(), MNT_DETACH), 0);
+    UniqueFd deepest(open(top.c_str(), O_PATH));
+    const std::string name(250, 'n');
+    for (std::size_t length = top.length(); length < PATH_MAX; length += name.length() + 1) {
+        ASSERT_EQ(mkdirat(deepest.Get(), name.c_str(), 0755), 0);
+        deepest = UniqueFd(openat(deepest.Get(), name.c_str(), O_PATH));
+    }
+    lremovexattr(last.c_str(), LABEL);
+    EXPECT_EQ(After(Walk, top, last), "-1 ENAMETOOLONG u:r:dir:s0");
 }
 
 TEST_F(SecurityLabel, NoticesThatAnotherPolicyIsChosenAndThatItGoes) {

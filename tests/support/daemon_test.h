@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -66,6 +67,22 @@ protected:
         return *daemon;
     }
 
+    /// Starts the daemon with a policy of these labelling rules, in a mount namespace of its own.
+    /// @param runner  a command to run the daemon by
+    /// @return false, without a daemon, if such a namespace is not allowed here
+    bool StartWithLabels(const std::string& rules, const std::string& runner = "") {
+        const char* const sandbox = std::getenv("FILE_MIGRATE_SANDBOX");  // NOLINT(concurrency-mt-unsafe)
+        if (sandbox == nullptr || sandbox != std::string("private")) {
+            return false;
+        }
+        etc.emplace();
+        etc->File("selinux/config", "SELINUXTYPE=mini\n");
+        etc->File("selinux/mini/contexts/files/file_contexts", rules);
+        const std::string script = "mount --bind " + etc->Path() + " /etc && exec " + runner + " \"$@\"";
+        Start({{}, {"unshare", "-m", "sh", "-c", script, "sh"}});
+        return true;
+    }
+
     /// One request on a connection of its own, to the daemon of Start() or a new one.
     Reply Call(const Request& request) {
         if (!daemon) {
@@ -87,6 +104,7 @@ protected:
     }
 
     std::optional<ScratchTree> tree;  ///< on /data
+    std::optional<ScratchTree> etc;   ///< the daemon's /etc after StartWithLabels()
     std::unique_ptr<DaemonProcess> daemon;
 };
 
