@@ -24,14 +24,14 @@ namespace {
 constexpr int LONGEST_TIMEOUT = 31'536'000;  // a year, in seconds
 
 constexpr const char* FOOTER =
-    "Without --timeout, orvanectl waits 60 seconds for questions about one object and\n"
-    "for new directories. It waits without limit for work on a tree, because the daemon\n"
-    "finishes what it has begun even if nobody waits. Connecting takes at most 5\n"
-    "seconds.\n"
+    "Without --timeout, orvanectl waits 60 seconds for questions about one object\n"
+    "and for new directories. It waits without limit for work on a tree, because the\n"
+    "daemon finishes what it has begun even if nobody waits. Connecting takes at most\n"
+    "5 seconds.\n"
     "\n"
     "Exit status:\n"
     "  0  success; exists, is-dir: yes\n"
-    "  1  the operation failed; exists, is-dir: no (with a message: unknown)\n"
+    "  1  it failed, or --strict refused it; exists, is-dir: no\n"
     "  2  wrong usage, or a request that the daemon would refuse\n"
     "  3  the source does not exist\n"
     "  4  no daemon, or no answer from it\n"
@@ -44,10 +44,11 @@ void AddOptions(CLI::App& app, DaemonOptions& daemon) {
         ->capture_default_str()
         ->check(CLI::Validator(CheckSocketPath, ""))
         ->type_name("PATH");
-    app.add_option("--timeout", daemon.timeoutSeconds,
-                   "longest wait for the answer, 0 for no limit (default: see below)")
+    app.add_option("--timeout", daemon.timeoutSeconds, "longest wait for the answer, 0 for no limit")
         ->check(CLI::Range(0, LONGEST_TIMEOUT).description(""))
         ->type_name("SECONDS");
+    app.set_version_flag("--version", "orvanectl " ORVANECTL_VERSION, "print the version and exit");
+    app.get_formatter()->column_width(24);
     app.fallthrough();             // both may also follow the sub-command
     app.require_subcommand(0, 1);  // Main reports a missing one; the parser would hide a wrong word
     app.footer(FOOTER);
@@ -165,6 +166,9 @@ ExitStatus Main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& help) {
+        if (!WrongWord(app).empty()) {
+            return Refuse(app, "", isJson);
+        }
         return app.exit(help) == 0 ? ExitStatus::Success : ExitStatus::Failed;
     } catch (const CLI::ParseError& error) {
         return Refuse(app, error.what(), isJson);

@@ -42,6 +42,9 @@ struct Cause {
 /// The cause, if the record leaves no doubt about it.
 Cause LikelyCause(const Record& record);
 
+/// The path as one word of a shell command.
+std::string Quoted(const std::string& path);
+
 /// The command to run if the record does not show the cause: "lsattr -d /data/a (this record holds no inode flags)";
 /// empty for most records.
 std::string ToCheck(const Record& record);

@@ -118,7 +118,8 @@ Cause WhyRefused(const Record& record) {
     return {};
 }
 
-/// The path as one word of a shell command.
+}  // namespace
+
 std::string Quoted(const std::string& path) {
     constexpr const char* plain = "/._-+@%,:=0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
     if (path.find_first_not_of(plain) == std::string::npos) {
@@ -130,8 +131,6 @@ std::string Quoted(const std::string& path) {
     }
     return word.append("'");
 }
-
-}  // namespace
 
 Cause LikelyCause(const Record& record) {
     if (!record.refusedField.empty()) {

@@ -40,13 +40,6 @@ Answer Begin(const Reply& reply) {
     return answer;
 }
 
-Answer Failed(Answer answer, const std::string& message, ExitStatus status = ExitStatus::Failed) {
-    answer.status = status;
-    answer.isOk = false;
-    answer.message = message;
-    return answer;
-}
-
 Answer Failed(const Reply& reply) {
     return reply.failure ? NoAnswer(reply.failure) : Failed(Begin(reply), ErrorText(reply.errCode));
 }
@@ -69,6 +62,13 @@ std::string ForOutput(const std::string& bytes) {
 
 }  // namespace
 
+Answer Failed(Answer answer, const std::string& message, ExitStatus status) {
+    answer.status = status;
+    answer.isOk = false;
+    answer.message = message;
+    return answer;
+}
+
 Answer NoAnswer(const Failure& failure) {
     const bool isRefused = failure.code == ClientErrc::InvalidRequest;
     Answer answer = Failed({}, failure.Message(), isRefused ? ExitStatus::Usage : ExitStatus::NoAnswer);
@@ -86,9 +86,6 @@ Answer AnswerTo(const Outcome& reply, const AnswerStyle& /*style*/) {
     // A move across file systems always reports EXDEV. Any other error means that an object was left out.
     if (answer.isOk && reply.errCode != 0 && reply.errCode != EXDEV) {
         answer.message = "done, but something may be left out: " + ErrorText(reply.errCode);
-    }
-    if (!reply.failure && !answer.message.empty()) {
-        answer.hint = "\"orvanectl records -v\" shows what the daemon recorded of it";
     }
     return answer;
 }

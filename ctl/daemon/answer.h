@@ -33,6 +33,9 @@ Answer AnswerTo(const Listing& reply, const AnswerStyle& style);
 Answer AnswerTo(const ExistedPathReply& reply, const AnswerStyle& style);
 Answer AnswerTo(const Size& reply, const AnswerStyle& style);
 
+/// The answer, turned into a failure.
+Answer Failed(Answer answer, const std::string& message, ExitStatus status = ExitStatus::Failed);
+
 /// Why the daemon did not answer.
 Answer NoAnswer(const Failure& failure);
 

@@ -2,7 +2,9 @@
 
 #include <sys/un.h>
 
+#include <charconv>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 
 #include "text.h"
@@ -20,6 +22,17 @@ std::string CheckLength(const char* what, const std::string& text, std::size_t l
     return text.size() <= longest ? std::string()
                                   : std::string(what) + " is longer than " + std::to_string(longest) +
                                         " bytes: " + Printable(text.substr(0, shown)) + "...";
+}
+
+/// The library and the daemon would cut a larger number, and take the largest one as "do not change".
+std::string CheckNumber(const char* what, const std::string& text) {
+    constexpr std::uint64_t largest = 4294967294;
+    std::uint64_t number = 0;
+    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const bool isNumber = end == text.data() + text.size();
+    return isNumber && (failure != std::errc() || number > largest)
+               ? std::string(what) + " " + text + " is larger than " + std::to_string(largest)
+               : std::string();
 }
 
 }  // namespace
@@ -70,8 +83,14 @@ std::string SplitOwner(const std::string& owner, std::string& user, std::string&
     }
     user = owner.substr(0, colon);
     group = owner.substr(colon + 1);
-    const std::string complaint = CheckLength("the user", user, LONGEST_NAME);
-    return complaint.empty() ? CheckLength("the group", group, LONGEST_NAME) : complaint;
+    for (const std::string& complaint :
+         {CheckLength("the user", user, LONGEST_NAME), CheckLength("the group", group, LONGEST_NAME),
+          CheckNumber("the user", user), CheckNumber("the group", group)}) {
+        if (!complaint.empty()) {
+            return complaint;
+        }
+    }
+    return {};
 }
 
 std::string CheckSocketPath(const std::string& path) {

@@ -43,7 +43,7 @@ void AddPositionals(CLI::App& parser, const SubCommand& command, Words& words) {
     }
     if (command.Is(TAKES_PATH | TAKES_SOURCE)) {
         AddPath(parser, command.Is(TAKES_SOURCE) ? "SOURCE" : "PATH", arguments.path,
-                command.Is(TAKES_DRY_RUN) ? MakeAbsoluteBelowRoot : MakeAbsolute);
+                command.Is(REMOVES_SOURCE) ? MakeAbsoluteBelowRoot : MakeAbsolute);
     }
     if (command.Is(TAKES_DESTINATION)) {
         AddPath(parser, "DESTINATION", arguments.destination, MakeAbsolute);
@@ -57,24 +57,26 @@ void AddChoices(CLI::App& parser, const SubCommand& command, Arguments& argument
             "-r,--recursive", [&arguments] { arguments.recursion = Recursion::Recursive; }, command.recursiveHelp);
     }
     if (command.Is(TAKES_KEEP_GOING)) {
-        parser.add_flag("--keep-going", arguments.keepGoing,
-                        "remove every entry that can be removed, even if others fail");
+        parser.add_flag("--keep-going", arguments.keepGoing, "go on after entries that cannot be removed");
     }
     if (command.Is(TAKES_FROM_PARENT)) {
-        parser
-            .add_flag("--from-parent", arguments.fromParent,
-                      "use the label that the policy has for the parent directory")
-            ->excludes(recursive);
+        parser.add_flag("--from-parent", arguments.fromParent, "use the parent directory's label")->excludes(recursive);
     }
 }
 
 void AddStyle(CLI::App& parser, const SubCommand& command, Words& words) {
     Arguments& arguments = words.arguments;
     if (command.Is(TAKES_DRY_RUN)) {
+        if (command.Is(REMOVES_SOURCE) && command.Is(TAKES_DESTINATION)) {
+            parser.add_flag("--strict", arguments.isStrict, "refuse if links or special files would be lost");
+        }
+        if (command.Is(TAKES_FORCE)) {
+            parser.add_flag("--force", arguments.isForced, "send it even if the source would be lost");
+        }
         parser.add_flag("--dry-run", arguments.isDryRun, "change nothing; show what would be done");
     }
     if (command.Is(TAKES_PROGRESS)) {
-        parser.add_option("--progress", words.progress, "show progress: always or never (default: on a terminal)")
+        parser.add_option("--progress", words.progress, "show progress: always or never")
             ->check(CLI::IsMember({"always", "never"}).description(""))
             ->type_name("WHEN");
     }

@@ -110,7 +110,7 @@ Verdict IntoDirectory(const Place& destination, const Survey& survey, bool moves
             (moves ? "; an existing directory is replaced if it is empty, and merged across file systems" : "")};
 }
 
-Verdict OntoObject(const Place& source, const Place& destination, const Survey& survey) {
+Verdict OntoObject(const Place& source, const Place& destination, const Survey& survey, bool moves) {
     const std::string path = Printable(destination.path);
     if (source.kind == Place::Kind::Directory && destination.kind == Place::Kind::Directory) {
         return {path +
@@ -121,31 +121,36 @@ Verdict OntoObject(const Place& source, const Place& destination, const Survey& 
     if (source.kind == Place::Kind::Directory) {
         return {"it would fail: " + path + " is not a directory", true};
     }
-    return destination.kind == Place::Kind::Other
-               ? Verdict{path + " would be replaced"}
-               : Verdict{path +
-                         " is a directory and the source is not: it would fail, or across file systems move the "
-                         "source into the directory"};
+    return destination.kind == Place::Kind::Other ? Verdict{path + " would be replaced"}
+           : moves                                ? Verdict{path +
+                             " is a directory and the source is not: it would fail, or across file systems move "
+                                                            "the source into the directory"}
+                   : Verdict{path + " is a directory: the source would be copied into it"};
 }
 
 Verdict Judge(const SubCommand& command, const Place& source, const Place& destination, const Survey& survey) {
-    const bool needsDirectory =
-        command.Is(MEANS_CHILDREN) || (!command.Is(MOVES) && source.kind == Place::Kind::Directory);
+    const bool isDirectory = source.kind == Place::Kind::Directory;
+    const bool needsDirectory = command.Is(MEANS_CHILDREN) || (command.Is(TAKES_FORCE) && isDirectory);
+    const bool isMerged = !command.Is(MOVES) && isDirectory && destination.kind == Place::Kind::Directory;
     if (source.path != destination.path && IsWithin(destination, source)) {
         return {"it would fail: " + Printable(destination.path) + " lies inside the source", true};
     }
     if (!destination.Exists()) {
         return OntoNothing(destination, needsDirectory);
     }
-    return needsDirectory ? IntoDirectory(destination, survey, command.Is(MOVES))
-                          : OntoObject(source, destination, survey);
+    return needsDirectory || isMerged ? IntoDirectory(destination, survey, command.Is(MOVES))
+                                      : OntoObject(source, destination, survey, command.Is(MOVES));
 }
 
-/// What would not arrive. The daemon's listings do not distinguish links from files, so these are not counted.
-std::string LeftBehind(const SubCommand& command, const Arguments& arguments) {
-    std::string text = command.Is(MOVES) ? "across file systems " : "";
-    text += "only files and directories arrive; links and special files are lost\n";
-    return command.Is(MEANS_CHILDREN) ? Printable(arguments.path) + " itself stays; " + text : text;
+/// What would not arrive.
+std::string LeftBehind(const SubCommand& command, const Arguments& arguments, const Preflight& preflight, bool isTree) {
+    std::string text =
+        command.Is(MEANS_CHILDREN) && command.Is(MOVES) ? Printable(arguments.path) + " itself stays\n" : "";
+    if (preflight.losses) {
+        const std::string lost = preflight.LossText();
+        return text + (lost.empty() ? "no links or special files would be lost" : lost) + "\n";
+    }
+    return command.Is(MOVES) || !isTree ? text : text + "links and special files would not be copied\n";
 }
 
 Answer Unanswered(ExitStatus status, std::string why) {
@@ -185,7 +190,7 @@ void CountSource(const SubCommand& command, const Place& source, const Place& de
 
 }  // namespace
 
-Answer DryRun(const SubCommand& command, Client& client, const Arguments& arguments) {
+Answer DryRun(const SubCommand& command, Client& client, const Arguments& arguments, const Preflight& preflight) {
     const Failure connected = client.Connect();
     const Place source = connected ? Place() : Look(client, arguments.path);
     if (std::optional<Answer> refusal = Refuse(command, connected, source)) {
@@ -197,30 +202,39 @@ Answer DryRun(const SubCommand& command, Client& client, const Arguments& argume
     CountSource(command, source, destination, survey);
     const Size size = survey.isWhole ? client.UsedSpace(source.path) : Size();
     const bool isKnown = survey.isWhole && !size.failure && size.isWhole;
+    Verdict verdict = goesSomewhere ? Judge(command, source, destination, survey) : Verdict();
+    if (!preflight.refusal.empty()) {
+        verdict = {"it would fail: " + preflight.refusal, true};
+    }
 
     Answer answer;
-    answer.output = std::string("would have ") + command.done + " " + Objects(command, arguments) + ": " +
-                    Counted(survey.directories, "directory", "directories") + ", " +
-                    Counted(survey.others, "other object", "other objects") +
-                    (isKnown ? ", " + SizeText(static_cast<std::uint64_t>(size.kilobytes)) : std::string()) + "\n";
     answer.fields["dry_run"] = true;
     answer.fields["directories"] = survey.directories;
     answer.fields["others"] = survey.others;
     answer.fields["kilobytes"] = isKnown ? Json(size.kilobytes) : Json();
     if (goesSomewhere) {
-        const Verdict verdict = Judge(command, source, destination, survey);
-        const std::string text = verdict.text + "\n";
-        answer.output = verdict.wouldFail ? text + answer.output : answer.output + text;
-        answer.output += LeftBehind(command, arguments);
         answer.fields["replaced"] = survey.replaced;
         answer.fields["would_fail"] = verdict.wouldFail;
     }
-    if (!isKnown) {
-        answer.status = ExitStatus::Failed;
-        answer.isOk = false;
-        answer.message = "not everything could be looked at; the figures are incomplete";
+    if (verdict.wouldFail) {
+        const bool isLost = command.Is(TAKES_FORCE);
+        return Failed(std::move(answer),
+                      verdict.text + (isLost ? "; " + Printable(source.path) + " would be removed and its files lost"
+                                             : std::string()));
     }
-    return answer;
+    answer.output = std::string("would have ") + command.done + " " + Objects(command, arguments) + ": " +
+                    Counted(survey.directories, "directory", "directories") + ", " +
+                    Counted(survey.others, "other object", "other objects") +
+                    (isKnown ? ", " + SizeText(static_cast<std::uint64_t>(size.kilobytes)) : std::string()) + "\n";
+    if (goesSomewhere) {
+        answer.output +=
+            verdict.text + "\n" + LeftBehind(command, arguments, preflight, source.kind == Place::Kind::Directory);
+    }
+    for (const std::string& warning : preflight.warnings) {
+        answer.output += warning + "\n";
+    }
+    return isKnown ? answer
+                   : Failed(std::move(answer), "not everything could be looked at; the figures are incomplete");
 }
 
 }  // namespace TAVO::FileMigrateOrvane::Ctl

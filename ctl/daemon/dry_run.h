@@ -2,12 +2,13 @@
 // from listing to listing (see place.h) and stops at the first failure. Functions without state.
 #pragma once
 
+#include "preflight.h"
 #include "sub_command.h"
 
 namespace TAVO::FileMigrateOrvane::Ctl {
 
 /// Number and size of the objects that the command would touch, what would happen at the destination, and what would
 /// not arrive. The tree may change at any time.
-Answer DryRun(const SubCommand& command, Client& client, const Arguments& arguments);
+Answer DryRun(const SubCommand& command, Client& client, const Arguments& arguments, const Preflight& preflight);
 
 }  // namespace TAVO::FileMigrateOrvane::Ctl

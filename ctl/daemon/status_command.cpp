@@ -172,7 +172,9 @@ void AddDumps(Answer& answer) {
 
 ExitStatus PrintStatus(const DaemonOptions& daemon, bool isJson) {
     Answer answer;
+    answer.fields["version"] = ORVANECTL_VERSION;
     AddDaemon(daemon, answer);
+    answer.output = Line("orvanectl", ORVANECTL_VERSION) + answer.output;
     answer.fields["records"] = Json::array();
     for (const char* file : RECORD_FILES) {
         AddRecordFile(file, answer);
@@ -187,8 +189,7 @@ ExitStatus PrintStatus(const DaemonOptions& daemon, bool isJson) {
 }  // namespace
 
 void AddStatusCommand(CLI::App& app, const DaemonOptions& daemon, Action& chosen) {
-    CLI::App* parser =
-        app.add_subcommand("status", "Show whether the daemon answers, how fast, and what it has recorded.");
+    CLI::App* parser = app.add_subcommand("status", "Show the state of the daemon and its records.");
     const auto isJson = std::make_shared<bool>(false);
     parser->add_flag("--json", *isJson, "print one JSON object instead of text");
     parser->footer("Waits 5 seconds for each answer unless --timeout is given.\n\nExample:\n  orvanectl status");

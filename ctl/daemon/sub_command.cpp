@@ -1,13 +1,17 @@
 #include "sub_command.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "advice.h"
 #include "dry_run.h"
+#include "failure_cause.h"
+#include "preflight.h"
 #include "progress.h"
 #include "text.h"
 
@@ -32,37 +36,40 @@ constexpr const char* LABELS_ALL = "label everything below PATH too";
 constexpr SubCommand SUB_COMMANDS[] = {
     {"exists", nullptr, "Exit with 0 if PATH exists; links are followed.", nullptr, "exists /data/app && echo yes",
      TAKES_PATH, QUICK, Do<[](Client& c, const Arguments& a) { return c.IsExist(a.path); }>},
-    {"is-dir", nullptr, "Exit with 0 if PATH is a directory, not a link to one.", nullptr, "is-dir /data/app",
-     TAKES_PATH, QUICK, Do<[](Client& c, const Arguments& a) { return c.IsDir(a.path); }>},
+    {"is-dir", nullptr, "Exit with 0 if PATH is a directory and no link.", nullptr, "is-dir /data/app", TAKES_PATH,
+     QUICK, Do<[](Client& c, const Arguments& a) { return c.IsDir(a.path); }>},
     {"ls", nullptr, "List the directory PATH; directories end in \"/\".", nullptr, "ls /data/app", TAKES_PATH, QUICK,
      Do<[](Client& c, const Arguments& a) { return c.ListDir(a.path); }>},
-    {"prepare-dir", nullptr, "Create the directory PATH with an owner and a mode.", MAKES_ANCESTORS,
-     "prepare-dir -r system:system 0771 /data/app/el1", TAKES_OWNER | TAKES_MODE | TAKES_PATH | TAKES_RECURSIVE, QUICK,
+    {"prepare-dir", nullptr, "Create a directory with an owner and a mode.", MAKES_ANCESTORS,
+     "prepare-dir -r system:system 0771 /data/app/el1",
+     TAKES_OWNER | TAKES_MODE | TAKES_PATH | MAKES_DIRECTORY | TAKES_RECURSIVE, QUICK,
      Do<[](Client& c, const Arguments& a) { return c.PrepareDir(a.path, a.user, a.group, a.mode, a.recursion); }>},
     {"mkdir", nullptr, "Create the directory PATH with mode 0700.", MAKES_ANCESTORS, "mkdir -r /data/app/el1",
-     TAKES_PATH | TAKES_RECURSIVE, QUICK,
+     TAKES_PATH | MAKES_DIRECTORY | TAKES_RECURSIVE, QUICK,
      Do<[](Client& c, const Arguments& a) { return c.MkDir(a.path, a.recursion); }>},
     {"move", "moved", "Move SOURCE to the name DESTINATION.", nullptr, "move /data/app.old /data/app",
-     TAKES_SOURCE | TAKES_DESTINATION | TAKES_DRY_RUN | TAKES_PROGRESS | MOVES | OUTLIVES_US, UNLIMITED,
-     Do<[](Client& c, const Arguments& a) { return c.MoveAll(a.path, a.destination); }>},
+     TAKES_SOURCE | TAKES_DESTINATION | TAKES_DRY_RUN | TAKES_PROGRESS | MOVES | REMOVES_SOURCE | OUTLIVES_US,
+     UNLIMITED, Do<[](Client& c, const Arguments& a) { return c.MoveAll(a.path, a.destination); }>},
     {"move-children", "moved the children of", "Move every child of SOURCE into DESTINATION.", nullptr,
      "move-children /data/app.old /data/app",
-     TAKES_SOURCE | TAKES_DESTINATION | TAKES_DRY_RUN | TAKES_PROGRESS | MEANS_CHILDREN | MOVES | OUTLIVES_US,
+     TAKES_SOURCE | TAKES_DESTINATION | TAKES_DRY_RUN | TAKES_PROGRESS | MEANS_CHILDREN | MOVES | REMOVES_SOURCE |
+         OUTLIVES_US,
      UNLIMITED, Do<[](Client& c, const Arguments& a) { return c.MoveSub(a.path, a.destination); }>},
-    {"copy", "copied", "Copy SOURCE to the name DESTINATION, without links.", nullptr, "copy /data/app /data/app.bak",
-     TAKES_SOURCE | TAKES_DESTINATION | TAKES_PROGRESS | OUTLIVES_US, UNLIMITED,
+    {"copy", "copied", "Copy SOURCE to DESTINATION, without links.", nullptr, "copy /data/app /data/app.bak",
+     TAKES_SOURCE | TAKES_DESTINATION | TAKES_DRY_RUN | TAKES_PROGRESS | OUTLIVES_US, UNLIMITED,
      Do<[](Client& c, const Arguments& a) { return c.CopyAll(a.path, a.destination); }>},
     {"copy-children", "copied the children of", "Copy every child of SOURCE into DESTINATION.", nullptr,
      "copy-children /data/app /data/app.bak",
-     TAKES_SOURCE | TAKES_DESTINATION | TAKES_PROGRESS | MEANS_CHILDREN | OUTLIVES_US, UNLIMITED,
+     TAKES_SOURCE | TAKES_DESTINATION | TAKES_DRY_RUN | TAKES_PROGRESS | MEANS_CHILDREN | OUTLIVES_US, UNLIMITED,
      Do<[](Client& c, const Arguments& a) { return c.CopySub(a.path, a.destination); }>},
     {"copy-comb", "moved", "Copy with one owner and mode, then remove SOURCE.", nullptr,
      "copy-comb system:system 0640 /data/app.old /data/app",
-     TAKES_OWNER | TAKES_MODE | TAKES_SOURCE | TAKES_DESTINATION | TAKES_DRY_RUN | TAKES_PROGRESS | OUTLIVES_US,
+     TAKES_OWNER | TAKES_MODE | TAKES_SOURCE | TAKES_DESTINATION | TAKES_DRY_RUN | TAKES_PROGRESS | TAKES_FORCE |
+         REMOVES_SOURCE | OUTLIVES_US,
      UNLIMITED,
      Do<[](Client& c, const Arguments& a) { return c.CopyComb(a.path, a.destination, a.user, a.group, a.mode); }>},
     {"rm", "removed", "Remove PATH and everything below it.", nullptr, "rm --keep-going /data/app.old",
-     TAKES_PATH | TAKES_KEEP_GOING | TAKES_DRY_RUN | OUTLIVES_US, UNLIMITED,
+     TAKES_PATH | TAKES_KEEP_GOING | TAKES_DRY_RUN | REMOVES_SOURCE | OUTLIVES_US, UNLIMITED,
      Do<[](Client& c, const Arguments& a) { return a.keepGoing ? c.TryRemove(a.path) : c.Remove(a.path); }>},
     {"restorecon", nullptr, "Give PATH the security label of the policy.", LABELS_ALL, "restorecon -r /data/app",
      TAKES_PATH | TAKES_RECURSIVE | TAKES_FROM_PARENT | OUTLIVES_US, UNLIMITED, Do<[](Client& c, const Arguments& a) {
@@ -128,6 +135,50 @@ Answer AskWithProgress(const SubCommand& command, Client& client, const ClientOp
     return answer;
 }
 
+std::string Subject(const SubCommand& command, const Arguments& arguments) {
+    return std::string(command.name) + " " + Objects(command, arguments);
+}
+
+/// Why the request is not sent; empty if it is.
+std::string RefusalOf(const Preflight& preflight, const Arguments& arguments) {
+    if (!preflight.refusal.empty() && !arguments.isForced) {
+        return "not sent: " + preflight.refusal + ". The daemon would still remove the source; --force sends it anyway";
+    }
+    return arguments.isStrict && !preflight.LossText().empty() ? "not sent: " + preflight.LossText() : "";
+}
+
+void ReportWarnings(const SubCommand& command, const Arguments& arguments, const Preflight& preflight) {
+    for (const std::string& warning : preflight.warnings) {
+        Complain(Subject(command, arguments), warning);
+    }
+    if (const std::string text = preflight.LossText(); !text.empty()) {
+        Complain(Subject(command, arguments), "warning: " + text);
+    }
+}
+
+/// Corrects answers of the daemon that mislead: success for a directory that exists as a file, and a missing source
+/// that is a broken link.
+void Refine(const SubCommand& command, const Arguments& arguments, Answer& answer) {
+    struct stat st {};
+    if (command.Is(MAKES_DIRECTORY) && answer.isOk && stat(arguments.path.c_str(), &st) == 0 && !S_ISDIR(st.st_mode)) {
+        answer = Failed(std::move(answer), "the path exists and is not a directory");
+    }
+    if (answer.status == ExitStatus::SourceMissing && lstat(arguments.path.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
+        answer.message = "the source is a link that leads nowhere";
+    }
+}
+
+Answer Send(const SubCommand& command, Client& client, const ClientOptions& options, const Arguments& arguments) {
+    const RecordMark before;
+    Answer answer = arguments.showsProgress ? AskWithProgress(command, client, options, arguments)
+                                            : Ask(command, client, arguments);
+    Refine(command, arguments, answer);
+    if (!answer.noAnswer && !answer.message.empty()) {
+        AddCause(answer, arguments, before);
+    }
+    return answer;
+}
+
 }  // namespace
 
 std::span<const SubCommand> SubCommands() {
@@ -141,15 +192,22 @@ std::string Objects(const SubCommand& command, const Arguments& arguments) {
 
 ExitStatus Run(const SubCommand& command, const DaemonOptions& daemon, const Arguments& arguments) {
     const ClientOptions options = daemon.WaitingFor(command.replySeconds);
+    const Preflight preflight = Inspect(command, arguments);
     Client client(options);
-    Answer answer = arguments.isDryRun        ? DryRun(command, client, arguments)
-                    : arguments.showsProgress ? AskWithProgress(command, client, options, arguments)
-                                              : Ask(command, client, arguments);
+    Answer answer;
+    if (arguments.isDryRun) {
+        answer = DryRun(command, client, arguments, preflight);
+    } else if (const std::string refusal = RefusalOf(preflight, arguments); !refusal.empty()) {
+        answer = Failed({}, refusal);
+    } else {
+        ReportWarnings(command, arguments, preflight);
+        answer = Send(command, client, options, arguments);
+    }
+    preflight.PutInto(answer.fields);
     if (answer.noAnswer) {
         answer.hint = Advice(answer.noAnswer, options.socketPath);
     }
-    return Print(answer, std::string(command.name) + " " + Objects(command, arguments), ObjectOf(command, arguments),
-                 arguments.style.isJson);
+    return Print(answer, Subject(command, arguments), ObjectOf(command, arguments), arguments.style.isJson);
 }
 
 }  // namespace TAVO::FileMigrateOrvane::Ctl

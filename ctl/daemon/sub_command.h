@@ -22,6 +22,8 @@ struct Arguments {
     bool fromParent = false;
     bool isDryRun = false;
     bool showsProgress = false;
+    bool isStrict = false;  ///< refuse what would lose links or special files
+    bool isForced = false;  ///< send what would lose the source
     AnswerStyle style;
 };
 
@@ -38,9 +40,12 @@ enum Takes : unsigned {
     TAKES_HUMAN = 1U << 8,
     TAKES_DRY_RUN = 1U << 9,
     TAKES_PROGRESS = 1U << 10,
-    MEANS_CHILDREN = 1U << 11,  ///< works on the children of the source
-    MOVES = 1U << 12,           ///< renames if possible
-    OUTLIVES_US = 1U << 13,     ///< may take long; the daemon finishes it even if orvanectl has ended
+    TAKES_FORCE = 1U << 11,     ///< copies the source and removes it even if the copy failed
+    MEANS_CHILDREN = 1U << 12,  ///< works on the children of the source
+    MOVES = 1U << 13,           ///< renames if possible
+    REMOVES_SOURCE = 1U << 14,
+    MAKES_DIRECTORY = 1U << 15,
+    OUTLIVES_US = 1U << 16,  ///< may take long; the daemon finishes it even if orvanectl has ended
 };
 
 struct SubCommand {

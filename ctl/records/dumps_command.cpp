@@ -22,8 +22,8 @@ namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
 constexpr const char* FOOTER =
-    "A dump holds the lines of the kernel log about the daemon at the time of a failure.\n"
-    "It is listed with the record of that failure.\n"
+    "A dump holds the lines of the kernel log about the daemon at the time of a\n"
+    "failure. It is listed with the record of that failure.\n"
     "\n"
     "Example:\n"
     "  orvanectl dumps MOVE@20261121101530";

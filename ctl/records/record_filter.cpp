@@ -81,6 +81,13 @@ std::optional<int> ParseErrorNumber(const std::string& text) {
     return std::nullopt;
 }
 
+std::string Now() {
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    return Digits(local).value_or("");
+}
+
 std::optional<std::string> ParseTime(const std::string& text, Edge edge) {
     for (const TimeForm& form : TIME_FORMS) {
         std::tm time = Today();

@@ -25,6 +25,9 @@ std::optional<int> ParseErrorNumber(const std::string& text);
 /// Which end of a time span is meant: a text without seconds, or without a time, means the first or the last of them.
 enum class Edge { Begin, End };
 
+/// The local time as 14 digits.
+std::string Now();
+
 /// "2026-11-21", "2026-11-21 10:15", "2026-11-21T10:15:30", "10:15" (today), "20261121101530" as 14 digits; nothing for
 /// any other text.
 std::optional<std::string> ParseTime(const std::string& text, Edge edge);

@@ -14,8 +14,9 @@ namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
 constexpr const char* FOOTER =
-    "Without FILE, all record files and their rotated files are read, ordered by time,\n"
-    "the newest record last. With --follow, the rotated files of FILE are read too.\n"
+    "Without FILE, all record files and their rotated files are read, ordered by\n"
+    "time, the newest record last. With --follow, the rotated files of FILE are read\n"
+    "too.\n"
     "Times are local: 2026-11-21, 2026-11-21 10:15, 10:15:30 (today), 20261121101530.\n"
     "The day or minute of --until is included.\n"
     "Bytes that belong to no record are skipped and reported on standard error.\n"
@@ -81,10 +82,10 @@ void Check(const RecordsOptions& options, bool isFollowing) {
 void AddRecordsCommand(CLI::App& app, Action& chosen) {
     const auto options = std::make_shared<RecordsOptions>();
     const auto isFollowing = std::make_shared<bool>(false);
-    CLI::App* parser = app.add_subcommand("records", "Show the records of failed operations and refused requests.");
+    CLI::App* parser = app.add_subcommand("records", "Show the records of failures.");
     parser->add_option("FILE", options->files, "record files, or - for standard input")->type_name("");
     AddFilters(*parser, *options);
-    parser->add_flag("-v,--verbose", options->isVerbose, "show the likely cause and the snapshots of each record");
+    parser->add_flag("-v,--verbose", options->isVerbose, "show the cause and the snapshots of each record");
     parser->add_flag("--json", options->isJson, "print one JSON object per line");
     parser->add_flag("--summary", options->isSummary, "count records by failure and by directory");
     parser->add_flag("-f,--follow", *isFollowing, "print the last ten records, then each new one");

@@ -6,11 +6,11 @@ declare -gA _orvanectl_options=(
     [ls]='--json'
     [prepare-dir]='--recursive --json'
     [mkdir]='--recursive --json'
-    [move]='--dry-run --progress --json'
-    [move-children]='--dry-run --progress --json'
-    [copy]='--progress --json'
-    [copy-children]='--progress --json'
-    [copy-comb]='--dry-run --progress --json'
+    [move]='--strict --dry-run --progress --json'
+    [move-children]='--strict --dry-run --progress --json'
+    [copy]='--dry-run --progress --json'
+    [copy-children]='--dry-run --progress --json'
+    [copy-comb]='--strict --force --dry-run --progress --json'
     [rm]='--keep-going --dry-run --json'
     [restorecon]='--recursive --from-parent --json'
     [chown]='--recursive --json'
@@ -22,7 +22,7 @@ declare -gA _orvanectl_options=(
     [records]='--since --until --type --errno --path --verbose --json --summary --follow'
     [dumps]='--json'
 )
-declare -g _orvanectl_common='--help --socket --timeout'
+declare -g _orvanectl_common='--help --version --socket --timeout'
 
 # Sets `command` to the sub-command on the line and `operands` to the number of its arguments before the cursor.
 _orvanectl_parse() {

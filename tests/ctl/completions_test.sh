@@ -9,6 +9,9 @@ listed() {
         echo "$command '$("$1" "$command" --help | grep -oP '^  (-.,)?\K--(?!help)[a-z-]+' | paste -sd ' ')'"
     done
 }
+for command in '' $("$1" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]*\) .*/\1/p'); do
+    if "$1" $command --help | grep -nE '^.{81}'; then echo "the help of '$command' is wider than 80 columns" && exit 1; fi
+done
 table=$(listed "$1")
 diff <(echo "$table") <(sed -n "s/^    \[\(.*\)\]='/\1 '/p" packaging/completion/orvanectl.bash)
 diff <(echo "$table") <(sed -n "/^takes=(/,/^)/s/^    //p" packaging/completion/_orvanectl)

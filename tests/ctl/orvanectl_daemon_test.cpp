@@ -1,4 +1,8 @@
 // The tool's own questions to the real daemon: progress, dry runs, status. They must leave no records.
+#include <cstdlib>
+#include <filesystem>
+#include <tuple>
+
 #include "daemon_test.h"
 #include "run_tool.h"
 
@@ -45,8 +49,73 @@ TEST_F(OrvanectlDaemonTest, DryRunCountsWhatWouldBeTouched) {
     }
     EXPECT_TRUE(Has(RunTool("move " + both).out, R"("directories":2,"others":2,"kilobytes":16,"replaced":1,"would_)"));
     EXPECT_TRUE(Has(RunTool("move-children " + both).out, R"("directories":1,"others":2,"kilobytes":)"));
-    EXPECT_TRUE(RunTool("copy-comb 0:0 640 " + src + " /no/x --dry-run").out.starts_with("it would fail: "));
     EXPECT_EQ(RunTool("move /absent /y --dry-run").status, 3);
+}
+
+/// Runs the tool in the scratch tree.
+Finished RunIn(const ScratchTree& tree, const std::string& words) {
+    return RunTool(words, "cd " + tree.Path("") + " &&");
+}
+
+TEST_F(OrvanectlDaemonTest, SaysWhatWouldBeLostBeforeItIs) {
+    Start();
+    tree->File("src/file");
+    tree->Link("src/link", "file");
+    tree->Link("dangling", "nowhere");
+    const std::string other = std::getenv("FILE_MIGRATE_SECOND_FS") + std::string("/lost");
+    const std::string lost = "1 symbolic link would be lost: " + tree->Path("src/link") + "\n";
+    const std::string comb = "orvanectl: copy-comb " + tree->Path("src") + " -> ";
+    const std::string none = " is not an existing directory";
+    const std::string removed = ". The daemon would still remove the source; --force sends it anyway\n";
+    const std::tuple<std::string, int, std::string> rows[] = {
+        {"move src " + other + " --strict", 1,
+         "orvanectl: move " + tree->Path("src") + " -> " + other + ": not sent: " + lost},
+        {"move-children src " + tree->Dir("into"), 0, ""},  // a rename keeps links
+        {"move-children into src", 0, ""},
+        {"copy-comb 0:0 640 src absent", 1,
+         comb + tree->Path("absent: not sent: the destination ") + tree->Path("absent") + none + removed},
+        {"copy-comb 0:0 640 src src", 1,
+         comb + tree->Path("src: not sent: the destination ") + tree->Path("src") + " lies inside the source" +
+             removed},
+        {"copy-comb 0:0 640 src absent --dry-run", 1,
+         comb + tree->Path("absent: it would fail: the destination ") + tree->Path("absent") + none + "; " +
+             tree->Path("src") + " would be removed and its files lost\n"},
+        {"move src src/in --dry-run", 1,
+         "orvanectl: move " + tree->Path("src") + " -> " + tree->Path("src/in") +
+             ": it would fail: " + tree->Path("src/in") + " lies inside the source\n"},
+        {"copy src src/file --dry-run", 1,
+         "orvanectl: copy " + tree->Path("src") + " -> " + tree->Path("src/file") +
+             ": it would fail: " + tree->Path("src/file") + " lies inside the source\n"},
+        {"mkdir src/file", 1,
+         "orvanectl: mkdir " + tree->Path("src/file") + ": the path exists and is not a directory\n"},
+        {"move dangling x", 3,
+         "orvanectl: move " + tree->Path("dangling") + " -> " + tree->Path("x") +
+             ": the source is a link that leads nowhere\n"},
+        {"move src " + other, 0, "orvanectl: move " + tree->Path("src") + " -> " + other + ": warning: " + lost},
+    };
+    for (const auto& [words, status, err] : rows) {
+        const Finished run = RunIn(*tree, words);
+        EXPECT_EQ(run.status, status) << words;
+        EXPECT_EQ(run.err.substr(0, err.size()), err) << words << "\n" << run.err;
+    }
+    EXPECT_EQ(ReadFile(other + "/file"), "content");
+    std::filesystem::remove_all(other);
+}
+
+TEST_F(OrvanectlDaemonTest, AFailureComesWithItsCauseAndItsRecords) {
+    Start();
+    tree->MakeImmutable(tree->File("fixed"));
+    EXPECT_EQ(RunIn(*tree, "move absent/x y").err.find("hint: "), std::string::npos) << "it leaves no record";
+    const std::string call = "orvanectl: move " + tree->Path("fixed") + " -> " + tree->Path("new");
+    const Finished run = RunIn(*tree, "move fixed new");
+    EXPECT_EQ(run.err.substr(0, run.err.find("hint: ")), call +
+                                                             ": EPERM (Operation not permitted)\nlikely cause: the "
+                                                             "source " +
+                                                             tree->Path("fixed") + " has the immutable flag\n");
+    const std::string hint = run.err.substr(run.err.find("orvanectl records"));
+    const Finished shown = RunTool(hint.substr(10, hint.find(" shows") - 10));
+    EXPECT_TRUE(Has(shown.out, "likely cause: the source ")) << hint << shown.out << shown.err;
+    EXPECT_TRUE(Has(RunIn(*tree, "move fixed new --json").out, R"("records":1,"cause":"immutable","cause_path":"/)"));
 }
 
 TEST_F(OrvanectlDaemonTest, ProgressGrowsAndCtrlCLeavesTheDaemonAtWork) {

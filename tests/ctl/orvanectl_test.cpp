@@ -47,12 +47,14 @@ TEST(Orvanectl, StatusAndText) {
     ExpectRun("chown root:" + std::string(36, 'g') + " /a", {}, 2, "", "group is longer than 35 bytes");
     ExpectRun("rm ''", {}, 2, "", "path is empty");
     ExpectRun("chown root /a", {}, 2, "", "USER:GROUP");
+    ExpectRun("chown 4294967301:0 /a", {}, 2, "", "the user 4294967301 is larger than 4294967294");
+    ExpectRun("chown 0:4294967295 /a", {}, 2, "", "the group 4294967295 is larger than 4294967294");
     ExpectRun("chmod u+x /a", {}, 2, "", "octal");
     ExpectRun("chmod 000 /a", {}, 2, "", "must not be 0");
     ExpectRun("chmod -- -755 /a", {}, 2, "", "-755: the daemon refuses a mode that contains \"-\"");
     ExpectRun("move /a " + std::string(4096, 'n'), {}, 2, "", "longer than 4095 bytes: ");
     ExpectRun("du -h /a", {ReplyBytes(35840, 0)}, 0, "35M\n", "");
-    ExpectRun("sing", {}, 2, "", "sing");
+    ExpectRun("sing --help", {}, 2, "", "orvanectl: sing: there is no such sub-command");
     ExpectRun("", {}, 2, "", "sub-command is required");
 }
 
