@@ -38,12 +38,17 @@ Cause NoDescriptor(const Evidence& e);
 Cause NoDescriptorInSystem(const Evidence& e);
 Cause DiskFailed(const Evidence& e);
 Cause NoMemory(const Evidence& e);
+Cause CorruptFileSystem(const Evidence& e);
+Cause TooManySubdirectories(const Evidence& e);
+Cause TooLarge(const Evidence& e);
+Cause KernelFileSystem(const Evidence& e);
 
 // The daemon is not allowed to do it.
 Cause Flagged(const Evidence& e);
 Cause Sticky(const Evidence& e);
 Cause MayNotChown(const Evidence& e);
 Cause StickyFile(const Evidence& e);
+Cause MissingCapability(const Evidence& e);
 Cause Denied(const Evidence& e);
 
 }  // namespace TAVO::FileMigrateOrvane::Reader

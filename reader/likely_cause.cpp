@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <string_view>
 
@@ -15,9 +17,13 @@ constexpr struct {
     {EPERM, Sticky},
     {EPERM, MayNotChown},
     {EACCES, StickyFile},
+    {EACCES, MissingCapability},
+    {EPERM, KernelFileSystem},
+    {EACCES, KernelFileSystem},
     {EACCES, Denied},
     {ENOENT, MissingParent},
     {ENOENT, MissingSource},
+    {ENOENT, KernelFileSystem},
     {ENOTDIR, ParentIsNoDirectory},
     {ENOTDIR, DirectoryOntoOther},
     {ENOTDIR, SourceIsNoDirectory},
@@ -30,11 +36,14 @@ constexpr struct {
     {EEXIST, SameFile},
     {EINVAL, IntoItself},
     {EINVAL, SpecialFile},
+    {EINVAL, DestinationIsLink},
+    {EINVAL, KernelFileSystem},
     {EOPNOTSUPP, DestinationIsLink},
     {EOPNOTSUPP, LinkHasNoMode},
     {EOPNOTSUPP, NoLabels},
     {EXDEV, OtherFileSystem},
     {EBUSY, MountPoint},
+    {EROFS, KernelFileSystem},
     {EROFS, ReadOnly},
     {ENOSPC, NoSpace},
     {EDQUOT, NoQuota},
@@ -46,6 +55,9 @@ constexpr struct {
     {ENFILE, NoDescriptorInSystem},
     {EIO, DiskFailed},
     {ENOMEM, NoMemory},
+    {EUCLEAN, CorruptFileSystem},
+    {EMLINK, TooManySubdirectories},
+    {EFBIG, TooLarge},
 };
 
 Cause MissingArgument(const std::string& what) {
@@ -147,20 +159,39 @@ Cause LikelyCause(const Record& record) {
 }
 
 std::string ToCheck(const Record& record) {
-    const Evidence evidence(record);
-    const bool isForOne = evidence.IsType("CHMOD") || evidence.IsType("REMOVE");
-    const bool isForName = evidence.IsType("Unlink") || evidence.IsType("RMDIR");
-    if (record.errorNumber != EPERM || !(isForOne || isForName || evidence.IsType("MKDIR"))) {
+    const Evidence e(record);
+    const std::string src = Quoted(record.src);
+    const std::string parent = Quoted(e.srcParent);
+    if (!LikelyCause(record).word.empty() || !record.errorNumber) {
         return {};
     }
-    std::string command("lsattr -d");
-    if (isForOne || isForName) {
-        command.append(" ").append(Quoted(record.src));
+    const bool isTree = e.IsType("REMOVE") && !e.Is(record.src, S_IFREG);
+    const bool isRemoval = e.IsType("REMOVE") || e.IsType("Unlink") || e.IsType("RMDIR");
+    switch (*record.errorNumber) {
+        case EPERM:
+            if (isTree) {
+                return "lsattr -d " + parent + "; lsattr -Ra " + src + " (an object below may be immutable)";
+            }
+            if (isRemoval) {
+                return "lsattr -d " + src + " " + parent + "; swapon --show (this record holds no inode flags)";
+            }
+            if (e.IsType("CHMOD")) {
+                return "lsattr -d " + src + "; grep CapEff /proc/$(pidof file_migrate_orvane)/status (cap_fowner is 8)";
+            }
+            return e.IsType("MKDIR") ? "lsattr -d " + parent + " (this record holds no inode flags)"
+                   : e.HasTwoPaths() ? "swapon --show (a swap file in use cannot be moved or replaced)"
+                                     : std::string();
+        case EBUSY:
+            return isRemoval || e.IsType("MOVE") ? "findmnt -o TARGET | grep -F " + src + " (a mount point below it)"
+                                                 : "";
+        case EINVAL:
+            return e.Is(record.src, S_IFDIR) ? "find " + src + " ! -type f ! -type d (objects that are not copied)"
+                                             : "";
+        case EACCES:
+            return "namei -l " + src + "; grep CapEff /proc/$(pidof file_migrate_orvane)/status";
+        default:
+            return {};
     }
-    if (!isForOne) {  // only the parent for MKDIR, because its path does not exist
-        command.append(" ").append(Quoted(evidence.srcParent));
-    }
-    return command.append(" (this record holds no inode flags)");
 }
 
 }  // namespace TAVO::FileMigrateOrvane::Reader

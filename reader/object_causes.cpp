@@ -51,6 +51,10 @@ Cause MissingSource(const Evidence& e) {
     if (e.IsType("MKDIR") || (e.ErrorOf(path) != ENOENT && !IsPlainLook(e))) {
         return {};
     }
+    if (e.IsType("CHOWN")) {
+        return {"source-missing", path,
+                path + " does not exist; a move across file systems does not create links and special files"};
+    }
     return path.empty() ? Cause{"empty-path", "", "the path is empty"}
                         : Cause{"source-missing", path, e.Named(path) + " does not exist"};
 }
@@ -136,6 +140,11 @@ Cause SpecialFile(const Evidence& e) {
 
 Cause DestinationIsLink(const Evidence& e) {
     const std::string& dst = e.record.dst;
+    const FlagsSnapshot* const flags = e.Flags(dst);
+    if (e.IsType("COPY") && e.Is(dst, S_IFLNK) && flags != nullptr && flags->failedStep == "realpath" &&
+        flags->errorNumber == ENOENT) {
+        return {"dangling-link", dst, e.Named(dst) + " is a symbolic link that leads nowhere"};
+    }
     const bool isSo = e.IsType("COPY") && e.Is(dst, S_IFLNK);
     return isSo ? Cause{"destination-link", dst, e.IsA(dst) + ", and the daemon does not write through links"}
                 : Cause();
@@ -234,6 +243,34 @@ Cause DiskFailed(const Evidence& e) {
 
 Cause NoMemory(const Evidence& /*e*/) {
     return {"no-memory", "", "the system had no memory left"};
+}
+
+Cause CorruptFileSystem(const Evidence& e) {
+    return {"corrupt", e.Target(), "the file system of " + e.Target() + " is damaged; check it with fsck"};
+}
+
+Cause TooManySubdirectories(const Evidence& e) {
+    const std::string& parent = e.HasTwoPaths() ? e.dstParent : e.srcParent;
+    return {"too-many-links", parent, e.Named(parent) + " cannot hold more subdirectories on its file system"};
+}
+
+Cause TooLarge(const Evidence& e) {
+    return {"too-large", e.record.src,
+            "the file is larger than the file system of " + e.Target() + " or the daemon's own limit allows"};
+}
+
+/// /proc and /sys have no files of their own; cgroups, below /sys/fs, accept new directories.
+Cause KernelFileSystem(const Evidence& e) {
+    for (const std::string& path : {e.record.dst, e.IsType("COPY") ? std::string() : e.record.src}) {
+        const bool isInSys = path.starts_with("/sys/") && !path.starts_with("/sys/fs/cgroup/");
+        if (path.starts_with("/proc/") || isInSys) {
+            return {"kernel-file-system", path,
+                    e.Named(path) + " is in " + (isInSys ? "/sys" : "/proc") +
+                        ", where the kernel allows no such change" +
+                        (e.record.errorNumber == EROFS ? ", and it is mounted read-only for the daemon" : "")};
+        }
+    }
+    return {};
 }
 
 }  // namespace TAVO::FileMigrateOrvane::Reader

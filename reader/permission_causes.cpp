@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -121,6 +122,55 @@ Cause StickyFile(const Evidence& e) {
                         "fs.protected_regular, or a security module: " + e.Named(e.record.dst) +
                             " is another user's file in a sticky directory" + Labels(e)}
                 : Cause();
+}
+
+constexpr std::uint32_t READ = 4;
+constexpr std::uint32_t WRITE = 2;
+constexpr std::uint32_t SEARCH = 1;
+
+/// Whether the permission bits refuse `wanted` to the daemon. Its supplementary groups are not in the record, but if
+/// one of them had allowed the access there would be no failure.
+bool Refuses(const StatSnapshot& object, const ProcessSnapshot& process, std::uint32_t wanted) {
+    const std::uint32_t shift = object.uid == process.euid ? 6 : object.gid == process.egid ? 3 : 0;
+    return (object.mode >> shift & wanted) != wanted;
+}
+
+/// Permission bits that stop a daemon without CAP_DAC_OVERRIDE.
+Cause MissingCapability(const Evidence& e) {
+    const ProcessSnapshot* const process = e.Process();
+    if (process == nullptr || !e.Lacks(CAP_DAC_OVERRIDE)) {
+        return {};
+    }
+    const std::string& src = e.record.src;
+    const std::string& dst = e.record.dst;
+    const bool isMove = e.IsType("MOVE");
+    const bool isNew = e.Object(dst) == nullptr;
+    const std::tuple<std::string, std::uint32_t, const char*> needed[] = {
+        {e.srcParent, isMove ? WRITE | SEARCH : SEARCH, isMove ? "write to " : "search "},
+        {e.dstParent, isMove || isNew ? WRITE | SEARCH : SEARCH, "write to "},
+        {src,
+         isMove || !e.IsType("COPY") ? 0
+         : e.Is(src, S_IFDIR)        ? READ | SEARCH
+                                     : READ,
+         "read "},
+        {dst, isMove || !e.Is(dst, S_IFREG) ? 0 : WRITE, "write to "},
+    };
+    for (const auto& [path, wanted, doing] : needed) {
+        const StatSnapshot* const object = e.Object(path);
+        if (object != nullptr && !S_ISLNK(object->mode) && Refuses(*object, *process, wanted)) {
+            return {"no-cap-dac-override", path,
+                    "the daemon may not " + (doing + e.Named(path)) + ": " + StatInWords(*object).substr(0, 10) + " " +
+                        std::to_string(object->uid) + ":" + std::to_string(object->gid) + ", and the daemon, user " +
+                        std::to_string(process->euid) + ", does not have cap_dac_override"};
+        }
+    }
+    for (const std::string& path : PathsOf(e)) {
+        if (e.ErrorOf(path) == EACCES) {
+            return {"no-cap-dac-override", path,
+                    "the daemon may not search a directory above " + path + ", and does not have cap_dac_override"};
+        }
+    }
+    return {};
 }
 
 /// Permission bits do not stop a process with CAP_DAC_OVERRIDE, but fs.protected_symlinks does, at another user's link

@@ -77,6 +77,9 @@ void Put(Answer& answer, const Found& found, const RecordFilter& filter) {
         PutText(answer.fields, "cause_path", cause.path);
         PutText(answer.fields, "likely_cause", cause.text);
     }
+    if (const std::string check = Reader::ToCheck(found.first); !check.empty()) {
+        answer.message += "\nto check: " + Printable(check);
+    }
     answer.hint = "orvanectl records -v --since '" + TimeText(filter.since, ' ') + "' --path " +
                   Printable(Reader::Quoted(filter.path)) +
                   (found.count == 1 ? " shows the record" : " shows the records");

@@ -139,7 +139,10 @@ Json JsonLine(const Reader::Record& record) {
 Json ToJson(const Reader::LocatedRecord& located) {
     const Reader::Record& record = located.record;
     Json object = JsonLine(record);
-    PutTextOrNull(object, "likely_cause", Reader::LikelyCause(record).text);
+    const Reader::Cause cause = Reader::LikelyCause(record);
+    object["cause"] = cause.word.empty() ? Json() : Json(cause.word);
+    PutTextOrNull(object, "cause_path", cause.path);
+    PutTextOrNull(object, "likely_cause", cause.text);
     PutTextOrNull(object, "to_check", Reader::ToCheck(record));
     object["ambiguous"] = record.isAmbiguous;
     object["snapshots"] = Json::array();

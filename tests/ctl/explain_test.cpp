@@ -26,7 +26,8 @@ TEST(ExplainTest, NumbersInWords) {
 
 /// A record of an operation from /a/s to /b/d with snapshots of the objects in `words`. The letter before each path is
 /// the kind of object: "d" a directory, "f" a file, "o" a file of user 8, "l" a link, "p" a pipe, "t" a sticky
-/// directory of user 5, "x" a missing object. "!" after the letter adds the immutable flag, "+" the append-only flag.
+/// directory of user 5, "x" a missing object, "e" one that may not be looked at. "!" after the letter adds the
+/// immutable flag, "+" the append-only flag.
 /// "=DIGITS" is the daemon, running as user 9, with these capabilities.
 Record Failed(const std::string& type, int error, const std::string& words) {
     const std::map<char, std::uint32_t> modes = {{'d', 040755}, {'l', 0120777}, {'p', 010644}, {'t', 041777}};
@@ -46,7 +47,7 @@ Record Failed(const std::string& type, int error, const std::string& words) {
         const std::uint32_t mode = modes.count(kind) != 0 ? modes.at(kind) : 0100644;
         const std::uint32_t uid = kind == 'o' ? 8 : kind == 't' ? 5 : 0;
         const std::uint32_t flags = word[1] == '!' ? 0x10 : word[1] == '+' ? 0x20 : 0;
-        const int missing = kind == 'x' ? ENOENT : 0;
+        const int missing = kind == 'x' ? ENOENT : kind == 'e' ? EACCES : 0;
         const StatSnapshot stat{path, missing, 1, path.size(), mode, 1, uid};
         const AttributeSnapshot label{path, missing, missing == 0 ? "security.selinux" : "", "u:" + path};
         record.snapshots.insert(record.snapshots.end(), {stat, label, FlagsSnapshot{path, "", missing, flags}});
@@ -65,7 +66,19 @@ TEST(ExplainTest, FindsCertainCauses) {
         {"MOVE", ENOENT, "x/a/s x/b/d d/a d/b", "the source /a/s does not exist"},
         {"MOVE", ENOTDIR, "f/a/s x/b/d d/a f/b", "the destination's parent directory /b is a regular file"},
         {"COPY", EINVAL, "p/a/s x/b/d d/b", "the source /a/s is a pipe: only files and directories are copied"},
-        {"COPY", EACCES, "f/a/s o/b/d t/b =00", ""},
+        {"COPY", EACCES, "f/a/s o/b/d t/b =00",
+         "the daemon may not write to the destination /b/d: -rw-r--r-- 8:0, and the daemon, user 9, does not have "
+         "cap_dac_override"},
+        {"MOVE", EACCES, "f/a/s x/b/d d/a d/b =00",
+         "the daemon may not write to the source's parent directory /a: drwxr-xr-x 0:0, and the daemon, user 9, does "
+         "not "
+         "have cap_dac_override"},
+        {"CHOWN", EACCES, "e/a/s =00",
+         "the daemon may not search a directory above /a/s, and does not have cap_dac_override"},
+        {"COPY", EROFS, "f/a/s x/b/d d/b", "the file system of /b is read-only"},
+        {"COPY", EUCLEAN, "f/a/s x/b/d d/b", "the file system of /b is damaged; check it with fsck"},
+        {"MOVE", EMLINK, "d/a/s x/b/d d/a d/b",
+         "the destination's parent directory /b cannot hold more subdirectories on its file system"},
         {"COPY", EACCES, "f/a/s o/b/d t/b =1ffffffffff",
          "fs.protected_regular, or a security module: the destination /b/d is another user's file in a sticky "
          "directory; labels: /a/s u:/a/s, /b/d u:/b/d, /b u:/b"},
@@ -80,10 +93,29 @@ TEST(ExplainTest, FindsCertainCauses) {
     Record record = Failed("ISDIR", ENOTDIR, "");
     record.src = "/a/s/";
     EXPECT_EQ(LikelyCause(record).text, "/a/s/ or something above it is not a directory");
-    record = Failed("RMDIR", EPERM, "");
-    EXPECT_EQ(ToCheck(record), "lsattr -d /a/s /a (this record holds no inode flags)");
-    record.src = "/a/it's;reboot";
-    EXPECT_EQ(ToCheck(record), "lsattr -d '/a/it'\\''s;reboot' /a (this record holds no inode flags)");
+    record = Failed("MKDIR", EROFS, "");
+    record.src = "/proc/new";
+    EXPECT_EQ(LikelyCause(record).word, "kernel-file-system");
+    record.src = "/sys/fs/cgroup/new";
+    EXPECT_EQ(LikelyCause(record).word, "read-only");
+}
+
+TEST(ExplainTest, NamesACommandWhereTheRecordShowsNoCause) {
+    const std::tuple<std::string, int, std::string, std::string> rows[] = {
+        {"MKDIR", EPERM, "", "lsattr -d /a (this record holds no inode flags)"},
+        {"RMDIR", EPERM, "", "lsattr -d /a/s /a; swapon --show (this record holds no inode flags)"},
+        {"REMOVE", EPERM, "f/a/s", "lsattr -d /a/s /a; swapon --show (this record holds no inode flags)"},
+        {"REMOVE", EPERM, "d/a/s", "lsattr -d /a; lsattr -Ra /a/s (an object below may be immutable)"},
+        {"REMOVE", EBUSY, "d/a/s", "findmnt -o TARGET | grep -F /a/s (a mount point below it)"},
+        {"COPY", EINVAL, "d/a/s x/b/d d/b", "find /a/s ! -type f ! -type d (objects that are not copied)"},
+        {"MOVE", EPERM, "f!/a/s x/b/d d/a d/b", ""},
+    };
+    for (const auto& [type, error, snapshots, command] : rows) {
+        EXPECT_EQ(ToCheck(Failed(type, error, snapshots)), command) << type << " " << snapshots;
+    }
+    Record record = Failed("MKDIR", EPERM, "");
+    record.src = "/it's;reboot/s";
+    EXPECT_EQ(ToCheck(record), "lsattr -d '/it'\\''s;reboot' (this record holds no inode flags)");
 }
 
 TEST(ExplainTest, RolesOfPaths) {

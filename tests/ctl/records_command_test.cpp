@@ -47,7 +47,7 @@ TEST_F(RecordsCommand, Filters) {
     EXPECT_EQ(shown("--since 20261121101531 --until 2026-11-21T10:15"), "2 ");
     EXPECT_EQ(shown("--type isdir --errno eacces"), "3 ");
     EXPECT_EQ(shown("--path /data/app"), "1 3 4 ");
-    EXPECT_EQ(shown("--path /data/app/x/ --json"), "3 ");
+    EXPECT_EQ(shown("--path /data/app/x/ --json"), "3 3 ");  // also in "to_check"
     EXPECT_EQ(shown("- <" + file), "1 1 2 2 3 3 4 4 ");
     EXPECT_EQ(Numbers(RunTool("records --path app/. " + file, "cd /data;").out), "1 3 4 ");
     EXPECT_EQ(RunTool("records --type COPY --summary " + file).err,
