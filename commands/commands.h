@@ -33,9 +33,9 @@ std::int32_t ProcessMkDirCmd(const FileMigrateRcvMsg* msg, extraInfo& info);
 
 // Migration. The result is -2 if the source does not exist.
 
-/// Takes each child of `src` into `dst`: copies for command 6, moves for any other.
+/// Copies (command 6) or moves (any other command) each child of `src` into `dst`.
 std::int32_t ProcessMigrateSubCmd(const FileMigrateRcvMsg* msg, extraInfo& info);
-/// Takes `src` itself to `dst`: copies for command 7, moves for any other.
+/// Copies (command 7) or moves (any other command) `src` itself to `dst`.
 std::int32_t ProcessMigrateAllCmd(const FileMigrateRcvMsg* msg, extraInfo& info);
 /// Copies `src` to `dst` with `user`, `group` and `perm`, all of which are required, and removes `src`. Mode 0 is
 /// refused.

@@ -25,8 +25,8 @@ constexpr const char* CONFIGURATION = "/etc/selinux/config";
 constexpr std::array<const char*, 8> RULE_FILES = {"",          ".bin",          ".local", ".local.bin",
                                                    ".homedirs", ".homedirs.bin", ".subs",  ".subs_dist"};
 
-/// Device, inode, size and time of the last change; all zero if there is no such file. Any new content of a file shows
-/// in them.
+/// Device, inode, size and time of the last change; all zero if there is no such file. They change whenever the content
+/// of the file changes.
 using FileStamp = std::array<std::int64_t, 5>;
 using RuleStamps = std::array<FileStamp, RULE_FILES.size()>;
 
@@ -82,7 +82,7 @@ private:
         selinux_callback callback{};
         callback.func_log = PrintLibraryMessage;
         selinux_set_callback(SELINUX_CB_LOG, callback);
-        // The stamps are taken before the files are read: the next call then notices a change in between.
+        // The stamps are taken before the files are read, so that the next call notices a change in between.
         configuration = StampOf(CONFIGURATION);
         selinux_reset_config();
         ruleFiles = StampsOfRules();
@@ -99,7 +99,7 @@ private:
         }
     }
 
-    std::mutex mutex;  ///< guards the members below and the library's own idea of the configuration
+    std::mutex mutex;  ///< guards the members below and the configuration that libselinux has cached
     std::shared_ptr<const LabelRules> rules;
     FileStamp configuration{};
     RuleStamps ruleFiles{};

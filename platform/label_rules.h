@@ -20,7 +20,7 @@ using LabelText = std::unique_ptr<char, FreeText>;
 class LabelRules {
 public:
     /// The rules as the policy's files state them now. They are read at the first call, and again when a file has
-    /// changed since; who still uses the older rules keeps them. May be called from any thread.
+    /// changed since; callers that still use the older rules keep them. May be called from any thread.
     /// @return null with the cause in errno: EOPNOTSUPP if no policy is installed
     [[nodiscard]] static std::shared_ptr<const LabelRules> Current();
 
@@ -31,7 +31,7 @@ public:
     explicit LabelRules(Handle opened) : handle(std::move(opened)) {}
 
     /// The label that the rules prescribe for a path.
-    /// @param mode  the type of the object (the S_IFMT bits): a rule may hold for directories only, for instance
+    /// @param mode  the type of the object (the S_IFMT bits): some rules apply to directories only, for instance
     /// @return null with the cause in errno: ENOENT if the rules prescribe no label
     [[nodiscard]] LabelText Lookup(const char* path, mode_t mode) const;
 

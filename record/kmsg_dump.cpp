@@ -39,8 +39,8 @@ bool IsAboutThisDaemon(std::string_view line) {
     return line.find(TASK_MARK) != std::string_view::npos || line.find(QUOTED_TASK_MARK) != std::string_view::npos;
 }
 
-/// Appends the matching lines of `text` to the dump and ignores a last piece without a newline. The first append, of
-/// nothing, creates the file, so that a log without a match leaves an empty dump.
+/// Appends the matching lines of `text` to the dump and ignores a last piece without a newline. It first appends an
+/// empty text, which creates the file, so a log without a match leaves an empty dump.
 bool WriteMatchingLines(std::string_view text, const std::string& path) {
     if (!WriteStringToFile(path, "", SEEK_END)) {
         return false;

@@ -1,4 +1,4 @@
-// The kernel-log dump: a file beside the records with those lines of the kernel log that name the daemon. A denial by
+// The kernel-log dump: a file next to the records with those lines of the kernel log that name the daemon. A denial by
 // the security policy is such a line.
 #pragma once
 

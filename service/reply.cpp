@@ -16,7 +16,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 /// The total time that the packages of one reply may wait for the client. The limit of a single send is not enough: a
-/// client that reads one package now and then never reaches it.
+/// client that reads one package from time to time never reaches it.
 constexpr std::chrono::seconds PACKAGES_LIMIT{5};
 
 /// Makes all further sends on the connection fail instead of waiting. Its replies are already incomplete, and each

@@ -35,8 +35,8 @@ std::uint32_t MonotonicMs() {
     return static_cast<std::uint32_t>(now.tv_sec * 1000 + now.tv_nsec / 1000000);
 }
 
-/// Creates the listening socket when init passed none. Returns -1 on failure. If the path cannot be copied, it returns
-/// that error number, which the caller mistakes for a descriptor because it only checks for a result below 1.
+/// Creates the listening socket if init did not pass one. Returns -1 on failure. If the path cannot be copied, it
+/// returns that error number, which the caller mistakes for a descriptor because it only checks for a result below 1.
 int CreateServerSocket() {
     // Not closed after a failure, because the process is about to end.
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -170,7 +170,7 @@ void FileMigrateSocketServer::EpollAccept(int epfd, int listenFd) {
     LogError("acceptfd: %{public}d", fd);
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &SEND_LIMIT, sizeof(SEND_LIMIT));
     if (!Watch(epfd, EPOLL_CTL_ADD, fd, EPOLLIN | EPOLLET)) {
-        // The loop would never see its requests or its hang-up.
+        // Without the watch, the loop would never see the client's requests or its hang-up.
         LogError("epoll_ctl failed, connection dropped, fd: %{public}d, errno: %{public}d", fd, errno);
         return;
     }

@@ -50,12 +50,12 @@ private:
     /// shuts down and then closes causes two hang-up events, and the second would drop a worker's reference.
     void DropConnection(int epfd, int fd);
     /// Stops accepting for a while. A client that could not be accepted (no descriptor, no memory, not permitted)
-    /// leaves the listening socket readable, so that the loop would spin.
+    /// leaves the listening socket readable, and the loop would spin.
     void PauseAccepting(int epfd, int listenFd);
     /// Accepts again once the pause is over.
     void ResumeAccepting(int epfd, int listenFd);
 
-    /// Takes a reference on a connection; false if the connection is not open, or no longer.
+    /// Takes a reference on a connection; false if the connection is not open any more.
     [[nodiscard]] bool AddFdRef(int fd);
     /// Drops a reference and closes the connection with the last one; false if there was no reference.
     bool SubFdRef(int fd);

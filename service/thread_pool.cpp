@@ -64,7 +64,7 @@ void FileMigrateSocketServer::AddThreadTask(int fd) {
         TaskNode* const added = node.get();
         (taskHead == nullptr ? taskHead : taskTail->next) = std::move(node);
         taskTail = added;
-        // Wakes all workers although one would do: before glibc 2.41, pthread_cond_signal could wake none.
+        // Wakes all workers although one would do: before glibc 2.41, pthread_cond_signal could fail to wake any.
         pthread_cond_broadcast(&taskCond);
     }
     LogError("eventfd: %{public}d", fd);

@@ -1,9 +1,9 @@
 // The records that file_migrate_orvane and its clients exchange.
 //
-// A client writes one FileMigrateRcvMsg. The daemon answers with one FileMigrateResMsg, followed by `pkgNum`
-// FileMigrateStrPkg. Integers are 32-bit two's complement in host byte order, because both ends run on one machine.
-// Every text field is NUL-terminated within its width. There is no padding, magic number or version: changing a width,
-// an offset or a command number breaks every client in the field.
+// A client writes one FileMigrateRcvMsg. The daemon answers with one FileMigrateResMsg, followed by `pkgNum` records of
+// type FileMigrateStrPkg. Integers are 32-bit two's complement in host byte order, because both ends run on one
+// machine. Every text field is NUL-terminated within its width. There is no padding, magic number or version: changing
+// a width, an offset or a command number breaks every client in the field.
 //
 // This header includes nothing else of the project and is installed for clients.
 #pragma once

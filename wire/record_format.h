@@ -31,7 +31,7 @@ inline constexpr std::array RECORD_FILES = {RECORD_FILE_UPDATE, RECORD_FILE_ZELT
 // "NAME.txt" is rotated to "NAME_YYYYMMDDhhmmss.txt" in the same directory.
 inline constexpr std::string_view RECORD_FILE_SUFFIX = ".txt";
 inline constexpr char ROTATION_SEPARATOR = '_';
-inline constexpr int ROTATION_LIMIT_KB = 256;  ///< allocated KB plus those of the next record; from here on it rotates
+inline constexpr int ROTATION_LIMIT_KB = 256;  ///< a file that would reach this many allocated KB is rotated first
 
 /// A kernel-log dump is "TYPE@YYYYMMDDhhmmss" in this directory.
 inline constexpr const char* DUMP_DIRECTORY = "/data/zelto/update/migrate/file_migrate_fail_kmsg";
@@ -41,7 +41,7 @@ inline constexpr int DUMP_LIMIT = 0x100000;  ///< bytes of the kernel log that a
 /// Digits of a local time in records and file names, YYYYMMDDhhmmss.
 inline constexpr std::size_t TIME_DIGITS = 14;
 
-/// The names of all record types, in no order that means anything.
+/// The names of all record types. Their order has no meaning.
 inline constexpr std::string_view RECORD_TYPES[] = {
     "COPY", "MOVE", "CHOWN", "CHMOD", "MKDIR", "RESTORECON_FROMPARENT",
     // A path, its stat and its extended attributes.
@@ -59,7 +59,7 @@ inline constexpr std::string_view RECORD_TYPES[] = {
     "RECVBUFSIZE", "INVALID_STR", "INVALID_CMD", "INVALID_MODE", "INVALID_RECURSEOPT"};
 
 namespace Detail {
-/// Declared and never defined: reaching it while compiling is the error message.
+/// Declared but never defined. A call in a constant expression stops the compiler, and the name is the error message.
 void RecordTypeIsNotListed();
 }  // namespace Detail
 
@@ -75,11 +75,11 @@ consteval const char* RecordTypeName(const char* name) {
     return nullptr;
 }
 
-/// What precedes the code in a type such as "UID_GETPWNAM".
+/// The prefix of a type such as "UID_GETPWNAM".
 inline constexpr const char* UID_TYPE_PREFIX = "UID_";
 inline constexpr const char* GID_TYPE_PREFIX = "GID_";
 
-// Results of the label library for which the kernel log tells more.
+// Results of the label library after which the kernel log is dumped.
 inline constexpr int LABEL_REFUSED = -13;
 inline constexpr int LABEL_FAULT = -14;
 
@@ -96,7 +96,7 @@ constexpr bool HasKernelLogDump(std::string_view type, int errNo, int labelResul
            (labelResult == LABEL_REFUSED || labelResult == LABEL_FAULT);
 }
 
-/// The texts that precede the values of a record. Numbers are decimal unless said otherwise.
+/// The texts that precede the values of a record. Numbers are decimal unless stated otherwise.
 namespace RecordKey {
 
 inline constexpr std::string_view END = ";";  ///< ends the line and each snapshot
