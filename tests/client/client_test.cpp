@@ -1,5 +1,5 @@
-// The client library against a daemon that answers with what the test wants. What the commands of its C++ interface
-// send and how their answers are read is tried through the tool.
+// The client library against a fake daemon whose answers the test chooses. The tests of orvanectl check what the
+// commands of the C++ interface send and how they read the answers.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -9,12 +9,12 @@
 #include "file_migrate_client.h"
 #include "file_migrate_client.hpp"
 
-/// How many allocations of this thread succeed before one fails; negative: all.
+/// How many allocations of this thread succeed before one fails; if negative, none fails.
 static thread_local int g_allocationsLeft = -1;
 void* operator new(std::size_t size) {
     return g_allocationsLeft >= 0 && g_allocationsLeft-- == 0 ? throw std::bad_alloc() : std::malloc(size);
 }
-// Inlined, the two would look to g++ as if they freed what they did not allocate.
+// If the two were inlined, g++ would warn that they free what they did not allocate.
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }
@@ -49,12 +49,12 @@ TEST(ClientRequest, WhatTheDaemonWouldRefuseIsNotSent) {
     EXPECT_EQ(Complaint(client.ChMod("/a", "-1")), "perm contains \"-\"");
     EXPECT_EQ(Complaint(client.MkDir("/a", Recursion{3})), "recurseOpt is 3, not 0, 1 or 2");
     EXPECT_EQ(Complaint(client.MkDir("/a", Recursion{-1})), "recurseOpt is -1, not 0, 1 or 2");
-    // The longest of everything, and two dots without a slash behind them, are not refused.
+    // The longest text of each field, and ".." without a slash after it, are not refused.
     EXPECT_TRUE(client.CopyComb(s, "/a/..", u, g, p).Succeeded());
     EXPECT_EQ(daemon.Requests(), std::vector{"18|" + s + "|/a/..|" + u + "|" + g + "|" + p + "|0"});
 }
 
-/// The error of a request that is answered with these bytes. The one after it must get its own answer.
+/// The error of a request that is answered with these bytes. The next request must get its own answer.
 std::error_code ErrorOf(const std::string& bytes, bool thenHangUp = false, int replyLimit = 5000) {
     FakeDaemon daemon({{bytes, thenHangUp}, {ReplyBytes(0, 0, {"b:1"})}});
     Client client(OptionsFor(daemon, replyLimit));
@@ -105,7 +105,7 @@ TEST(ClientConnection, OneThatIsFoundClosedBySendingIsMadeAgain) {
 
 TEST(ClientConnection, FailsInTimeAndWithAReason) {
     EXPECT_EQ(Client({.socketPath = std::string(108, 'p')}).Connect().code, std::errc::filename_too_long);
-    FakeDaemon deaf({}, 0);  // room for one; nobody accepts
+    FakeDaemon deaf({}, 0);  // a backlog of one, and no connection is accepted
     Client first(OptionsFor(deaf)), second(OptionsFor(deaf));
     EXPECT_FALSE(first.Connect());
     const auto start = std::chrono::steady_clock::now();

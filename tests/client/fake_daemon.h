@@ -1,5 +1,5 @@
-// A daemon for the client's tests: it listens on a socket file of its own and answers the requests, in the order
-// in which they come, with the bytes it was given. Its thread ends with it; clients must be gone by then.
+// A daemon for the client's tests. It listens on a socket file of its own and answers each request with the next of the
+// given answers. Its destructor waits for its thread, so clients must have disconnected before.
 #pragma once
 
 #include <sys/socket.h>
@@ -31,18 +31,18 @@ inline std::string ReplyBytes(std::int32_t result, std::int32_t errCode, const s
 }
 
 struct Answer {
-    std::string bytes = ReplyBytes(0, 0);  ///< none: the client waits in vain
+    std::string bytes = ReplyBytes(0, 0);  ///< empty: the client gets no answer
     bool thenHangUp = false;
-    bool thenStopReading = false;  ///< keeps the connection, so that only a send finds out
+    bool thenStopReading = false;  ///< keeps the connection open, so that the client notices only when it sends
 };
 
 class FakeDaemon {
 public:
-    /// @param backlog  0: nobody accepts, so that it stays full
+    /// @param backlog  with 0, no connection is accepted, so that the backlog stays full
     explicit FakeDaemon(std::vector<Answer> wanted = {}, int backlog = 10) : answers(std::move(wanted)) {
         sockaddr_un address{AF_UNIX, {}};
         socketPath.copy(address.sun_path, sizeof(address.sun_path) - 1);
-        // A failure shows in the client, which finds no daemon.
+        // If this fails, the client finds no daemon and the test fails.
         static_cast<void>(bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)));
         listen(listener.Get(), backlog);
         if (backlog > 0) {
@@ -51,7 +51,7 @@ public:
     }
     ~FakeDaemon() { shutdown(listener.Get(), SHUT_RDWR); }
 
-    /// Each as "number|src|dst|user|group|perm|recurseOpt".
+    /// The requests so far, each as "number|src|dst|user|group|perm|recurseOpt".
     [[nodiscard]] std::vector<std::string> Requests() const {
         const std::lock_guard lock(mutex);
         return requests;
@@ -59,7 +59,7 @@ public:
 
     const ScratchTree directory;
     const std::string socketPath = directory.Path("socket");
-    std::atomic<int> ended = 0;  ///< connections, whoever hung up
+    std::atomic<int> ended = 0;  ///< connections that have ended, on either side
 
 private:
     void Serve() {
@@ -74,7 +74,7 @@ private:
 
     bool AnswerOne(int fd) {
         FileMigrateRcvMsg r;
-        // One call, as the daemon does: a request that came in pieces would not be whole.
+        // A single call, as in the daemon: a request that comes in pieces is not complete.
         if (recv(fd, &r, sizeof(r), 0) != sizeof(r)) {
             return false;
         }
@@ -84,7 +84,7 @@ private:
                            r.perm + "|" + std::to_string(r.recurseOpt));
         kept = UniqueFd(answer.thenStopReading ? dup(fd) : -1);
         shutdown(kept.Get(), SHUT_RD);
-        // Two pieces, so that the client has to put a reply together.
+        // Two pieces, so that the client has to join them.
         const std::size_t half = answer.bytes.size() / 2;
         send(fd, answer.bytes.data(), half, MSG_NOSIGNAL);
         std::this_thread::yield();
@@ -95,9 +95,9 @@ private:
     const std::vector<Answer> answers;
     mutable std::mutex mutex;
     std::vector<std::string> requests;  ///< guarded by mutex
-    UniqueFd kept;                      ///< the thread's
+    UniqueFd kept;                      ///< used by the thread only
     const UniqueFd listener{socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
-    std::jthread thread;  ///< last, so that it ends before what it uses
+    std::jthread thread;  ///< last, so that it ends before the members that it uses are destroyed
 };
 
 }  // namespace TAVO::FileMigrateOrvane::Testing

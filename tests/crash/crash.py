@@ -1,14 +1,14 @@
 #!/usr/bin/python3
-"""Looks for files that a power cut loses, in every state in which it can leave the disks.
+"""Looks for files that a power cut loses, in the states in which it can leave the disks.
 
     crash.py BUILD [--quick] [ROW...]
 
 Runs in tests/sandbox; `./dev crash` builds and starts it. Each row is a request or a tool's command on file systems
-whose disks log their writes. For each point of that log the disks are built as a power cut there may leave them,
-mounted, and searched for every file. A file is lost that is whole neither at the source nor at the destination. A
-record is lost that is missing after its request was answered. With --quick it takes fewer points and rows; with names
-it takes those rows. The status is 1 if one of our rows lost something, or if the row without flushes lost nothing: then
-the search would not have noticed a loss.
+whose disks log their writes. For each point of that log, the script builds the disks as a power cut there may leave
+them, mounts them, and looks for every file. A file is lost if it is complete neither at the source nor at the
+destination. A record is lost if it is missing although its request was answered. With --quick there are fewer points
+and rows; with names only those rows. The status is 1 if one of our rows lost something. It is also 1 if the row without
+flushes lost nothing, because the search then does not notice losses.
 """
 
 import json
@@ -33,9 +33,9 @@ CTL, DAEMON, DISK = BUILD / "ctl/orvanectl", BUILD / "service/file_migrate_orvan
 NO_FLUSH = BUILD / "tests/libno_flush.so"
 SOCKET = "/dev/unix/socket/file_migrate_orvane"
 RECORDS = Path("/data/zelto/update/migrate")
-POINTS, HALVES = (40, 1) if IS_QUICK else (4000, 3)  # of each log; of each disk at a point
-SECONDS = 1.2 if IS_QUICK else 3  # for what the kernel writes back on its own: an ext4 commits each second
-SKIPPED = 77  # the status that ctest takes for that
+POINTS, HALVES = (40, 1) if IS_QUICK else (4000, 3)  # points of each log; random halves for each disk at a point
+SECONDS = 1.2 if IS_QUICK else 3  # until the kernel has written back data on its own; our ext4 commits each second
+SKIPPED = 77  # ctest reports this status as a skipped test
 
 
 def run(*command):
@@ -43,7 +43,8 @@ def run(*command):
 
 
 class Tree:
-    """A tree that goes from from/tree to to/tree, on another disk or the same. A view is its files that are whole."""
+    """A tree that a command takes from from/tree to to/tree, on another disk or the same. A view is the set of complete
+    files."""
 
     def __init__(self, command, directories=10, files=90, destination=None):
         choose = random.Random(2)
@@ -71,7 +72,7 @@ class Tree:
 
     def look(self, place):
         paths = [Path(folder, name) for folder, _, names in os.walk(place) for name in names]
-        for path in paths:  # so that all are read at once
+        for path in paths:  # so that the kernel reads them in parallel
             with open(path, "rb") as file:
                 os.posix_fadvise(file.fileno(), 0, 0, os.POSIX_FADV_WILLNEED)
         return {("/".join(path.parts[-2:]), zlib.crc32(path.read_bytes())) for path in paths}
@@ -84,10 +85,10 @@ class Tree:
 
 
 class Records:
-    """Requests that fail one after the other, with their records on the disk. A view is what orvanectl reads there: a
-    record of which a part is missing counts as another one."""
+    """Requests that fail one after the other, with their records on the disk. A view is the set of records that
+    orvanectl reads there. An incomplete record counts as a different one."""
 
-    NAME = "/none/" + 4 * ("x" * 250 + "/")  # large records, so that 45 bring about a rotation
+    NAME = "/none/" + 4 * ("x" * 250 + "/")  # long, so that 45 records cause a rotation
 
     def fill(self, *_):
         pass
@@ -121,7 +122,7 @@ class Row:
     name: str
     subject: object
     places: list = field(default_factory=lambda: ["first", "second"])  # where its disks are mounted
-    loses: bool | None = False  # what has to come out; None: whatever does
+    loses: bool | None = False  # the expected outcome; None: either is right
     environment: dict = field(default_factory=dict)  # the daemon's
     is_quick: bool = True
 
@@ -158,7 +159,7 @@ def daemon(environment):
 
 
 def record(workshop, row, kind):
-    """Lets a row work on disks that log; returns the images as they were before, and the log."""
+    """Runs a row on disks that log. Returns the images from before the row, and the log."""
     places = [workshop.folder(place) for place in row.places]
     images = [workshop.make_image(f"image{number}", kind, lambda place: row.subject.fill(number, place))
               for number in range(len(places))]
@@ -166,14 +167,14 @@ def record(workshop, row, kind):
         with daemon(row.environment):
             row.subject.act(places, log)
         time.sleep(SECONDS)
-        for place in places:  # the source first: the worst order
+        for place in places:  # the source first, which is the worst order
             run("sync", "-f", place)
         whole = log.read_bytes()
     return images, whole
 
 
 def search(workshop, row, kind):
-    """One line of the table; returns whether what came out is what has to."""
+    """Prints one line of the table. Returns whether the outcome is as expected."""
     images, log = record(workshop, row, kind)
     seen, losses, worst = set(), 0, 0
     for at, combination in states(workshop, images, kind, log, row.subject.look, POINTS, HALVES):

@@ -1,10 +1,12 @@
-// A disk that remembers every write: a FUSE file system whose files "0", "1", ... are images for loop devices, over
-// ordinary files of the same size. Each write and each flush is appended to one log: a WriteHeader, then the bytes
-// written. A loop device turns a flush, and a write that must reach the disk at once, into an fsync after the writes.
+// A disk that logs every write: a FUSE file system whose files "0", "1", ... are images for loop devices and store
+// their data in ordinary files of the same size. Each write and each flush is appended to one log: a WriteHeader, then
+// the bytes written. A loop device turns a flush, and a write that must reach the disk at once, into an fsync after the
+// writes.
 //
 //     disk LOG MOUNTPOINT IMAGE...
 //
-// One thread serves everything, so that the log has one order. Ends when it is unmounted or killed.
+// One thread serves all requests, so that the order of the log is the order of the writes. Ends when it is unmounted or
+// killed.
 #define FUSE_USE_VERSION 312
 #include <fcntl.h>
 #include <fuse_lowlevel.h>
@@ -79,7 +81,7 @@ void GetAttributes(fuse_req_t request, fuse_ino_t node, fuse_file_info*) {
     fuse_reply_attr(request, &attributes, FOR_EVER);
 }
 
-/// Without the page cache in between, which would delay and merge what the loop device writes.
+/// Without the page cache, which would delay and merge the writes of the loop device.
 void Open(fuse_req_t request, fuse_ino_t, fuse_file_info* file) {
     file->direct_io = 1;
     fuse_reply_open(request, file);

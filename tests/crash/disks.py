@@ -1,6 +1,6 @@
 """Images, loop devices, mounts, and disks that log what is written to them.
 
-Needs root and a mount namespace of its own, with which everything that is mounted or attached here goes.
+Needs root. Makes a mount namespace of its own, and everything that is mounted or attached here ends with it.
 """
 
 import ctypes
@@ -19,13 +19,13 @@ CLONE_NEWNS = 0x00020000
 MS_REC, MS_PRIVATE = 1 << 14, 1 << 18
 PR_SET_PDEATHSIG = 1
 LOOP_CTL_GET_FREE, LOOP_CONFIGURE = 0x4C82, 0x4C0A
-LOOP_CONFIG = struct.Struct("=II52xI184x64x")  # the kernel's loop_config: the file, and of its loop_info64 the flags
+LOOP_CONFIG = struct.Struct("=II52xI184x64x")  # the kernel's loop_config: the file, and the flags in loop_info64
 LO_FLAGS_AUTOCLEAR, LO_FLAGS_DIRECT_IO = 4, 16
 BLKFLSBUF = 0x1261
 WRITE_HEADER = struct.Struct("=IIQ")  # as in disk.cpp
 
-# Small file systems that are mounted and copied quickly: size, command, mount options. An ext4 that commits each second
-# writes much back on its own while a request runs and soon after.
+# Small file systems that are mounted and copied quickly: size, command, mount options. With a commit each second, ext4
+# writes back a lot on its own during a request and soon after it.
 KINDS = {
     "ext4": (48 << 20, ["mkfs.ext4", "-q", "-b", "4096", "-N", "4096", "-J", "size=4",
                         "-E", "lazy_itable_init=0,lazy_journal_init=0,nodiscard"], "commit=1"),
@@ -48,7 +48,7 @@ def unmount(place):
 
 
 def start(command, **options):
-    """A process that does not outlive this one, and leaves an interrupt of the terminal to it."""
+    """Starts a process that ends with this one at the latest, and that Ctrl-C in the terminal does not reach."""
     return subprocess.Popen(list(map(str, command)), start_new_session=True,
                             preexec_fn=lambda: LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGKILL), **options)
 
@@ -59,7 +59,7 @@ def end(process):
 
 
 class Loop:
-    """A loop device over a file, detached when this and every mount of it are gone."""
+    """A loop device for a file. The kernel detaches it when this object is closed and nothing is mounted from it."""
 
     def __init__(self, devices, image, flags=0):
         with open(image, "r+b") as file, open(devices / "loop-control", "rb") as control:
@@ -72,19 +72,19 @@ class Loop:
                     return
                 except OSError as error:
                     os.close(self.fd)
-                    if error.errno != errno.EBUSY:  # somebody else took it
+                    if error.errno != errno.EBUSY:  # another process took this device
                         raise
 
     def close(self):
         os.close(self.fd)
 
     def forget(self):
-        """Drops what was read of the file before somebody changed it."""
+        """Drops cached blocks, because the file has changed."""
         fcntl.ioctl(self.fd, BLKFLSBUF)
 
 
 class Workshop:
-    """A directory on a tmpfs in which images are made, mounted, and served by the disk program."""
+    """A directory on a tmpfs for images. Creates them, mounts them, and serves them through the disk program."""
 
     def __init__(self, top, disk_program):
         call("unshare", CLONE_NEWNS)
@@ -101,7 +101,7 @@ class Workshop:
         return path
 
     def make_image(self, name, kind, fill):
-        """A new file system with what fill(DIRECTORY) puts into it."""
+        """Makes an image of a file system with the files that fill(DIRECTORY) creates. Returns its path."""
         size, command, _ = KINDS[kind]
         image = self.top / name
         image.unlink(missing_ok=True)
@@ -127,7 +127,7 @@ class Workshop:
 
     @contextmanager
     def logged(self, images, kind, places):
-        """Mounts copies of the images, from disks that log; yields the log's path. The images stay as they are."""
+        """Mounts copies of the images from disks that log, and yields the log's path. The images do not change."""
         log, served = self.top / "log", self.folder("served")
         log.unlink(missing_ok=True)
         copies = [shutil.copy(image, f"{image}.live") for image in images]
@@ -147,7 +147,7 @@ class Workshop:
 
 
 def read_log(log):
-    """What was written, in order: the disk's number, the offset, and the bytes; none of these for a flush."""
+    """Yields each write in order as the disk's number, the offset and the bytes. A flush has no bytes."""
     data = memoryview(log)
     at = 0
     while at < len(data):

@@ -1,4 +1,4 @@
-"""Every state in which a power cut can leave disks whose writes and flushes were logged."""
+"""The states in which a power cut can leave disks whose writes and flushes were logged."""
 
 import itertools
 import os
@@ -7,11 +7,11 @@ from dataclasses import dataclass
 
 from disks import WRITE_HEADER, Loop, mount, read_log, unmount
 
-SECTOR = 4096  # what a disk writes whole
+SECTOR = 4096  # a disk writes all of it or nothing
 
 
 def copy_sparse(source, target):
-    """Makes a file, which others have open, equal to another one; holes cost nothing."""
+    """Copies a file into one that is open elsewhere, such as in a loop device. Holes take no time."""
     size = os.fstat(source).st_size
     os.ftruncate(target, 0)
     os.ftruncate(target, size)
@@ -19,7 +19,7 @@ def copy_sparse(source, target):
     while at < size:
         try:
             begin = os.lseek(source, at, os.SEEK_DATA)
-        except OSError:  # no data up to the end
+        except OSError:  # no more data
             return
         at = os.lseek(source, begin, os.SEEK_HOLE)
         os.pwrite(target, os.pread(source, at - begin, begin), begin)
@@ -27,13 +27,13 @@ def copy_sparse(source, target):
 
 @dataclass(eq=False)
 class View:
-    """What was found in one state of one disk. States are told apart although they may look alike."""
+    """What was found in one state of one disk. Two states are different even if the same was found in them."""
 
     found: object
 
 
 class Disk:
-    """One disk at a moment of the log: what is on it for certain, and what a power cut may take away."""
+    """One disk at a point of the log: the data that is certainly on it, and the data that a power cut may lose."""
 
     def __init__(self, workshop, image, kind, look, choose, halves):
         self.kind, self.look, self.choose, self.halves = kind, look, choose, halves
@@ -45,7 +45,7 @@ class Disk:
         copy_sparse(self.flushed, self.probe)
         self.loop = Loop(workshop.devices, probe)
         self.pending = []  # the sectors written since the last flush
-        self.view_flushed = self.view_all = None  # None: not looked at yet
+        self.view_flushed = self.view_all = None  # None: not examined yet
         self.views_between = []
 
     def close(self):
@@ -68,7 +68,7 @@ class Disk:
             self.view_flushed = self.view_all
 
     def views(self):
-        """What there may be to see after a power cut now: of the sectors that were not flushed none, all, or a half."""
+        """The views after a power cut at this point, with none, all or a random half of the unflushed sectors."""
         if self.view_flushed is None:
             self.view_flushed = self.view([])
         if not self.pending:
@@ -80,7 +80,7 @@ class Disk:
         return [self.view_flushed, self.view_all, *self.views_between]
 
     def view(self, writes):
-        """Builds a state, and looks at it."""
+        """Builds a state and examines it."""
         copy_sparse(self.flushed, self.probe)
         for offset, data in writes:
             os.pwrite(self.probe, data, offset)
@@ -93,9 +93,11 @@ class Disk:
 
 
 def states(workshop, images, kind, log, look, most_points, halves):
-    """Yields for each point of the log its length so far in bytes, and each combination of the disks' views there.
-    Takes at most twice `most_points`, evenly spread, and for each disk there so many random halves of what it had not
-    flushed. The images are used up."""
+    """For each point of the log, yields its offset in the log and each combination of the disks' views at that point.
+
+    At most twice `most_points` are taken, spread evenly. `halves` is the number of states with a random half of the
+    sectors that a disk had not flushed. The images are changed.
+    """
     choose = random.Random(1).random
     disks = [Disk(workshop, image, kind, look, choose, halves) for image in images]
     entries = list(read_log(log))

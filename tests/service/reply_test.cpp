@@ -1,4 +1,4 @@
-// How result strings are packed.
+// How result strings are packed into packages.
 #include "reply.h"
 
 #include <gtest/gtest.h>

@@ -32,7 +32,7 @@ bool WaitUntil(const std::function<bool()>& isDone, Deadline deadline) {
     return true;
 }
 
-/// Replaces the forked child by the daemon; returns only if that failed.
+/// Runs the daemon in the forked child; returns only on failure.
 void Execute(const DaemonOptions& options) {
     // A preloaded library comes before the address sanitizer's, which otherwise refuses to start.
     setenv("ASAN_OPTIONS", "verify_asan_link_order=0", /*overwrite=*/0);
@@ -48,7 +48,7 @@ void Execute(const DaemonOptions& options) {
     execvp(arguments[0], arguments.data());
 }
 
-/// The first process below `pid`, itself included, that runs the daemon's binary; 0 for none.
+/// The process that runs the daemon's binary: `pid` or the first such descendant of it; 0 if there is none.
 pid_t FindDaemon(pid_t pid) {
     const std::string process = "/proc/" + std::to_string(pid);
     std::error_code ignored;
@@ -64,7 +64,7 @@ pid_t FindDaemon(pid_t pid) {
     return 0;
 }
 
-/// Whether the socket file is there and listened at. A connection tried out would leave its lines in the log.
+/// Whether a process listens on the socket file. This does not connect, because that would add lines to the log.
 bool IsListening() {
     std::ifstream sockets("/proc/net/unix");
     bool isListening = false;
@@ -94,7 +94,7 @@ DaemonProcess::DaemonProcess(const DaemonOptions& options) : log(memfd_create("d
 }
 
 DaemonProcess::~DaemonProcess() {
-    // The group also holds what a wrapper left behind.
+    // The group also contains processes that a wrapper left behind.
     kill(-child, SIGKILL);
     if (!status) {
         waitpid(child, nullptr, 0);

@@ -20,7 +20,7 @@ struct DaemonOptions {
 };
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool IS_SANITIZED = true;  ///< memory says little: what was freed is kept
+inline constexpr bool IS_SANITIZED = true;  ///< sanitizers keep freed memory, so memory figures mean little
 #else
 inline constexpr bool IS_SANITIZED = false;
 #endif
@@ -33,13 +33,13 @@ struct Usage {
 
 class DaemonProcess {
 public:
-    /// Removes a stale socket file and starts the daemon. Throws when it does not listen in time.
+    /// Removes a stale socket file and starts the daemon. Throws if it does not listen in time.
     explicit DaemonProcess(const DaemonOptions& options = {});
     ~DaemonProcess();
     DaemonProcess(const DaemonProcess&) = delete;
     DaemonProcess& operator=(const DaemonProcess&) = delete;
 
-    /// The daemon's own process id, not its wrapper's; 0 when it is not there.
+    /// The daemon's own process id, not its wrapper's; 0 if it is not running.
     [[nodiscard]] pid_t Pid() const;
 
     /// What the daemon uses at the moment.
@@ -51,8 +51,8 @@ public:
     /// Waits until the log holds a text.
     [[nodiscard]] bool WaitForLog(const std::string& text, Deadline deadline = PATIENCE) const;
 
-    /// Waits for the end by itself.
-    /// @return the status as waitpid gives it; none when the deadline passed
+    /// Waits until the daemon exits by itself.
+    /// @return the status as waitpid gives it; nothing if the deadline passed
     std::optional<int> WaitExit(Deadline deadline = PATIENCE);
 
 private:
@@ -61,7 +61,7 @@ private:
     std::optional<int> status;
 };
 
-/// FAULT=... and LD_PRELOAD=... for DaemonOptions::environment; fault_preload.cpp tells the faults.
+/// FAULT=... and LD_PRELOAD=... for DaemonOptions::environment; fault_preload.cpp lists the faults.
 std::vector<std::string> WithFault(const std::string& faults);
 
 }  // namespace TAVO::FileMigrateOrvane::Testing

@@ -24,7 +24,7 @@ namespace TAVO::FileMigrateOrvane::Testing {
 
 using Clients = std::vector<RawClient>;
 
-/// Waits, for as long as PATIENCE, until something holds.
+/// Waits until a condition holds; false if it does not hold before the deadline.
 bool Becomes(const auto& isTrue, Deadline deadline = PATIENCE) {
     const auto end = std::chrono::steady_clock::now() + deadline;
     while (!isTrue() && std::chrono::steady_clock::now() < end) {
@@ -60,15 +60,15 @@ protected:
         GTEST_LOG_(INFO) << "the daemon's log:\n" << (daemon ? daemon->Log() : "(not started)");
     }
 
-    /// Starts the daemon, in place of one that runs already.
+    /// Starts the daemon. Kills the previous one first.
     DaemonProcess& Start(const DaemonOptions& options = {}) {
         daemon.reset();
         daemon = std::make_unique<DaemonProcess>(options);
         return *daemon;
     }
 
-    /// Starts the daemon with a policy of these labelling rules, in a mount namespace of its own.
-    /// @param runner  a command to run the daemon by
+    /// Starts the daemon in a mount namespace of its own, with a policy that has these labelling rules.
+    /// @param runner  a command that runs the daemon, such as "setpriv"
     /// @return false, without a daemon, if such a namespace is not allowed here
     bool StartWithLabels(const std::string& rules, const std::string& runner = "") {
         const char* const sandbox = std::getenv("FILE_MIGRATE_SANDBOX");  // NOLINT(concurrency-mt-unsafe)
@@ -83,7 +83,7 @@ protected:
         return true;
     }
 
-    /// One request on a connection of its own, to the daemon of Start() or a new one.
+    /// Sends one request on a connection of its own. Starts the daemon if the test has not.
     Reply Call(const Request& request) {
         if (!daemon) {
             Start();
@@ -91,7 +91,7 @@ protected:
         return RawClient().Call(request);
     }
 
-    /// What matches in the daemon's log, whose lines are read as "LEVEL [FUNCTION] TEXT".
+    /// All matches of the pattern in the daemon's log, whose lines are first changed to "LEVEL [FUNCTION] TEXT".
     [[nodiscard]] std::vector<std::string> Found(const std::string& pattern) const {
         static const std::regex head(R"(.{19}(.) FileMigrateOrvane: \[(.*?):\d+\])");
         const std::string log = std::regex_replace(daemon->Log(), head, "$1 [$2]");

@@ -1,5 +1,5 @@
-// Preloaded into the daemon: makes chosen calls fail. The environment variable FAULT holds faults separated by
-// blanks, each "call@where=what"; without the variable nothing changes.
+// Preloaded into the daemon: makes chosen calls fail. The environment variable FAULT holds faults separated by blanks,
+// each "call@where=what". Without the variable all calls work.
 //
 //   write@TEXT=short         half of the bytes are written to a file whose path holds TEXT
 //   write@TEXT=ERRNO         such a write fails
@@ -27,7 +27,7 @@
 
 namespace {
 
-/// What is to happen to a call for which `isMeant` accepts the fault's place; empty for nothing.
+/// The fault for a call whose place `isMeant` accepts; empty if the call is to work.
 std::string FaultOf(const std::string& call, const std::function<bool(const std::string&)>& isMeant) {
     const char* faults = std::getenv("FAULT");
     std::istringstream words(faults != nullptr ? faults : "");

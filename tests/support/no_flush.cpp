@@ -1,4 +1,4 @@
-// Preloaded into the daemon to measure what a move costs without its flush.
+// Preloaded into the daemon, so that a move does not flush its copy.
 #include <unistd.h>
 
 extern "C" int syncfs(int) noexcept {

@@ -51,7 +51,7 @@ void RawClient::Send(const Request& request) {
     Send({reinterpret_cast<const char*>(&message), sizeof(message)});
 }
 
-/// Reads until the buffer is full, the peer closes or nothing comes for the deadline's length.
+/// Reads until the buffer is full, the peer closes the connection, or no data comes for as long as the deadline.
 std::size_t RawClient::Read(void* buffer, std::size_t size, Deadline deadline) {
     std::size_t got = 0;
     pollfd readable{fd.Get(), POLLIN, 0};

@@ -1,4 +1,5 @@
-// A client that may be as impolite as a test wants: it sends any bytes and reads replies or not. One thread.
+// A client that need not keep to the protocol: it sends any bytes and reads replies only if the test does. Used by one
+// thread.
 #pragma once
 
 #include <chrono>
@@ -15,7 +16,7 @@ namespace TAVO::FileMigrateOrvane::Testing {
 
 inline constexpr const char* SOCKET_PATH = "/dev/unix/socket/file_migrate_orvane";
 using Deadline = std::chrono::milliseconds;
-inline constexpr Deadline PATIENCE{60000};  ///< for what must come; long, since a machine can be slow and its disk busy
+inline constexpr Deadline PATIENCE{60000};  ///< for events that must happen; long, because the machine may be slow
 
 struct Request {
     Command cmd{};
@@ -26,7 +27,7 @@ struct Request {
     std::string perm = {};
     int recurseOpt = 0;
 
-    /// The record as it is sent. A text as long as its field fills it without a NUL; a longer one is cut.
+    /// The record as it is sent. A text as long as its field fills the field without a NUL; a longer text is cut.
     [[nodiscard]] FileMigrateRcvMsg Wire() const;
 };
 
@@ -49,11 +50,11 @@ public:
     void Send(std::string_view bytes);
     void Send(const Request& request);
 
-    /// Reads one whole reply. Throws on one that breaks off or whose packages are not well formed.
-    /// @return none if not a byte came until the deadline or the peer's close
+    /// Reads one whole reply. Throws if the reply is incomplete or its packages are malformed.
+    /// @return nothing if no byte came before the deadline or before the peer closed the connection
     std::optional<Reply> Receive(Deadline deadline = PATIENCE);
 
-    /// Sends a request and reads its reply; throws where there is none.
+    /// Sends a request and reads its reply; throws if there is no reply.
     Reply Call(const Request& request);
 
 private:

@@ -1,5 +1,5 @@
-// What the daemon leaves behind after failures: its record files and kernel-log dumps. They are the machine's, so
-// only one test at a time may use them.
+// What the daemon leaves behind after failures: its record files and kernel-log dumps. Their paths are fixed, so only
+// one test at a time may use them.
 #pragma once
 
 #include <string>
@@ -12,10 +12,10 @@ inline constexpr const char* BI_FILE = "/data/zelto/update/migrate/file_migrate_
 inline constexpr const char* AB_FILE = "/data/zelto/update/migrate/file_migrate_ab.txt";
 inline constexpr const char* KMSG_DIR = "/data/zelto/update/migrate/file_migrate_fail_kmsg";
 
-/// Empties the record directories, making them where needed; the daemon expects them to be there.
+/// Empties the record directories. Creates them if they are missing, because the daemon does not.
 void ClearRecords();
 
-/// The records of a file in order, each from its "type:" to its last ";"; none for a missing file.
+/// The records of a file in order, each from its "type:" to its last ";". A missing file has no records.
 std::vector<std::string> Records(const std::string& file = AB_FILE);
 
 /// Absolute paths of the rotated record files, oldest first.

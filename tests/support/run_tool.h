@@ -1,4 +1,4 @@
-// orvanectl as a person calls it from a shell. One thread.
+// Runs orvanectl from a shell, as a user does. Used by one thread.
 #pragma once
 
 #include <sys/wait.h>
@@ -15,7 +15,7 @@ struct Finished {
     std::string out, err;
 };
 
-/// @param prefix  what stands before its name: a command that runs it
+/// @param prefix  shell text before the command: "LC_ALL=C", "cd /data;", "timeout 1"
 inline Finished RunTool(const std::string& words, const std::string& prefix = "") {
     const ScratchTree files;
     const std::string out = files.Path("out"), err = files.Path("err");

@@ -53,7 +53,7 @@ ScratchTree::~ScratchTree() {
         }
         fs::remove_all(root);
     } catch (const std::exception&) {
-        // What is left behind shows in the next test's listing; a destructor has nobody to tell.
+        // A failure here is not reported. Leftover files show in the listing of the next test.
     }
 }
 

@@ -1,4 +1,4 @@
-// A directory of its own for one test, with whatever the test puts into it; removed with its last byte, immutable
+// A directory of its own for one test. The destructor removes it with everything that the test put into it, immutable
 // files included. Used by one thread. A helper that fails throws, which fails the test.
 #pragma once
 
@@ -11,7 +11,7 @@ namespace TAVO::FileMigrateOrvane::Testing {
 
 class ScratchTree {
 public:
-    /// The file system to be on: /data (where there is none, /tmp) or another one than that.
+    /// The file system for the tree: that of /data (of /tmp if there is no /data), or a different one.
     enum class On { Data, SecondFs };
 
     explicit ScratchTree(On fileSystem = On::Data);
@@ -24,8 +24,8 @@ public:
         return name.empty() ? root : root + "/" + name;
     }
 
-    // Each makes one object, directories above it included, and returns its absolute path. The mode is exact,
-    // whatever the umask.
+    // Each creates one object and any missing directories above it, and returns its absolute path. The umask does not
+    // change the mode.
     std::string Dir(const std::string& name, mode_t mode = 0755);
     std::string File(const std::string& name, const std::string& content = "content", mode_t mode = 0644);
     std::string Link(const std::string& name, const std::string& target);

@@ -1,4 +1,4 @@
-// strace on the running daemon: it lists the system calls of each thread, or injects what its `inject=` does.
+// Runs strace on the daemon. It lists the system calls of each thread, or changes them with `inject=`.
 #pragma once
 
 #include <gtest/gtest.h>
