@@ -25,8 +25,8 @@ if(FILE_MIGRATE_FUZZ)
     set(FILE_MIGRATE_SANITIZE fuzzer-no-link,address,undefined)
 endif()
 if(FILE_MIGRATE_SANITIZE)
-    # The check of virtual tables makes a pipe each time, and takes its failure for a broken object where a test has left
-    # no descriptors.
+    # The check of virtual tables needs a pipe. In a test that leaves no descriptors, it takes that failure for a broken
+    # object.
     add_compile_options(-fsanitize=${FILE_MIGRATE_SANITIZE} -fno-sanitize=vptr -fno-sanitize-recover=all
                         -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${FILE_MIGRATE_SANITIZE})
