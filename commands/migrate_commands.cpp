@@ -30,7 +30,7 @@ std::int32_t OpenFailed(const std::string& src, int error, extraInfo& info) {
 std::int32_t ProcessMigrateSubCmd(const FileMigrateRcvMsg* msg, extraInfo& info) {
     std::string src = msg->src;
     std::string dst = msg->dst;
-    DirectoryStream stream = DirectoryStream::OpenFollowing(src);
+    DirectoryStream stream = DirectoryStream::OpenTop(src);
     if (!stream) {
         return OpenFailed(src, errno, info);
     }

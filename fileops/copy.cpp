@@ -15,8 +15,7 @@ namespace {
 /// The walk of TryCopy: entry by entry, going on past what fails.
 class TryCopyWalk {
 public:
-    TryCopyWalk(CopyJob& copyJob, CopyResult& copyResult, const Report& where)
-        : job(copyJob), result(copyResult), report(where) {}
+    TryCopyWalk(CopyJob& copyJob, CopyResult& copyResult) : job(copyJob), result(copyResult), report(copyJob.report) {}
 
     /// The paths of the request. A destination that is open already is kept: its descriptor is as old as the copy.
     int CopyTop(const CopyPair& top);
@@ -35,9 +34,11 @@ private:
 
 int TryCopyWalk::CopyTop(const CopyPair& top) {
     DirectoryStream from = DirectoryStream::Open(top.src);
-    if (!from || fstat(from.Fd(), &result.source) != 0) {
+    struct stat source {};
+    if (!from || fstat(from.Fd(), &source) != 0) {
         return Fail(Step::OpenTryCopy, top.src.path, errno, report);
     }
+    NoteTop(source, job, result);
     const int error = result.destination ? 0 : OpenDestination(top.dst, job.options.topLink, result);
     return error != 0 && job.options.topLink == Link::Refuse ? FailContents(from, top, error)
                                                              : CopyContents(from, result.destination, top);
@@ -52,9 +53,11 @@ int TryCopyWalk::CopyChild(const CopyPair& pair) {
 }
 
 [[gnu::noinline]] int TryCopyWalk::CopyFile(const CopyPair& pair) {
-    CopyJob fileJob{{.isOwnerToChange = job.options.isOwnerToChange}, job.data};
+    CopyJob fileJob{{.finish = job.options.finish}, report, job.learned, job.owner};
     CopyResult ignored;
-    return DoCopy(pair, fileJob, ignored, report);
+    const int error = DoCopy(pair, fileJob, ignored);
+    job.ownerError = fileJob.ownerError != 0 ? fileJob.ownerError : job.ownerError;
+    return error;
 }
 
 int TryCopyWalk::CopyDirectory(const CopyPair& pair) {
@@ -91,39 +94,43 @@ int TryCopyWalk::FailContents(DirectoryStream& from, const CopyPair& pair, int e
 }
 
 /// The destination of a directory must exist. Directories below it are created with mode 0700. Entries that are neither
-/// regular files nor directories are left out, as are those whose type the file system does not give.
-int TryCopy(const CopyPair& top, CopyJob& job, CopyResult& result, const Report& report) {
+/// regular files nor directories are left out.
+int TryCopy(const CopyPair& top, CopyJob& job, CopyResult& result) {
     result.skipped = 0;
-    return TakeForDirectory(top.src, {report.err, RECORD_KIND_NONE}) ? TryCopyWalk(job, result, report).CopyTop(top)
-                                                                     : DoCopy(top, job, result, report);
+    result.isOwned = false;
+    return TakeForDirectory(top.src, {job.report.err, RECORD_KIND_NONE}) ? TryCopyWalk(job, result).CopyTop(top)
+                                                                         : DoCopy(top, job, result);
 }
 
 int CopyTo(const std::string& src, const std::string& dst, Link topLink, const Report& report) {
-    std::string srcText = src;
-    std::string dstText = dst;
-    FileData data;
-    CopyJob job{{.topLink = topLink}, data};
+    TopPath from(src);
+    TopPath to(dst);
+    if (const int error = CheckSlashes(from, to); error != 0) {
+        return FailCopy(src, dst, error, report);
+    }
+    Learned learned;
+    CopyJob job{{.topLink = to.DemandsDirectory() ? Link::Refuse : topLink}, report, learned};
     CopyResult result;
-    return CopyRequest({TopEntry(src, srcText), TopEntry(dst, dstText), /*isTop=*/true}, job, result, report);
+    return CopyRequest({from.AsEntry(), to.AsEntry(), /*isTop=*/true}, job, result);
 }
 
 }  // namespace
 
-int DoCopy(const CopyPair& pair, CopyJob& job, CopyResult& result, const Report& report) {
+int DoCopy(const CopyPair& pair, CopyJob& job, CopyResult& result) {
     int error = CopyStrictly(pair, job, result);
     if (error == 0 && !job.options.isKeptOpen && result.destination.Close() != 0) {
         error = errno;
     }
-    return error == 0 ? 0 : FailCopy(pair.src.path, pair.dst.path, error, report);
+    return error == 0 ? 0 : FailCopy(pair.src.path, pair.dst.path, error, job.report);
 }
 
-int CopyRequest(const CopyPair& top, CopyJob& job, CopyResult& result, const Report& report) {
-    const int error = DoCopy(top, job, result, report);
+int CopyRequest(const CopyPair& top, CopyJob& job, CopyResult& result) {
+    const int error = DoCopy(top, job, result);
     if (error == 0 || result.isOntoItself) {
         return error;
     }
     LogError({"orig copy meet err, try skip err", "Copy"});
-    return TryCopy(top, job, result, report);
+    return TryCopy(top, job, result);
 }
 
 int Copy(const std::string& src, const std::string& dst, int& err, int recordKind) {
@@ -134,9 +141,11 @@ int CopyChild(const std::string& src, const std::string& dst, int& err, int reco
     return ResultOf(CopyTo(src, dst, Link::Refuse, {err, recordKind}));
 }
 
-int RefuseOntoItself(const std::string& src, const std::string& dst, const Report& report) {
-    const int error = FindOntoItself(src, dst);
-    return error == 0 ? 0 : FailCopy(src, dst, error, report);
+int CheckSlashes(const TopPath& src, const TopPath& dst) {
+    if (const int error = src.Check() != 0 ? src.Check() : dst.Check(); error != 0) {
+        return error;
+    }
+    return dst.DemandsDirectory() && dst.Type() == 0 && src.Type() == S_IFREG ? EISDIR : 0;
 }
 
 }  // namespace TAVO::FileMigrateOrvane

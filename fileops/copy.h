@@ -7,6 +7,7 @@
 
 #include "copy_engine.h"
 #include "failures.h"
+#include "top_path.h"
 
 namespace TAVO::FileMigrateOrvane {
 
@@ -15,12 +16,13 @@ namespace TAVO::FileMigrateOrvane {
 /// Copy for a child of the directories that a request names: a link at `dst` is not followed.
 [[nodiscard]] int CopyChild(const std::string& src, const std::string& dst, int& err, int recordKind);
 /// Copy for a caller that goes on with the result.
-[[nodiscard]] int CopyRequest(const CopyPair& top, CopyJob& job, CopyResult& result, const Report& report);
+[[nodiscard]] int CopyRequest(const CopyPair& top, CopyJob& job, CopyResult& result);
 
 /// Copies a file or a tree in one go, stopping at the first failure.
-[[nodiscard]] int DoCopy(const CopyPair& pair, CopyJob& job, CopyResult& result, const Report& report);
+[[nodiscard]] int DoCopy(const CopyPair& pair, CopyJob& job, CopyResult& result);
 
-/// FindOntoItself for a request, reported as a failed copy.
-[[nodiscard]] int RefuseOntoItself(const std::string& src, const std::string& dst, const Report& report);
+/// What the slashes at the end of a request's paths demand: ENOTDIR if there is something else than a directory, EISDIR
+/// for a new file. @return 0 if nothing is wrong
+[[nodiscard]] int CheckSlashes(const TopPath& src, const TopPath& dst);
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -33,8 +33,8 @@ private:
 
     const PermPara& perm;
     const Report& report;
-    FileData data;
-    CopyJob file{{.isOwnerToChange = true, .isModeToChange = true, .isKeptOpen = true}, data};
+    Learned learned;
+    CopyJob file{{.finish = Finish::Nothing, .isKeptOpen = true}, report, learned, {perm.uid, perm.gid}};
     /// Of the request's destination. If that cannot be opened this stays zero and matches no directory.
     struct stat destination {};
     bool hasMetDestination = false;  ///< it is inside the source: the directories above it must not be removed
@@ -42,7 +42,7 @@ private:
 
 /// Copies one file and gives the very file that was filled its mode and owner.
 int CombinedCopy::CopyAndFinish(const CopyPair& pair, CopyResult& result) {
-    if (const int error = DoCopy(pair, file, result, report); error != 0) {
+    if (const int error = DoCopy(pair, file, result); error != 0) {
         return error;
     }
     if (const int error = SetModeAndOwner(result.destination, pair.dst.path, perm, report); error != 0) {
@@ -122,14 +122,18 @@ int CombinedCopy::RemoveSource(DirectoryStream from, const CopyPair& pair, int c
 
 int CopyCombRecurse(const std::string& src, const std::string& dst, const PermPara& perm, int& err, int recordKind) {
     const Report report{err, recordKind};
-    std::string srcText = src;
-    std::string dstText = dst;
-    const CopyPair top{TopEntry(src, srcText), TopEntry(dst, dstText), /*isTop=*/true};
+    TopPath from(src);
+    TopPath to(dst);
+    const CopyPair top{from.AsEntry(), to.AsEntry(), /*isTop=*/true};
+    if (const int error = CheckSlashes(from, to); error != 0) {
+        return ResultOf(FailCopy(src, dst, error, report));
+    }
     CombinedCopy copy(perm, report);
     if (!TakeForDirectory(top.src, {err, RECORD_KIND_NONE})) {
         return ResultOf(copy.CopyFile(top));
     }
-    return RefuseOntoItself(src, dst, report) == 0 ? ResultOf(copy.CopyDirectory(top)) : -1;
+    const int error = FindOntoItself(top.src.name, top.dst.name);
+    return ResultOf(error == 0 ? copy.CopyDirectory(top) : FailCopy(src, dst, error, report));
 }
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "top_path.h"
+
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
@@ -50,6 +52,19 @@ DirectoryStream DirectoryStream::Open(const Entry& entry) {
 
 DirectoryStream DirectoryStream::OpenFollowing(const std::string& path) {
     return DirectoryStream(open(path.c_str(), OPEN_FLAGS));
+}
+
+DirectoryStream DirectoryStream::OpenTop(const std::string& path) {
+    TopPath top(path);
+    return top.DemandsDirectory() ? Open(top.AsEntry()) : OpenFollowing(path);
+}
+
+DirectoryStream DirectoryStream::Of(const UniqueFd& directory) {
+    DirectoryStream stream(fcntl(directory.Get(), F_DUPFD_CLOEXEC, 0));
+    if (stream) {
+        stream.Rewind();  // both descriptors share one position
+    }
+    return stream;
 }
 
 const dirent* DirectoryStream::Next() {

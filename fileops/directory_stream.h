@@ -26,6 +26,10 @@ public:
     [[nodiscard]] static DirectoryStream Open(const Entry& entry);
     /// The same for the path of a request, where a link is followed.
     [[nodiscard]] static DirectoryStream OpenFollowing(const std::string& path);
+    /// The same for a path below which something changes: with a slash at its end, a link is not followed (ENOTDIR).
+    [[nodiscard]] static DirectoryStream OpenTop(const std::string& path);
+    /// A stream of a directory that is open for reading.
+    [[nodiscard]] static DirectoryStream Of(const UniqueFd& directory);
 
     explicit operator bool() const { return stream != nullptr; }
     [[nodiscard]] int Fd() const { return dirfd(stream.get()); }
@@ -42,9 +46,11 @@ public:
     /// Goes back to the first entry.
     void Rewind() { rewinddir(stream.get()); }
 
-    /// What Next() returned, as an entry. @param path  its text, already that of the child (see ChildPath)
+    /// What Next() returned, as an entry. The type is looked up if the file system does not list it.
+    /// @param path  its text, already that of the child (see ChildPath)
     [[nodiscard]] Entry Child(const dirent& child, std::string& path) const {
-        return {Fd(), child.d_name, child.d_type, path};
+        const Entry entry{Fd(), child.d_name, child.d_type, path};
+        return child.d_type != DT_UNKNOWN ? entry : Entry{entry.dirFd, entry.name, TypeOf(entry), path};
     }
 
 private:

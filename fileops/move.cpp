@@ -16,24 +16,29 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-/// Looks up who owns the source.
-/// @param copied  the object that was copied. If another one has taken its name, that one is neither removed nor asked
-///                for the owner
-int GetUidGid(const Entry& src, const struct stat& copied, OwnerIds& owner, const Report& report) {
+/// Checks that the source is still what was copied. If nothing was, only its name says who the owner is.
+int CheckSource(const Entry& src, const struct stat& copied, CopyJob& job) {
     struct stat st {};
     if (const int error = Lstat(src, st); error != 0) {
-        return Fail(Step::LstatGetUidGid, src.path, error, report);
+        return Fail(Step::LstatGetUidGid, src.path, error, job.report);
     }
-    if (copied.st_ino != 0 && !IsSame(st, copied)) {
-        return FailExchanged(src.path, report);
+    if (copied.st_ino == 0) {
+        job.owner = {st.st_uid, st.st_gid};
+        return 0;
     }
-    owner = {st.st_uid, st.st_gid};
-    return 0;
+    return IsSame(st, copied) ? 0 : FailExchanged(src.path, job.report);
 }
 
-int ChOwnCopy(const Entry& dst, const CopyResult& copy, const OwnerIds& owner, const Report& report) {
-    return !copy.destination || copy.isByName ? DoChOwnRecurse(dst, owner, report)
-                                              : DoChOwnRecurse(copy.destination, dst.path, owner, report);
+/// Gives everything at the destination the owner of the source. If this move created the destination, the copy has done
+/// that object by object.
+int ChOwnCopy(const Entry& dst, const CopyResult& copy, const CopyJob& job) {
+    if (copy.isOwned) {
+        return job.ownerError;
+    }
+    const int error = !copy.destination || copy.isByName
+                          ? DoChOwnRecurse(dst, job.owner, job.report)
+                          : DoChOwnRecurse(copy.destination, dst.path, job.owner, job.report);
+    return error != 0 ? error : job.ownerError;
 }
 
 /// Writes the copy to its disk. The descriptor is as old as the copy, so it also reports what went wrong in writing
@@ -75,20 +80,14 @@ int RemoveSource(Entry src, const struct stat& copied, const Report& report) {
     return RemoveOpen(std::move(stream), src, report);
 }
 
-int CopyForMove(const CopyPair& top, Link topLink, CopyResult& result, const Report& report) {
-    FileData data;
-    CopyJob job{{.topLink = topLink, .isOwnerToChange = true, .isKeptOpen = true}, data};
-    return CopyRequest(top, job, result, report);
-}
-
-int MoveByCopy(const CopyPair& top, Link topLink, const Report& report) {
+int MoveByCopy(const CopyPair& top, CopyJob& job) {
+    const Report& report = job.report;
     const std::string& src = top.src.path;
     const std::string& dst = top.dst.path;
     CopyResult copy;
-    OwnerIds owner{};
-    int error = CopyForMove(top, topLink, copy, report);
-    error = error == 0 ? GetUidGid(top.src, copy.source, owner, report) : error;
-    error = error == 0 ? ChOwnCopy(top.dst, copy, owner, report) : error;
+    int error = CopyRequest(top, job, copy);
+    error = error == 0 ? CheckSource(top.src, copy.source, job) : error;
+    error = error == 0 ? ChOwnCopy(top.dst, copy, job) : error;
     if (error == 0 && copy.skipped != 0) {
         LogWarn("%{public}lu links or special files of %{public}s are not copied, and removed with it", copy.skipped,
                 src);
@@ -115,9 +114,17 @@ int MoveTo(const std::string& src, const std::string& dst, Link topLink, const R
         return error;
     }
     LogError({"rename %{public}s to %{public}s failed EXDEV, use copy", "Move"}, src, dst);
-    std::string srcText = src;
-    std::string dstText = dst;
-    return MoveByCopy({TopEntry(src, srcText), TopEntry(dst, dstText), /*isTop=*/true}, topLink, report);
+    TopPath from(src);
+    TopPath to(dst);
+    if (const int error = CheckSlashes(from, to); error != 0) {
+        return FailCopy(src, dst, error, report);
+    }
+    Learned learned;
+    CopyJob job{
+        {.topLink = to.DemandsDirectory() ? Link::Refuse : topLink, .finish = Finish::OwnerAndMode, .isKeptOpen = true},
+        report,
+        learned};
+    return MoveByCopy({from.AsEntry(), to.AsEntry(), /*isTop=*/true}, job);
 }
 
 }  // namespace

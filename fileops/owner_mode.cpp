@@ -11,6 +11,7 @@
 #include "log.h"
 #include "path_helpers.h"
 #include "record_file.h"
+#include "top_path.h"
 
 namespace TAVO::FileMigrateOrvane {
 namespace {
@@ -37,7 +38,10 @@ struct OwnerChange {
 
     int Apply(const Entry& entry, const Report& report) const {
         const int result = fchownat(entry.dirFd, entry.name, owner.uid, owner.gid, AT_SYMLINK_NOFOLLOW);
-        return result == 0 ? 0 : FailChOwn(entry.path, owner, errno, report);
+        return result == 0 ? 0 : Failed(entry.path, errno, report);
+    }
+    int Failed(const std::string& path, int error, const Report& report) const {
+        return FailChOwn(path, owner, error, report);
     }
 };
 
@@ -47,30 +51,50 @@ struct ModeChange {
 
     int Apply(const Entry& entry, const Report& report) const {
         const int error = ChModNoFollow(entry.dirFd, entry.name, mode);
-        return error == 0 ? 0 : FailChMod(entry.path, mode, error, report);
+        return error == 0 ? 0 : Failed(entry.path, error, report);
+    }
+    int Failed(const std::string& path, int error, const Report& report) const {
+        return FailChMod(path, mode, error, report);
     }
 };
+
+template <class Change>
+int ChangeContents(const Change& change, DirectoryStream stream, std::string& path, const Report& report);
 
 template <class Change>
 int ChangeTree(const Change& change, const Entry& entry, const Report& report) {
     if (const int error = change.Apply(entry, report); error != 0) {
         return error;
     }
-    if (!TakeForDirectory(entry, {report.err, RECORD_KIND_NONE})) {
-        return 0;
-    }
-    DirectoryStream stream = DirectoryStream::Open(entry);
+    return TakeForDirectory(entry, {report.err, RECORD_KIND_NONE})
+               ? ChangeContents(change, DirectoryStream::Open(entry), entry.path, report)
+               : 0;
+}
+
+/// Goes on past an entry that fails. @param stream  if it is empty, errno says why
+template <class Change>
+int ChangeContents(const Change& change, DirectoryStream stream, std::string& path, const Report& report) {
     if (!stream) {
-        return Fail(Change::OPEN, entry.path, errno, report);
+        return Fail(Change::OPEN, path, errno, report);
     }
     int result = 0;
     while (const dirent* child = stream.Next()) {
-        const ChildPath joined(entry.path, child->d_name);
-        if (const int error = ChangeTree(change, stream.Child(*child, entry.path), report); error != 0) {
+        const ChildPath joined(path, child->d_name);
+        if (const int error = ChangeTree(change, stream.Child(*child, path), report); error != 0) {
             result = error;
         }
     }
-    return result;
+    return stream.ReadError() == 0 ? result : Fail(Change::OPEN, path, stream.ReadError(), report);
+}
+
+/// Changes what a request names. A slash at the end of its path demands a directory.
+template <class Change>
+int ChangeTop(const Change& change, const std::string& path, bool isRecursive, const Report& report) {
+    TopPath top(path);
+    if (const int error = top.Check(); error != 0) {
+        return change.Failed(path, error, report);
+    }
+    return isRecursive ? ChangeTree(change, top.AsEntry(), report) : change.Apply(top.AsEntry(), report);
 }
 
 bool IsDirectory(const UniqueFd& object) {
@@ -95,18 +119,19 @@ int ChOwnObject(const UniqueFd& object, const std::string& path, const OwnerIds&
 }  // namespace
 
 int DoChOwn(const std::string& path, unsigned int uid, unsigned int gid, int& err, int recordKind) {
-    std::string text = path;
-    return ResultOf(OwnerChange{{uid, gid}}.Apply(TopEntry(path, text), {err, recordKind}));
+    return ResultOf(ChangeTop(OwnerChange{{uid, gid}}, path, /*isRecursive=*/false, {err, recordKind}));
 }
 
 int DoChMod(const std::string& path, unsigned int mode, int& err, int recordKind) {
-    std::string text = path;
-    return ResultOf(ModeChange{mode}.Apply(TopEntry(path, text), {err, recordKind}));
+    return ResultOf(ChangeTop(ModeChange{mode}, path, /*isRecursive=*/false, {err, recordKind}));
 }
 
 int DoChOwnRecurse(const std::string& path, unsigned int uid, unsigned int gid, int& err, int recordKind) {
-    std::string text = path;
-    return ResultOf(DoChOwnRecurse(TopEntry(path, text), {uid, gid}, {err, recordKind}));
+    return ResultOf(ChangeTop(OwnerChange{{uid, gid}}, path, /*isRecursive=*/true, {err, recordKind}));
+}
+
+int DoChModRecurse(const std::string& path, unsigned int mode, int& err, int recordKind) {
+    return ResultOf(ChangeTop(ModeChange{mode}, path, /*isRecursive=*/true, {err, recordKind}));
 }
 
 int DoChOwnRecurse(const Entry& entry, const OwnerIds& owner, const Report& report) {
@@ -114,16 +139,10 @@ int DoChOwnRecurse(const Entry& entry, const OwnerIds& owner, const Report& repo
 }
 
 int DoChOwnRecurse(const UniqueFd& object, std::string& path, const OwnerIds& owner, const Report& report) {
-    if (IsDirectory(object)) {
-        return ChangeTree(OwnerChange{owner}, Entry{object.Get(), ".", DT_DIR, path}, report);
+    if (const int error = ChOwnObject(object, path, owner); error != 0) {
+        return FailChOwn(path, owner, error, report);
     }
-    const int error = ChOwnObject(object, path, owner);
-    return error == 0 ? 0 : FailChOwn(path, owner, error, report);
-}
-
-int DoChModRecurse(const std::string& path, unsigned int mode, int& err, int recordKind) {
-    std::string text = path;
-    return ResultOf(ChangeTree(ModeChange{mode}, TopEntry(path, text), {err, recordKind}));
+    return IsDirectory(object) ? ChangeContents(OwnerChange{owner}, DirectoryStream::Of(object), path, report) : 0;
 }
 
 int SetModeAndOwner(const UniqueFd& object, const std::string& path, const PermPara& perm, const Report& report) {

@@ -5,13 +5,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdint>
-#include <ctime>
-#include <string_view>
 #include <utility>
 
-#include "directory_stream.h"
 #include "log.h"
+#include "new_directory.h"
 #include "owner_mode.h"
 #include "path_helpers.h"
 #include "record_file.h"
@@ -23,79 +20,48 @@ namespace {
 /// One level of a path that is being created.
 struct Level {
     bool isNew = false;        ///< this request has created it
-    UniqueFd fd = UniqueFd();  ///< the directory that was created, if it has been opened
+    NewDirectory directory{};  ///< what was created, if it has been opened
 };
 
 /// DoMkDir that says whether the directory is new.
-int MakeOne(const Entry& directory, Level& level, const Report& report) {
-    level.isNew = mkdirat(directory.dirFd, directory.name, CREATE_MODE) == 0;
-    return level.isNew || errno == EEXIST ? 0 : FailMkDir(directory.path, CREATE_MODE, errno, report);
-}
-
-/// The time as inodes get it, that of the last tick, in whole seconds: no file system keeps the birth less exactly.
-std::int64_t InodeClock() {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME_COARSE, &now);
-    return now.tv_sec;
-}
-
-/// Whether an open directory can be the one that this process has created since `start`. The owner of the parent can
-/// put any directory in its place that the parent holds, also one of root's that he cannot read; that one is older.
-/// Emptiness decides only on file systems that keep no birth: a second worker may have put something into a new one.
-bool IsOwnSince(int fd, std::int64_t start) {
-    struct statx st {};
-    if (statx(fd, "", AT_EMPTY_PATH, STATX_UID | STATX_BTIME, &st) != 0 || st.stx_uid != geteuid()) {
-        return false;
-    }
-    if ((st.stx_mask & STATX_BTIME) != 0) {
-        return st.stx_btime.tv_sec >= start;
-    }
-    std::string unused;
-    DirectoryStream stream = DirectoryStream::Open({fd, ".", DT_DIR, unused});
-    return stream && stream.Next() == nullptr;
-}
-
-/// Opens the directory that mkdir() has created since `start`. @return 0, or EEXIST if its name belongs to another
-/// object, or why it cannot be opened
-int OpenCreated(const Entry& directory, std::int64_t start, UniqueFd& fd) {
-    const std::string_view given = directory.name;
-    const std::string name(given.substr(0, given.find_last_not_of('/') + 1));  // "name/" would follow a link
-    fd = UniqueFd(openat(directory.dirFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!fd) {
-        return errno;
-    }
-    return IsOwnSince(fd.Get(), start) ? 0 : EEXIST;
+int MakeOne(const Entry& directory, mode_t mode, bool& isNew, const Report& report) {
+    isNew = mkdirat(directory.dirFd, directory.name, mode) == 0;
+    return isNew || errno == EEXIST ? 0 : FailMkDir(directory.path, CREATE_MODE, errno, report);
 }
 
 /// Gives a new directory its mode and owner.
-int FinishNew(const Entry& directory, const PermPara& perm, std::int64_t start, Level& level, const Report& report) {
-    const int error = OpenCreated(directory, start, level.fd);
-    return error == 0 ? SetModeAndOwner(level.fd, directory.path, perm, report)
+int FinishNew(const Entry& directory, const PermPara& perm, Level& level, const Report& report) {
+    const int error = level.directory.Open(directory);
+    return error == 0 ? SetModeAndOwner(level.directory.Fd(), directory.path, perm, report)
                       : FailChMod(directory.path, perm.mode, error, report);
 }
 
 /// Something had the name when mkdir() was called, though nothing did at the look before. It is left as it is, like one
 /// that was there at that look. A link without a target never shows in that look; it has no mode that could be given.
-int LeaveExisting(const Entry& directory, const PermPara& perm, const Report& report) {
+/// @param probeError  why that look failed, or 0: it is not known then whether this is a success
+int LeaveExisting(const Entry& directory, const PermPara& perm, int probeError, const Report& report) {
     struct stat st {};
     const int error = Lstat(directory, st);
     if (error == 0 && !S_ISLNK(st.st_mode)) {
-        return 0;
+        return probeError;
     }
     return FailChMod(directory.path, perm.mode, error != 0 ? error : EOPNOTSUPP, report);
 }
 
 /// DoPrepareDir that hands out the directory it created.
 int PrepareOne(const Entry& directory, const PermPara& perm, Level& level, const Report& report) {
-    if (IsPathExist(directory, report) == 1) {
+    const int isThere = IsPathExist(directory, report);
+    if (isThere == 1) {
         return 0;
     }
-    const std::int64_t start = InodeClock();
-    int error = MakeOne(directory, level, report);
+    const int probeError = isThere == 0 ? 0 : report.err;
+    int error = MakeOne(directory, NEW_DIRECTORY_MODE, level.isNew, report);
     if (error == 0) {
-        error = level.isNew ? FinishNew(directory, perm, start, level, report) : LeaveExisting(directory, perm, report);
+        error = level.isNew ? FinishNew(directory, perm, level, report)
+                            : LeaveExisting(directory, perm, probeError, report);
     }
     if (error != 0) {
+        report.err = error;
         LogError({"DoPrepareDir %{public}s failed: %{public}u, %{public}u, %{public}o", "DoPrepareDir"}, directory.path,
                  perm.uid, perm.gid, perm.mode);
     } else if (level.isNew) {
@@ -125,14 +91,15 @@ int ForEachLevel(const std::string& path, const Report& report, Make make) {
         if (const int error = make(entry, level); error != 0) {
             return error;
         }
-        if (slash != std::string::npos && (above || level.isNew) && !level.fd) {
-            level.fd = UniqueFd(openat(entry.dirFd, entry.name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
-            if (!level.fd) {
+        UniqueFd made = level.directory.ReleaseFd();
+        if (slash != std::string::npos && (above || level.isNew) && !made) {
+            made = UniqueFd(openat(entry.dirFd, entry.name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+            if (!made) {
                 return FailMkDir(text, CREATE_MODE, errno, report);
             }
         }
-        if (level.fd) {
-            above = std::move(level.fd);
+        if (made) {
+            above = std::move(made);
         }
     } while (slash != std::string::npos);
     return 0;
@@ -141,8 +108,8 @@ int ForEachLevel(const std::string& path, const Report& report, Make make) {
 }  // namespace
 
 int DoMkDir(const Entry& directory, const Report& report) {
-    Level level;
-    return MakeOne(directory, level, report);
+    bool isNew = false;
+    return MakeOne(directory, CREATE_MODE, isNew, report);
 }
 
 int MkDir(const std::string& path, int recurseOpt, int& err, int recordKind) {
@@ -152,7 +119,9 @@ int MkDir(const std::string& path, int recurseOpt, int& err, int recordKind) {
         return 0;
     }
     if (recurseOpt == RECURSE_ALL) {
-        const auto make = [&](const Entry& entry, Level& level) { return MakeOne(entry, level, report); };
+        const auto make = [&](const Entry& entry, Level& level) {
+            return MakeOne(entry, CREATE_MODE, level.isNew, report);
+        };
         if (ForEachLevel(path, report, make) != 0) {
             return -1;
         }

@@ -14,7 +14,7 @@
 
 namespace TAVO::FileMigrateOrvane {
 
-/// What mkdir() is given, before any other mode.
+/// The mode of a directory that gets no other one.
 inline constexpr unsigned int CREATE_MODE = 0700;
 
 /// Creates one directory with mode CREATE_MODE. Success also if anything of that name exists.

@@ -9,6 +9,7 @@
 #include "log.h"
 #include "path_helpers.h"
 #include "record_file.h"
+#include "top_path.h"
 
 namespace TAVO::FileMigrateOrvane {
 namespace {
@@ -42,6 +43,9 @@ int TryRemoveEntry(const Entry& entry, const Report& report) {
         if (const int error = TryRemoveEntry(stream.Child(*child, entry.path), report); error != 0) {
             result = error;
         }
+    }
+    if (stream.ReadError() != 0) {
+        result = Fail(Step::OpenTryRemove, entry.path, stream.ReadError(), report);
     }
     stream.Close();
     return DoRmDir(entry, result, report);
@@ -99,8 +103,10 @@ int FinishRemove(int error, const std::string& path, const Report& report) {
 }
 
 int Remove(const std::string& path, int& err, int recordKind) {
-    std::string text = path;
-    return ResultOf(RemoveEntry(TopEntry(path, text), {err, recordKind}));
+    TopPath top(path);
+    const int error = top.Check();
+    return ResultOf(error == 0 ? RemoveEntry(top.AsEntry(), {err, recordKind})
+                               : Fail(Step::Remove, path, error, {err, recordKind}));
 }
 
 int RemoveEntry(const Entry& entry, const Report& report) {
@@ -113,8 +119,10 @@ int RemoveOpen(DirectoryStream stream, const Entry& entry, const Report& report)
 }
 
 int TryRemove(const std::string& path, int& err, int recordKind) {
-    std::string text = path;
-    return ResultOf(TryRemoveEntry(TopEntry(path, text), {err, recordKind}));
+    TopPath top(path);
+    const int error = top.Check();
+    return ResultOf(error == 0 ? TryRemoveEntry(top.AsEntry(), {err, recordKind})
+                               : Fail(Step::Unlink, path, error, {err, recordKind}));
 }
 
 }  // namespace TAVO::FileMigrateOrvane

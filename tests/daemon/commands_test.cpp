@@ -204,6 +204,10 @@ TEST_F(CommandsTest, MovesAndCopies) {
          "MoveByCopy: 1 links or special files of @/s are not copied, and removed with it\nI "
          "Remove: Remove @/s suc\nI MoveByCopy: MoveByCopy @/s to ~/t suc",
          "~t/ 7:8,~t/f 2B 7:8"},
+        {"move across, set-id bit", "mkdir s; touch s/f; chown 7:8 s; chmod 4750 s/f", MoveAll, "@/s/f ~/t", 0, EXDEV,
+         "E DoMove: MoveByRename @/s/f to ~/t failed, errno=18\nE Move: rename @/s/f to ~/t failed EXDEV, use copy\nI "
+         "Remove: Remove @/s/f suc\nI MoveByCopy: MoveByCopy @/s/f to ~/t suc",
+         "s/ 7:8,~t 750"},
         {"move across, immutable source", "mkdir s; touch s/f; chattr +i s/f", MoveAll, "@/s ~/t", -1, EPERM,
          "E DoMove: MoveByRename @/s to ~/t failed, errno=18\nE Move: rename @/s to ~/t failed EXDEV, use copy\nE "
          "Remove: Remove @/s failed, errno=%\nREMOVE",
@@ -396,16 +400,51 @@ TEST_F(CommandsTest, MoveFlushesTheCopyBeforeItRemovesTheSource) {
     const std::string calls = second->Path("calls");
     for (const bool isFailing : {false, true}) {
         const std::string fault = isFailing ? "error=EIO" : "delay_exit=1";
-        Start({{}, {"strace", "-fqo", calls, "-einject=syncfs:" + fault, "-etrace=pwrite64,fchownat,syncfs,unlinkat"}});
+        Start({{}, {"strace", "-fqo", calls, "-einject=syncfs:" + fault, "-etrace=pwrite64,syncfs,unlinkat"}});
         ASSERT_TRUE(Shell("mkdir s; echo a >s/f; echo b >s/g"));
         const Reply reply = Call(RequestOf(MoveAll, Expand("@/s ~/t")));
         EXPECT_EQ(std::pair(reply.result, reply.errCode), isFailing ? std::pair(-1, EIO) : std::pair(0, EXDEV));
         EXPECT_EQ(Shell("sed -E 's/^[0-9]+ +//; s/\\(.*//' ~/calls | uniq | xargs"),
-                  std::string("pwrite64 fchownat syncfs") + (isFailing ? "\n" : " unlinkat\n"));
+                  std::string("pwrite64 syncfs") + (isFailing ? "\n" : " unlinkat\n"));
         EXPECT_EQ(Shell("find | sort | xargs"), isFailing ? ". ./s ./s/f ./s/g\n" : ".\n");
     }
     EXPECT_TRUE(daemon->WaitForLog(Expand("] flush ~/t failed, errno=5")));
     EXPECT_EQ(Recorded(tree->Path("s"), "5"), Expand("COPY,dst:~/t\n"));
+}
+
+/// "link/" must not stand for the directory that the link names, nor "file/" for the file.
+TEST_F(CommandsTest, SlashAtTheEndDemandsADirectory) {
+    const struct {
+        Command cmd;
+        const char* request;
+    } rows[] = {
+        {ChOwn, "@/l/ - 1 2 - 1"},
+        {ChOwn, "@/l/ - 1 2 - 2"},
+        {ChMod, "@/l/ - - - 700 1"},
+        {ChMod, "@/l/ - - - 700 2"},
+        {Remove, "@/l/"},
+        {TryRemove, "@/l//"},
+        {MoveAll, "@/l/ ~/t"},
+        {MoveSub, "@/l/ @/s"},
+        {CopyAll, "@/l/ @/t"},
+        {CopySub, "@/l/ @/s"},
+        {CopyAll, "@/s @/l/"},
+        {MoveAll, "~/s @/l/"},
+        {CopyComb, "@/l/ @/s 1 2 7"},
+        {CopyComb, "@/s @/l/ 1 2 7"},
+        {ChOwn, "@/f/ - 1 2 - 1"},
+        {CopyAll, "@/f/ @/t"},
+        {CopyComb, "@/f/ @/s/t 1 2 700"},
+        {Remove, "@/f/"},
+    };
+    ASSERT_TRUE(Shell("mkdir -p s o/d ~/s; touch s/f o/d/f ~/s/g f; ln -s o l"));
+    const std::string before = Listing();
+    for (const auto& [cmd, request] : rows) {
+        const Reply reply = Call(RequestOf(cmd, Expand(request)));
+        EXPECT_TRUE(reply.result == -1 && reply.errCode == ENOTDIR) << request << reply.errCode;
+        EXPECT_EQ(Listing(), before) << request;
+    }
+    EXPECT_EQ(Call(RequestOf(CopyAll, Expand("@/s/ @/t/"))).result, 0) << "a directory may be named so";
 }
 
 TEST_F(CommandsTest, SpaceCountsTheBlocksOfEveryName) {

@@ -202,5 +202,51 @@ TEST_F(FaultTest, UnreadableDirectoriesStayAndAreRecorded) {
     }
 }
 
+/// A directory whose listing breaks off is not one that has ended.
+TEST_F(FaultTest, DirectoriesThatCannotBeReadToTheirEndAreFailures) {
+    const std::pair<Way, const char*> rows[] = {{{ChOwn, "@src", "", "@src"}, "type:OPEN_CHMOWNERECURSE,"},
+                                                {{ChMod, "@src", "", "@src"}, "type:OPEN_CHMODERECURSE,"},
+                                                {{TryRemove, "@src", "", "@src"}, "type:OPEN_TRYREMOVE,"},
+                                                {{Remove, "@src", "", "@src"}, "type:REMOVE,"},
+                                                {{CopyAll, "@src", "@dst", "@src"}, "type:COPY,"},
+                                                {{MoveAll, "@src", "~dst", "@src"}, "type:COPY,"},
+                                                {{CopyComb, "@src", "@sub", "@src"}, "type:OPEN_COPYCOMBRECURSE,"}};
+    for (const auto& [way, record] : rows) {
+        MakeTrees();
+        Start({{}, {"strace", "-fqqo/dev/null", "-P", Path("@src/d"), "-einject=getdents64:error=EIO"}});
+        const Reply reply = RawClient().Call({way.cmd, Path(way.src), Path(way.dst), "0", "0", "0700", 2});
+        EXPECT_TRUE(reply.result == -1) << record << reply.errCode;
+        EXPECT_TRUE(HasFiles(way.arrived) && ReadFile(AB_FILE).find(record) != std::string::npos) << record;
+    }
+}
+
+/// Some file systems list names without types.
+TEST_F(FaultTest, EntriesWithoutATypeAreLookedUp) {
+    Start({WithFault("readdir@types=none")});
+    for (const Way& way : {Way{CopyComb, "@src", "@sub", "@sub"}, Way{MoveAll, "@src", "~dst", "~dst"},
+                           Way{CopyAll, "@src", "@dst", "@dst"}, Way{CopyAll, "@pipe", "@dst", "@dst"},
+                           Way{TryRemove, "@src", "", ""}, Way{Remove, "@src", "", ""}}) {
+        MakeTrees();
+        const Reply reply = RawClient().Call({way.cmd, Path(way.src), Path(way.dst), "0", "0", "0700"});
+        EXPECT_TRUE(reply.result == 0 && IsAsPromised(way, /*isSuccess=*/true)) << int(way.cmd) << way.src;
+    }
+}
+
+TEST_F(FaultTest, DirectoryThatCannotBeProbedIsNotReportedAsPrepared) {
+    MakeTrees();
+    Start({{}, {"strace", "-fqqo/dev/null", "-P", Path("@sub"), "-einject=/access:error=EIO"}});
+    const Reply reply = RawClient().Call({PrepareDir, Path("@sub"), "", "1", "2", "0750", 1});
+    EXPECT_TRUE(reply.result == -1 && reply.errCode == EIO) << reply.result << ' ' << reply.errCode;
+}
+
+/// The owner of a directory that nobody may enter can be changed by its name, and so by its descriptor.
+TEST_F(FaultTest, DestinationThatCannotBeEnteredGetsItsOwner) {
+    Start({{}, {"setpriv", "--bounding-set", "-dac_override,-dac_read_search"}});
+    MakeTrees();
+    ASSERT_EQ(chown(tree->Dir("empty").c_str(), 7, 8) + chmod(second->Dir("dst").c_str(), 0400), 0);
+    EXPECT_EQ(RawClient().Call({MoveAll, Path("@empty"), Path("~dst")}).result, 0);
+    EXPECT_EQ(Lstat(Path("~dst")).st_uid, 7U);
+}
+
 }  // namespace
 }  // namespace TAVO::FileMigrateOrvane::Testing

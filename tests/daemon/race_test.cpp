@@ -198,20 +198,74 @@ TEST_F(RaceTest, NothingOutsideIsLabelled) {
     Check({"restore labels, source gone", {Restorecon, "@/s", "", "", "", "", 2}, "@/s", true, TakeAway});
 }
 
-/// The owner of a directory can swap the new directory for one of root's in the same place.
+/// The owner of a directory can swap the new directory for one of root's in the same place, even one that root has made
+/// a moment before.
 TEST_F(RaceTest, PrepareDirChangesOnlyTheDirectoryThatItCreated) {
-    const std::string closed = tree->Dir("closed", 0700), made = tree->Path("made");
-    tree->File("closed/file");
-    const auto inode = Lstat(closed).st_ino;
-    std::this_thread::sleep_for(Deadline{1100});  // the daemon compares birth times in whole seconds
+    const std::string closed = tree->Path("closed"), made = tree->Path("made");
     Start(kSlowMkdir);
-    long swaps = 0;
-    for (const auto end = Clock::now() + kTime; Clock::now() < end; fs::remove_all(made)) {
-        EXPECT_TRUE(Answers({PrepareDir, "@/made", "", "1", "2", "777", 1}, {{made, closed}}, swaps));
-        EXPECT_TRUE(Lstat(closed).st_ino == inode || Exchange({made, closed}));
+    for (const bool isEmpty : {false, true}) {
+        long swaps = 0, given = 0;
+        for (const auto end = Clock::now() + kTime; Clock::now() < end; fs::remove_all(made), fs::remove_all(closed)) {
+            tree->Dir("closed", 0700);
+            if (!isEmpty) {
+                tree->File("closed/file");
+            }
+            const auto inode = Lstat(closed).st_ino;
+            EXPECT_TRUE(Answers({PrepareDir, "@/made", "", "1", "2", "777", 1}, {{made, closed}}, swaps));
+            EXPECT_TRUE(Lstat(closed).st_ino == inode || Exchange({made, closed}));
+            const struct stat st = Lstat(closed);
+            given += st.st_uid != 0 || st.st_mode != (S_IFDIR | 0700);
+        }
+        EXPECT_TRUE(swaps > 0 && given == 0) << isEmpty << ' ' << given << " given away, swaps: " << swaps;
     }
-    const struct stat st = Lstat(closed);
-    EXPECT_TRUE(swaps > 0 && st.st_uid == 0 && st.st_mode == (S_IFDIR | 0700)) << swaps;
+}
+
+/// Files with the secret that everybody may read, on ways that everybody may go, below a directory that everybody may
+/// enter.
+long CountReadable(const std::string& directory) {
+    long count = 0;
+    for (const auto& entry : fs::directory_iterator(directory)) {
+        const auto others = fs::symlink_status(entry).permissions();
+        if (entry.is_directory() && !entry.is_symlink()) {
+            count += (others & fs::perms::others_exec) != fs::perms::none ? CountReadable(entry.path()) : 0;
+        } else if ((others & fs::perms::others_read) != fs::perms::none && entry.is_regular_file()) {
+            count += ReadFile(entry.path()) == SECRET;
+        }
+    }
+    return count;
+}
+
+/// A user swaps his open directory for root's private one beside it, and his file for root's.
+TEST_F(RaceTest, NothingPrivateArrivesReadable) {
+    const std::pair<const char*, Request> rows[] = {
+        {"copy", {CopyAll, "@/s", "@/t"}},
+        {"copy of children", {CopySub, "@/s", "@/t"}},
+        {"move by copy", {MoveAll, "@/s", "~/t"}},
+        {"move of children", {MoveSub, "@/s", "~/t"}},
+    };
+    for (const auto& [name, request] : rows) {
+        Start();
+        long swaps = 0, readable = 0;
+        for (const auto end = Clock::now() + kTime; Clock::now() < end;) {
+            tree.emplace();
+            second.emplace(ScratchTree::On::SecondFs);
+            Pairs pairs;
+            for (const std::string n : {"1", "2", "3"}) {
+                tree->File("s/open" + n + "/f");
+                tree->File("s/closed" + n + "/f", SECRET);
+                tree->File("s/file" + n);
+                tree->File("s/secret" + n, SECRET, 0600);
+                fs::permissions(tree->Path("s/closed" + n), fs::perms::owner_all);
+                pairs.emplace_back(tree->Path("s/open" + n), tree->Path("s/closed" + n));
+                pairs.emplace_back(tree->Path("s/file" + n), tree->Path("s/secret" + n));
+            }
+            fs::create_directory(Expand(request.dst));
+            EXPECT_TRUE(Answers(request, pairs, swaps));
+            readable += CountReadable(Expand(request.dst));
+        }
+        printf("%-36s %8ld swaps: %ld private files readable\n", name, swaps, readable);
+        EXPECT_TRUE(readable == 0 && swaps > 0) << name;
+    }
 }
 
 /// A directory of root's lies in a user's tree. First row: the user swaps it for a directory of his own during the

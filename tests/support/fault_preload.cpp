@@ -8,6 +8,8 @@
 //   klogctl@text=FILE        the kernel log is the content of FILE
 //   pthread_create@N=ERRNO   the N-th thread, counted from 0, is not created
 //   accept@N=ERRNO           the first N accepts fail
+//   readdir@types=none       directories are listed without the entries' types
+#include <dirent.h>
 #include <dlfcn.h>
 #include <pthread.h>
 #include <sys/klog.h>
@@ -99,6 +101,14 @@ int accept4(int fd, sockaddr* address, socklen_t* length, int flags) {
     const int number = count++;
     const std::string fault = FaultOf("accept", [number](const std::string& n) { return number < std::stoi(n); });
     return fault.empty() ? Next(&accept4, "accept4")(fd, address, length, flags) : FailWith(fault);
+}
+
+dirent* readdir(DIR* directory) {
+    dirent* const entry = Next(&readdir, "readdir")(directory);
+    if (entry != nullptr && !FaultAt("readdir", "types").empty()) {
+        entry->d_type = DT_UNKNOWN;
+    }
+    return entry;
 }
 
 }  // extern "C"

@@ -1,0 +1,212 @@
+#include "copy_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+constexpr mode_t SET_ID_BITS = S_ISUID | S_ISGID;
+constexpr mode_t PERMISSIONS = 0777;
+constexpr mode_t PRIVATE_FILE = 0600;
+
+// O_NONBLOCK: what was a file may have become a pipe.
+constexpr int SOURCE_FLAGS = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+constexpr int TARGET_FLAGS = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+/// A file to be copied: open, or with the error that prevented it. What a look at the destination shows is reported
+/// before that error.
+struct Source {
+    UniqueFd fd;
+    struct stat status {};
+    int error = 0;
+    bool isSeen = true;  ///< it has a status
+};
+
+Source OpenSource(const Entry& entry) {
+    Source source{UniqueFd(openat(entry.dirFd, entry.name, SOURCE_FLAGS))};
+    if (!source.fd) {
+        source.error = errno;
+        source.isSeen = Lstat(entry, source.status) == 0;
+    } else if (fstat(source.fd.Get(), &source.status) != 0) {
+        source.error = errno;
+    } else if (!S_ISREG(source.status.st_mode)) {
+        source.error = EINVAL;
+    }
+    return source;
+}
+
+/// One file on its way. Functions hand out the file that they fill.
+class FileCopy {
+public:
+    FileCopy(const CopyPair& copyPair, CopyJob& copyJob, CopyResult& copyResult)
+        : pair(copyPair),
+          job(copyJob),
+          result(copyResult),
+          finish(copyJob.options.finish),
+          source(OpenSource(pair.src)) {}
+
+    int Copy(UniqueFd& made);
+
+private:
+    int FindMode();
+    int Create(const Entry& dst, UniqueFd& made);
+    int CopyOnto(int createError, UniqueFd& made);
+    int CopyInto(UniqueFd& directory);
+    int Overwrite(const Entry& dst, UniqueFd& made);
+    bool IsForeign(const struct stat& existing) const;
+    int Fill(const Entry& dst, int out);
+    static int MakePrivate(int out, int error);
+    mode_t FinalMode(int out) const;
+
+    const CopyPair& pair;
+    CopyJob& job;
+    CopyResult& result;
+    /// The option. A file that is copied *into* a directory gets its source's mode, because the caller finishes the
+    /// directory.
+    Finish finish;
+    Source source;
+    mode_t mode = 0;       ///< what the copy may get of the source's mode
+    bool hasMode = false;  ///< the file was created with its final mode
+};
+
+int FileCopy::Copy(UniqueFd& made) {
+    if (pair.isTop) {
+        NoteTop(source.status, job, result);
+        result.isOwned = true;
+    }
+    const int error = Create(pair.dst, made);
+    return made || !source.isSeen ? error : CopyOnto(error, made);
+}
+
+int FileCopy::FindMode() {
+    return finish == Finish::Nothing ? 0 : job.learned.acl.LimitMode(source.fd.Get(), source.status, mode);
+}
+
+/// Creates the file without a look first: mostly nothing is there, and that saves the look. Where nobody else can reach
+/// it, it is created with its final mode, which saves a call too.
+/// @param made  stays empty if the file was not created
+int FileCopy::Create(const Entry& dst, UniqueFd& made) {
+    source.error = source.error == 0 ? FindMode() : source.error;
+    if (source.error != 0) {
+        return source.error;
+    }
+    hasMode = pair.isSheltered && finish != Finish::Nothing && (mode & (~PERMISSIONS | job.learned.Umask())) == 0;
+    made = UniqueFd(openat(dst.dirFd, dst.name, TARGET_FLAGS | O_EXCL, hasMode ? mode : PRIVATE_FILE));
+    return made ? Fill(dst, made.Get()) : errno;
+}
+
+/// Copies onto an object that exists.
+/// @param createError  why the file was not created
+int FileCopy::CopyOnto(int createError, UniqueFd& made) {
+    struct stat existing {};
+    if (const int error = Lstat(pair.dst, existing); error != 0) {
+        return IsNotFound(error) ? createError : error;
+    }
+    if (IsSame(source.status, existing)) {
+        return EEXIST;
+    }
+    if (S_ISREG(existing.st_mode)) {
+        return Overwrite(pair.dst, made);
+    }
+    return S_ISDIR(existing.st_mode) ? CopyInto(made) : EINVAL;
+}
+
+/// Copies a file into a directory, under its own name.
+int FileCopy::CopyInto(UniqueFd& directory) {
+    directory = OpenDirectory(pair.dst, Link::Refuse);
+    if (!directory) {
+        return errno;
+    }
+    result.isOwned = false;
+    finish = finish == Finish::Nothing ? Finish::Mode : finish;
+    const char* slash = std::strrchr(pair.src.name, '/');
+    const char* name = slash == nullptr ? pair.src.name : slash + 1;
+    const ChildPath joined(pair.dst.path, name);
+    const Entry inside{directory.Get(), name, DT_UNKNOWN, pair.dst.path};
+    UniqueFd file;
+    const int createError = Create(inside, file);
+    if (file) {
+        return createError;
+    }
+    struct stat existing {};
+    if (const int error = Lstat(inside, existing); error != 0) {
+        return IsNotFound(error) ? createError : error;
+    }
+    if (IsSame(source.status, existing)) {
+        return EEXIST;
+    }
+    return S_ISREG(existing.st_mode) ? Overwrite(inside, file) : EINVAL;
+}
+
+/// Whether an existing file must not be filled: its owner may hold it open or mapped, and would reach what it becomes.
+bool FileCopy::IsForeign(const struct stat& existing) const {
+    const uid_t next = job.options.finish == Finish::Mode ? source.status.st_uid : job.owner.uid;
+    return existing.st_uid != geteuid() && existing.st_uid != next;
+}
+
+/// Overwrites a file. Until it is filled, it allows only what both its old and its new mode allow.
+int FileCopy::Overwrite(const Entry& dst, UniqueFd& made) {
+    if (source.error != 0) {
+        return source.error;
+    }
+    made = UniqueFd(openat(dst.dirFd, dst.name, TARGET_FLAGS, PRIVATE_FILE));
+    struct stat old {};
+    if (!made || fstat(made.Get(), &old) != 0) {
+        return errno;
+    }
+    // The name may belong to another object since the first look.
+    if (!S_ISREG(old.st_mode) || IsSame(source.status, old)) {
+        return S_ISREG(old.st_mode) ? EEXIST : EINVAL;
+    }
+    if (IsForeign(old)) {
+        if (unlinkat(dst.dirFd, dst.name, 0) != 0) {
+            return errno;
+        }
+        const int error = Create(dst, made = UniqueFd());
+        return error == EEXIST ? EBUSY : error;  // EEXIST would say that it is its own source
+    }
+    const mode_t next = finish == Finish::Nothing ? source.status.st_mode : mode;
+    const mode_t common = old.st_mode & next & PERMISSIONS;
+    if (ftruncate(made.Get(), 0) != 0 || fchmod(made.Get(), common) != 0) {
+        return errno;
+    }
+    return Fill(dst, made.Get());
+}
+
+int FileCopy::Fill(const Entry& dst, int out) {
+    if (const int error = job.learned.data.Copy(source.fd.Get(), out, source.status); error != 0) {
+        return hasMode ? MakePrivate(out, error) : error;
+    }
+    if (finish == Finish::Nothing) {
+        return 0;
+    }
+    if (finish == Finish::OwnerAndMode && fchown(out, job.owner.uid, job.owner.gid) != 0) {
+        job.ownerError = FailChOwn(dst.path, job.owner, errno, job.report);
+        return hasMode ? MakePrivate(out, 0) : 0;
+    }
+    return hasMode || fchmod(out, FinalMode(out)) == 0 ? 0 : errno;
+}
+
+/// Takes back the mode of a file that did not get its data or its owner. @return `error`
+int FileCopy::MakePrivate(int out, int error) {
+    return fchmod(out, PRIVATE_FILE) == 0 || error != 0 ? error : errno;
+}
+
+mode_t FileCopy::FinalMode(int out) const {
+    struct stat copy {};
+    const bool keepsSetId = (mode & SET_ID_BITS) != 0 && job.options.finish == Finish::Mode && fstat(out, &copy) == 0 &&
+                            copy.st_uid == source.status.st_uid && copy.st_gid == source.status.st_gid;
+    return keepsSetId ? mode : mode & ~SET_ID_BITS;
+}
+
+}  // namespace
+
+[[gnu::noinline]] int CopyFile(const CopyPair& pair, CopyJob& job, CopyResult& result, UniqueFd& made) {
+    return FileCopy(pair, job, result).Copy(made);
+}
+
+}  // namespace TAVO::FileMigrateOrvane

@@ -1,0 +1,22 @@
+// The copy of one regular file. A new file is created exclusively and private, and gets its owner and mode when it is
+// filled. One that exists is overwritten in place if it belongs to the daemon's user or to the owner that the copy
+// gets; another one's is replaced, because its owner may have it open.
+#pragma once
+
+#include <cerrno>
+
+#include "copy_job.h"
+
+namespace TAVO::FileMigrateOrvane {
+
+/// Whether an error says that there is no such object.
+[[nodiscard]] inline bool IsNotFound(int error) {
+    return error == ENOENT || error == ENOTDIR;
+}
+
+/// Copies a file, also into an existing directory under its own name.
+/// @param made  the object at `pair.dst`: the file that was filled, or the directory
+/// @return 0 or an error number
+[[nodiscard]] int CopyFile(const CopyPair& pair, CopyJob& job, CopyResult& result, UniqueFd& made);
+
+}  // namespace TAVO::FileMigrateOrvane

@@ -1,0 +1,87 @@
+// What the parts of a copy share: the two sides, what the caller wants, what was learned, what comes out.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <optional>
+
+#include "access_acl.h"
+#include "directory_stream.h"
+#include "failures.h"
+#include "file_data.h"
+#include "process_umask.h"
+#include "unique_fd.h"
+
+namespace TAVO::FileMigrateOrvane {
+
+/// A source and its place at the destination.
+struct CopyPair {
+    Entry src;
+    Entry dst;
+    bool isTop = false;  ///< these are the paths that the request names; below them nothing is followed
+    /// This copy made the directory that holds `dst`, and nobody else can reach it yet.
+    bool isSheltered = false;
+};
+
+/// What a new object gets once it is filled. Until then it is private.
+enum class Finish {
+    Mode,          ///< the mode of its source; set-id bits only if it has the source's owner and group
+    OwnerAndMode,  ///< the owner of the request's source, then the mode of its own source without set-id bits
+    Nothing,       ///< the caller gives it another owner and mode
+};
+
+struct CopyOptions {
+    Link topLink = Link::Follow;  ///< for a link at the top of the destination
+    Finish finish = Finish::Mode;
+    bool isKeptOpen = false;  ///< the caller goes on with the open copy and closes it
+};
+
+/// What one copy of a request learns for the next.
+class Learned {
+public:
+    FileData data;
+    AccessAcl acl;
+
+    /// The process's file-creation mask.
+    [[nodiscard]] mode_t Umask() { return *(umask = umask ? umask : ReadProcessUmask()); }
+
+private:
+    std::optional<mode_t> umask;
+};
+
+struct CopyJob {
+    const CopyOptions options;
+    const Report& report;
+    Learned& learned;    ///< one for all copies of a request
+    OwnerIds owner{};    ///< for Finish::OwnerAndMode, known once the source is open; for Finish::Nothing, the caller's
+    int ownerError = 0;  ///< of an object that did not get its owner; it was reported, and the copy went on
+};
+
+/// What a copy hands out, also if it failed.
+struct CopyResult {
+    /// The object at the destination, open since the copy began: the file that was filled, or the directory. Empty if
+    /// nothing was copied.
+    UniqueFd destination = UniqueFd();
+    /// The destination has to be named by its path even so: that is a link to the directory, or the descriptor only
+    /// serves to act on the names in it.
+    bool isByName = false;
+    bool isOwned = false;      ///< the destination and everything in it has got the job's owner
+    struct stat source {};     ///< of the top of the source, once it is open; st_ino is 0 before
+    struct stat directory {};  ///< of `destination`, if that is a directory; st_ino is 0 otherwise
+    std::size_t skipped = 0;   ///< entries left out because of their type
+    /// The request names one object twice (EEXIST), or a destination inside its source (EINVAL). Trying in another way
+    /// or removing the source could only do harm. Nothing was changed, unless a bind mount or a rename hid this until
+    /// the walk reached its own destination.
+    bool isOntoItself = false;
+};
+
+/// Remembers the top of the source, once it is open.
+inline void NoteTop(const struct stat& source, CopyJob& job, CopyResult& result) {
+    result.source = source;
+    if (job.options.finish == Finish::OwnerAndMode) {
+        job.owner = {source.st_uid, source.st_gid};
+    }
+}
+
+}  // namespace TAVO::FileMigrateOrvane

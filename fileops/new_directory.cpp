@@ -1,0 +1,108 @@
+#include "new_directory.h"
+
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/syscall.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <iterator>
+#include <mutex>
+#include <set>
+#include <string>
+#include <string_view>
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+/// What tells NEW_DIRECTORY_MODE from other modes, under any umask.
+constexpr mode_t MARK_BITS = S_ISVTX | S_IRWXG | S_IRWXO;
+
+std::mutex claimsLock;
+std::set<std::pair<dev_t, ino_t>> claims;  ///< guarded by claimsLock
+
+/// Whether the file system decides itself which owner or mode its objects show. There nothing can be told from them,
+/// and nothing is gained by giving them.
+bool DecidesOwnerAndMode(int fd) {
+    constexpr std::int64_t EXFAT = 0x2011BAB0, NTFS3 = 0x7366746E, CIFS = 0xFF534D42, SMB2_ = 0xFE534D42;
+    constexpr std::int64_t types[] = {MSDOS_SUPER_MAGIC, EXFAT, NTFS3, FUSE_SUPER_MAGIC,
+                                      NFS_SUPER_MAGIC,   CIFS,  SMB2_, V9FS_MAGIC};
+    struct statfs fs {};
+    return fstatfs(fd, &fs) == 0 &&
+           std::find(std::begin(types), std::end(types), fs.f_type & 0xFFFFFFFF) != std::end(types);
+}
+
+/// Whether a directory holds nothing. Reads the entries by the system call: a stream would cost four calls and memory.
+bool IsEmpty(int fd) {
+    struct Record {  // as the kernel writes it, see getdents(2)
+        std::uint64_t inode;
+        std::int64_t offset;
+        std::uint16_t length;
+        unsigned char type;
+        char name[5];
+    };
+    alignas(Record) std::array<char, 1024> buffer{};
+    const long size = syscall(SYS_getdents64, fd, buffer.data(), buffer.size());
+    for (long at = 0; at < size;) {
+        Record record{};
+        std::memcpy(&record, buffer.data() + at, sizeof(record));
+        if (std::strcmp(record.name, ".") != 0 && std::strcmp(record.name, "..") != 0) {
+            return false;
+        }
+        at += record.length;
+    }
+    return size > 0;
+}
+
+}  // namespace
+
+NewDirectory::~NewDirectory() {
+    if (claimed.second != 0) {
+        const std::lock_guard lock(claimsLock);
+        claims.erase(claimed);
+    }
+}
+
+int NewDirectory::Open(const Entry& entry) {
+    const std::string_view given = entry.name;
+    const std::string name(given.substr(0, given.find_last_not_of('/') + 1));  // "name/" would follow a link
+    fd = UniqueFd(openat(entry.dirFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!fd) {
+        return errno;
+    }
+    const int error = Check();
+    if (error != 0) {
+        fd = UniqueFd();
+    }
+    return error;
+}
+
+/// Claims the open directory before anything else is looked at: what is seen then stays true.
+int NewDirectory::Check() {
+    struct stat st {};
+    if (fstat(fd.Get(), &st) != 0) {
+        return errno;
+    }
+    const std::pair key(st.st_dev, st.st_ino);
+    {
+        const std::lock_guard lock(claimsLock);
+        if (!claims.insert(key).second) {
+            return EEXIST;
+        }
+    }
+    claimed = key;
+    if (fstat(fd.Get(), &st) != 0) {
+        return errno;
+    }
+    const bool isMarked = st.st_uid == geteuid() && (st.st_mode & MARK_BITS) == S_ISVTX;
+    inherited = st.st_mode & S_ISGID;
+    return (isMarked || DecidesOwnerAndMode(fd.Get())) && IsEmpty(fd.Get()) ? 0 : EEXIST;
+}
+
+}  // namespace TAVO::FileMigrateOrvane

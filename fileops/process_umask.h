@@ -1,0 +1,11 @@
+// The process's file-creation mask. The system call can only be asked by changing the mask for all threads.
+#pragma once
+
+#include <sys/types.h>
+
+namespace TAVO::FileMigrateOrvane {
+
+/// Reads the mask from /proc. If that fails, everything counts as masked. May run on any thread.
+[[nodiscard]] mode_t ReadProcessUmask();
+
+}  // namespace TAVO::FileMigrateOrvane
