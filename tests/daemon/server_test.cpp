@@ -92,7 +92,7 @@ TEST_F(ServerTest, EndsWhenTheMillisecondCountWrapsWhileIdle) {
 
 TEST_F(ServerTest, GivesUpWithoutSocketOrWorkers) {
     const std::string path = SOCKET_PATH, asked = "I [CreateServer] Get socket from env " + path + " socketId -1";
-    EXPECT_EQ(Start({{}, {"sh", "-c", "touch " + path + "; exec \"$0\""}, false}).WaitExit(), 0);
+    EXPECT_EQ(Start({{}, {"sh", "-c", "touch " + path + "; exec \"$0\" \"$@\""}, false}).WaitExit(), 0);
     EXPECT_EQ(Found(".+"), (Strings{asked, "E [CreateServerSocket] Failed to bind socket",
                                     "E [CreateServer] Failed to create socket " + path}));
     const std::string over = "I [ThreadTaskExecute] Task thread exit", waited = "wait taskthread exit.";
@@ -108,10 +108,10 @@ TEST_F(ServerTest, TakesTheSocketOfInitAndKeepsTheNameOfItsThreads) {
     ASSERT_EQ(bind(listening.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
     ASSERT_EQ(listen(listening.Get(), 5), 0);
     const std::string pass = "exec 3<&" + std::to_string(listening.Get()) + "; LISTEN_PID=$$ LISTEN_FDS=1 ";
-    Start({{"LISTEN_FDNAMES=other"}, {"bash", "-c", pass + "exec \"$0\""}});
+    Start({{"LISTEN_FDNAMES=other"}, {"bash", "-c", pass + "exec \"$0\" \"$@\""}});
     EXPECT_TRUE(Await("W .GetControlSocket. socket other from init is not file_migrate_orvane, not used"));
     EXPECT_EQ(RawClient().Call(EXISTING).result, 1) << "on a socket of its own";
-    Start({{"LISTEN_FDNAMES=file_migrate_orvane"}, {"bash", "-c", pass + "exec \"$0\""}, false});
+    Start({{"LISTEN_FDNAMES=file_migrate_orvane"}, {"bash", "-c", pass + "exec \"$0\" \"$@\""}, false});
     EXPECT_EQ(RawClient(address.sun_path).Call(EXISTING).result, 1);
     EXPECT_TRUE(daemon->WaitForLog("file_migrate_orvane socketId 3") && !std::filesystem::exists(SOCKET_PATH));
     for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(daemon->Pid()) + "/task")) {
@@ -124,7 +124,7 @@ TEST_F(ServerTest, LogsToTheJournalWhereStandardErrorIsItsStream) {
     Start({{},
            {"sh", "-c",
             "export JOURNAL_STREAM=$(stat -Lc %d:%i /proc/self/fd/2); exec strace -qfs 99 -o " + calls +
-                " -e trace=sendmsg \"$0\""}});
+                " -e trace=sendmsg \"$0\" \"$@\""}});
     ASSERT_TRUE(Becomes([&] { return ReadFile(calls).find("CreateServer") != std::string::npos; }));
     const std::regex sent(R"re("MESSAGE=\[CreateServer:\d+\] Get socket .*"PRIORITY=6".*"CODE_FUNC=CreateServer")re");
     EXPECT_TRUE(std::regex_search(ReadFile(calls), sent)) << ReadFile(calls);

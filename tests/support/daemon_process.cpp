@@ -43,6 +43,9 @@ void Execute(const DaemonOptions& options) {
     for (const std::string& word : options.wrapper) {
         arguments.push_back(const_cast<char*>(word.c_str()));
     }
+    if (char* command = std::getenv("FILE_MIGRATE_TEST_WRAPPER"); command != nullptr) {
+        arguments.push_back(command);
+    }
     arguments.push_back(const_cast<char*>(DAEMON_PATH));
     arguments.push_back(nullptr);
     execvp(arguments[0], arguments.data());

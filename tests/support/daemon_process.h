@@ -1,5 +1,8 @@
 // The real daemon as a child process, its standard error collected. It is killed with its wrapper at the end of the
 // object's life, or with the test's process. Only one at a time can have the socket. One thread.
+//
+// The environment variable FILE_MIGRATE_TEST_WRAPPER holds a command, such as an emulator, that runs the daemon and
+// orvanectl in all tests.
 #pragma once
 
 #include <sys/types.h>

@@ -19,7 +19,8 @@ struct Finished {
 inline Finished RunTool(const std::string& words, const std::string& prefix = "") {
     const ScratchTree files;
     const std::string out = files.Path("out"), err = files.Path("err");
-    const std::string call = prefix + " " ORVANECTL_PATH " " + words + " >" + out + " 2>" + err;
+    const std::string call =
+        prefix + " $FILE_MIGRATE_TEST_WRAPPER " ORVANECTL_PATH " " + words + " >" + out + " 2>" + err;
     const int status = std::system(call.c_str());  // NOLINT(cert-env33-c,concurrency-mt-unsafe): a shell is wanted.
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(out), ReadFile(err)};
 }
