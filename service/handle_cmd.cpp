@@ -46,8 +46,7 @@ constexpr std::array<TableEntry, COMMAND_COUNT> COMMAND_TABLE = {{
 
 consteval bool IsCommandTableComplete() {
     for (std::size_t number = 0; number < COMMAND_TABLE.size(); ++number) {
-        const TableEntry& entry = COMMAND_TABLE[number];
-        if (static_cast<std::size_t>(entry.command) != number || entry.handler == nullptr) {
+        if (static_cast<std::size_t>(COMMAND_TABLE[number].command) != number) {
             return false;
         }
     }
