@@ -11,7 +11,7 @@ namespace TAVO::FileMigrateOrvane::Ctl {
 /// @return one sentence without a full stop; empty if there is no advice
 std::string Advice(const std::error_code& code, const std::string& socketPath);
 
-/// "root:system 0660"; empty if the file cannot be looked at.
+/// "root:system 0660"; empty if stat() on the file fails.
 std::string OwnerAndMode(const std::string& path);
 
 /// What to do about a file or directory that the user may not read: "run this as root", with the group that may read

@@ -20,7 +20,8 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-/// One object, whatever happens to its name. O_PATH: devices, pipes and leases do not notice that it is open.
+/// One open object, independent of changes to its name. It is opened with O_PATH, which has no effect on devices, pipes
+/// and leases.
 class Object {
 public:
     /// Opens a name relative to a directory. A link is not followed. On failure the object is empty and errno set.
@@ -42,7 +43,7 @@ public:
     [[nodiscard]] std::uint64_t Mount() const { return mount; }  ///< as in /proc/self/mountinfo; 0 if not known
     [[nodiscard]] bool IsDirectory() const { return S_ISDIR(type); }
 
-    /// Where the object is, by a path without links; empty with errno set on failure.
+    /// The path of the object, without links; empty with errno set on failure.
     [[nodiscard]] std::string Path() const {
         char path[PATH_MAX];
         const ssize_t length = readlink(NameInProc().c_str(), path, sizeof(path));
@@ -72,7 +73,7 @@ private:
     std::uint64_t mount = 0;
 };
 
-/// @param path  where the object is
+/// @param path  the path of the object
 /// @return 0, also if the policy prescribes no label; or an error number
 int SetPrescribedLabel(const LabelRules& rules, const Object& object, const char* path) {
     const LabelText label = rules.Lookup(path, object.Type());
@@ -132,7 +133,8 @@ private:
         }
     }
 
-    /// Whether a bind mount shows a directory of this path once more. Its contents would get the labels of two places.
+    /// Whether a bind mount makes the directory one of its own ancestors. Its contents would then get labels for two
+    /// paths.
     [[nodiscard]] bool IsInsideItself(const Object& directory) const {
         struct stat own = {}, above = {};
         std::size_t end = fstat(directory.Fd(), &own) == 0 ? path.length() : 0;
@@ -178,7 +180,7 @@ private:
         path.resize(length);
     }
 
-    /// Counts a result of the object at `path`. What has vanished meanwhile needs no label.
+    /// Logs a failure on the object at `path` and keeps its number. An object that was removed needs no label.
     void Note(int error) {
         if (error != 0 && error != ENOENT) {
             lastError = error;
@@ -187,12 +189,12 @@ private:
     }
 
     const LabelRules& rules;
-    std::string path;  ///< of the object under way; empty for "/"
+    std::string path;  ///< of the current object; empty for "/"
     const std::size_t topLength;
     int lastError = 0;
 };
 
-/// Opens the path of a request. A slash at its end demands a directory.
+/// Opens the path of a request. A path that ends in a slash must be a directory.
 Object OpenNamed(const char* path) {
     std::string name(path);
     while (name.length() > 1 && name.back() == '/') {
@@ -202,7 +204,7 @@ Object OpenNamed(const char* path) {
 }
 
 /// Calls `restore` with the rules, the object that a path names and its path without links.
-/// @return the result of `restore`, which is 0 or an error number; or the error number of what failed before
+/// @return the result of `restore`, which is 0 or an error number; or the error number of an earlier step
 template <class Restore>
 int With(const char* path, Restore restore) {
     const std::shared_ptr<const LabelRules> rules = LabelRules::Current();

@@ -31,7 +31,7 @@ public:
     /// The path with its role: "the destination /data/b".
     [[nodiscard]] std::string Named(const std::string& path) const;
 
-    /// "the destination /data/b is a pipe". The object must have been looked at successfully.
+    /// "the destination /data/b is a pipe". lstat on the object must have succeeded.
     [[nodiscard]] std::string IsA(const std::string& path) const;
 
     /// The error of lstat on the path; 0 if lstat succeeded or was not called.

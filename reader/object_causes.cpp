@@ -16,8 +16,8 @@ bool IsSpecial(const Evidence& e, const std::string& path) {
     return e.Object(path) != nullptr && !e.Is(path, S_IFREG) && !e.Is(path, S_IFDIR) && !e.Is(path, S_IFLNK);
 }
 
-/// Whether the type's operation only looks at its path and its records hold no snapshots. The error is then that
-/// look's.
+/// Whether the type's operation only examines its path and its records hold no snapshots. The record's error is then
+/// about that path.
 bool IsPlainLook(const Evidence& e) {
     const RecordType& type = TypeOf(e.record.type);
     return !type.name.empty() && type.line.hasSrc && type.snapshots.empty();

@@ -1,4 +1,5 @@
-// Which records the user wants to see, and how he writes it. Plain data and functions without state.
+// Selects the records to show, and parses the words of the command line that say which. Plain data and functions
+// without state.
 #pragma once
 
 #include <optional>

@@ -100,7 +100,7 @@ TEST(Orvanectl, PrintsOneJsonObjectWhateverHappens) {
 
 std::string SentFor(const std::string& words) {
     FakeDaemon daemon;
-    static_cast<void>(RunTool("--socket " + daemon.socketPath + " " + words));  // its answer fits no command
+    static_cast<void>(RunTool("--socket " + daemon.socketPath + " " + words));  // the answer does not fit the command
     return daemon.Requests().at(0);
 }
 

@@ -1,4 +1,4 @@
-// What no request can reach, and decoding by table.
+// Cases that no request can reach, and a table of texts to decode.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -24,7 +24,8 @@ TEST(DirNameTest, AsDirname) {
     }
 }
 
-/// "id err" and the type of the record; an `err` of -1 was not touched, one of 7 is the errno of before.
+/// "ID ERR TYPE" with the type of the record. ERR is -1 if `err` was not set, and 7 if it was set from an earlier
+/// errno.
 std::string Decoded(int (*decode)(const char*, int&, int), const char* text) {
     ClearRecords();
     errno = 7;

@@ -1,4 +1,4 @@
-// The seams to the operating system, against the real one.
+// The interfaces to the operating system, against the real one.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -24,7 +24,7 @@
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
 
-/// The result of a copy into "old", and what is there afterwards.
+/// The result of a copy into a buffer that holds "old", and the buffer's text afterwards.
 std::pair<int, std::string> Copy(const char* src, std::size_t destSize, std::size_t count) {
     char dest[8] = "old";
     const int result = strncpy_s(dest, destSize, src, count);
@@ -81,10 +81,11 @@ TEST(Log, LineIsOneWriteWithLevelAndPlaceAndCannotBeForged) {
     }
 }
 
-/// Does what init does before it starts a service. The exit status is GetControlSocket's result, 255 for none.
+/// Prepares this process as init prepares a service. Exits with GetControlSocket's result, which is 255 without a
+/// socket.
 [[noreturn]] void ExitWithControlSocket(const char* names, int type, bool isListening = true, int domain = AF_UNIX) {
     const int fd = socket(domain, type, 0);
-    const sockaddr_un address{AF_UNIX, {}};  // without a path the kernel chooses an abstract one
+    const sockaddr_un address{AF_UNIX, {}};  // without a path the kernel chooses an abstract name
     static_cast<void>(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address.sun_family)));
     if (isListening) {
         listen(fd, 1);
@@ -114,7 +115,7 @@ TEST(ControlSocket, IsTheOneListeningStreamOfItsName) {
 
 constexpr int (*Walk)(const char*) = [](const char* path) { return RestoreconRecurseParallel(path, 16); };
 
-/// The flags with which libselinux does what Walk is to do.
+/// libselinux's own walk, with the flags that give the result that Walk must give.
 constexpr int (*LibraryWalk)(const char*) = [](const char* path) {
     return selinux_restorecon(path, SELINUX_RESTORECON_RECURSE | SELINUX_RESTORECON_SKIP_DIGEST |
                                         SELINUX_RESTORECON_SET_SPECFILE_CTX | SELINUX_RESTORECON_REALPATH);
@@ -128,7 +129,7 @@ std::string LabelOf(const std::string& path) {
     return label;
 }
 
-/// Each test has a directory of its own over /etc, with a policy in it.
+/// Mounts a directory with a policy over /etc for each test.
 class SecurityLabel : public testing::Test {
 protected:
     void SetUp() override {
@@ -142,13 +143,13 @@ protected:
     }
     void TearDown() override { umount2("/etc", MNT_DETACH); }
 
-    /// Put into place whole, as a policy's installer does it.
+    /// Replaces the rules with a rename, as a policy's installer does.
     void WriteRules(const std::string& policy, const std::string& rules) {
         const std::string folder = tree.Dir("etc/selinux/" + policy + "/contexts/files");
         std::filesystem::rename(tree.File("new", rules), folder + "/file_contexts");
     }
 
-    /// The label of `labelled` after a call for `path`; where that failed, its result and error come first.
+    /// The label of `labelled` after a call for `path`. If the call failed, its result and error precede the label.
     static std::string After(int (*call)(const char*), const std::string& path, const std::string& labelled) {
         const int result = call(path.c_str());
         const std::string failure = result == 0 ? "" : std::to_string(result) + " " + strerrorname_np(errno) + " ";
@@ -182,7 +183,7 @@ TEST_F(SecurityLabel, IsWhatThePolicyPrescribes) {
     EXPECT_EQ(After(Walk, top, file), "-1 EPERM u:r:file:s0") << "one entry fails, the others are done";
 }
 
-/// What each object of the tree has after a walk over the same tree.
+/// Compares the labels of all objects after either walk over the same tree.
 TEST_F(SecurityLabel, IsWhatTheLibrarysOwnWalkGives) {
     WriteRules("mini", top + "(/.*)? u:r:any:s0\n" + top + "/.* -d u:r:dir:s0\n" + top + "/.* -l u:r:link:s0\n" + top +
                            "/.* -p u:r:pipe:s0\n" + top + "/.* -s u:r:socket:s0\n" + top +
@@ -197,7 +198,7 @@ TEST_F(SecurityLabel, IsWhatTheLibrarysOwnWalkGives) {
     ASSERT_EQ(mknod(tree.Path("t/device").c_str(), S_IFCHR | 0600, 0), 0);
     tree.Pipe("t/pipe"), tree.Pipe("t/none/pipe"), tree.Link("t/link", directory), tree.Link("t/dangling", "nowhere");
     tree.File("t/none/but"), tree.File("t/none/not"), tree.File("t/d/e/f/g"), tree.File("t/new\nline \xff");
-    // One file each: no label, the right one, another user, role, type, range, and a type that administrators choose.
+    // A file for each case: no label, the right one, another user, role, type or range, and a customizable type.
     const char* labels[] = {"",         "u:r:file:s0",    "v:r:file:s0",  "u:q:file:s0",
                             "u:r:x:s0", "u:r:file:s0:c3", "u:r:custom:s0"};
     const auto walked = [&](int (*walk)(const char*)) {

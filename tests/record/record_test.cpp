@@ -1,4 +1,4 @@
-// What a record holds, where it goes, and when a kernel-log dump follows it.
+// What a record contains, which file it goes to, and when a kernel-log dump follows it.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/inotify.h>
@@ -148,7 +148,8 @@ TEST(SnapshotTest, InodeFlagsAndStat) {
     EXPECT_EQ(flags[head.size() + 27], '1') << flags;
 }
 
-/// A terminal could become the daemon's own and end it, a tape be rewound, the writer of a pipe be let go on.
+/// Opening has effects on other objects: a terminal could become the daemon's own and end it, a tape is rewound, and a
+/// pipe's writer continues.
 TEST(SnapshotTest, WhatIsNoFileOrDirectoryIsNotOpened) {
     ScratchTree tree;
     const UniqueFd master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
