@@ -159,11 +159,11 @@ def run(*command):
 # ---- trees ----
 
 
-def make_small(top, files=FILES, size=300):
+def make_small(top, files=FILES, size=300, files_per_directory=FILES_PER_DIRECTORY):
     content = b"x" * size
     for number in range(files):
-        if number % FILES_PER_DIRECTORY == 0:
-            directory = top / f"directory{number // FILES_PER_DIRECTORY}"
+        if number % files_per_directory == 0:
+            directory = top / f"directory{number // files_per_directory}"
             directory.mkdir(parents=True)
         (directory / f"file{number}").write_bytes(content)
 

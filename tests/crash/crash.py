@@ -23,7 +23,7 @@ from contextlib import contextmanager
 from dataclasses import dataclass, field
 from pathlib import Path
 
-from disks import KINDS, Workshop, end, start
+from disks import FileSystem, Workshop, end, start
 from states import states
 
 BUILD = Path(sys.argv[1]).resolve()
@@ -36,6 +36,13 @@ RECORDS = Path("/data/zelto/update/migrate")
 POINTS, HALVES = (40, 1) if IS_QUICK else (4000, 3)  # points of each log; random halves for each disk at a point
 SECONDS = 1.2 if IS_QUICK else 3  # until the kernel has written back data on its own; our ext4 commits each second
 SKIPPED = 77  # ctest reports this status as a skipped test
+# Small file systems that are mounted and copied quickly. With a commit each second, ext4 writes back a lot on its own
+# during a request and soon after it.
+FILE_SYSTEMS = [
+    FileSystem("ext4", 48 << 20, ("mkfs.ext4", "-q", "-b", "4096", "-N", "4096", "-J", "size=4",
+                                  "-E", "lazy_itable_init=0,lazy_journal_init=0,nodiscard"), "commit=1"),
+    FileSystem("xfs", 48 << 20, ("mkfs.xfs", "-q", "--unsupported", "-K", "-d", "agcount=1", "-l", "size=1368b")),
+]
 
 
 def run(*command):
@@ -158,12 +165,14 @@ def daemon(environment):
         Path(SOCKET).unlink(missing_ok=True)
 
 
-def record(workshop, row, kind):
+def record(workshop, row, file_system):
     """Runs a row on disks that log. Returns the images from before the row, and the log."""
     places = [workshop.folder(place) for place in row.places]
-    images = [workshop.make_image(f"image{number}", kind, lambda place: row.subject.fill(number, place))
+    images = [workshop.make_image(f"image{number}", file_system, lambda place: row.subject.fill(number, place))
               for number in range(len(places))]
-    with workshop.logged(images, kind, places) as log:
+    log = workshop.top / "log"
+    log.unlink(missing_ok=True)
+    with workshop.served(images, file_system, places, "log", log):
         with daemon(row.environment):
             row.subject.act(places, log)
         time.sleep(SECONDS)
@@ -173,11 +182,11 @@ def record(workshop, row, kind):
     return images, whole
 
 
-def search(workshop, row, kind):
+def search(workshop, row, file_system):
     """Prints one line of the table. Returns whether the outcome is as expected."""
-    images, log = record(workshop, row, kind)
+    images, log = record(workshop, row, file_system)
     seen, losses, worst = set(), 0, 0
-    for at, combination in states(workshop, images, kind, log, row.subject.look, POINTS, HALVES):
+    for at, combination in states(workshop, images, file_system.kind, log, row.subject.look, POINTS, HALVES):
         required = row.subject.required(at)
         if (state := (combination, len(required))) in seen:
             continue
@@ -186,7 +195,8 @@ def search(workshop, row, kind):
         losses += bool(lost)
         worst = max(worst, len(lost))
     is_right = row.loses is None or row.loses == (losses > 0)
-    print(f"| {row.name} | {kind} | {len(seen)} | {losses} | {worst} |" + ("" if is_right else " WRONG"), flush=True)
+    print(f"| {row.name} | {file_system.kind} | {len(seen)} | {losses} | {worst} |" + ("" if is_right else " WRONG"),
+          flush=True)
     return is_right
 
 
@@ -200,7 +210,8 @@ def main():
         print(f"crash: Skipped\nneeds privilege: a mount namespace, /dev/fuse and loop devices ({error})")
         return SKIPPED
     print("| | file system | states | with losses | lost at worst |\n|---|---|---|---|---|", flush=True)
-    results = [search(workshop, row, kind) for row in chosen for kind in (["ext4"] if IS_QUICK else KINDS)]
+    file_systems = FILE_SYSTEMS[:1] if IS_QUICK else FILE_SYSTEMS
+    results = [search(workshop, row, file_system) for row in chosen for file_system in file_systems]
     return 0 if all(results) else 1
 
 

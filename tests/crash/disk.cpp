@@ -1,15 +1,18 @@
-// A disk that logs every write: a FUSE file system whose files "0", "1", ... are images for loop devices and store
-// their data in ordinary files of the same size. Each write and each flush is appended to one log: a WriteHeader, then
-// the bytes written. A loop device turns a flush, and a write that must reach the disk at once, into an fsync after the
-// writes.
+// A disk that logs every write, or one that is slow: a FUSE file system whose files "0", "1", ... are images for loop
+// devices and store their data in ordinary files of the same size.
 //
-//     disk LOG MOUNTPOINT IMAGE...
+//     disk log LOG MOUNTPOINT IMAGE...
+//     disk delay READ_US WRITE_US MOUNTPOINT IMAGE...
 //
-// One thread serves all requests, so that the order of the log is the order of the writes. Ends when it is unmounted or
-// killed.
+// With `log`, each write and each flush is appended to one log: a WriteHeader, then the bytes written. A loop device
+// turns a flush, and a write that must reach the disk at once, into an fsync after the writes. One thread serves all
+// requests, so that the order of the log is the order of the writes. With `delay`, each read and each write takes at
+// least so many microseconds, and many are served side by side. Ends when it is unmounted or killed.
 #define FUSE_USE_VERSION 312
 #include <fcntl.h>
 #include <fuse_lowlevel.h>
+#include <sched.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -18,8 +21,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <limits>
-#include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -33,15 +37,29 @@ struct WriteHeader {
 constexpr double FOR_EVER = std::numeric_limits<std::int32_t>::max();  ///< seconds that the kernel may cache a reply
 constexpr fuse_ino_t FIRST_IMAGE = FUSE_ROOT_ID + 1;
 
-int g_log = -1;
+constexpr unsigned THREADS = 64;  ///< requests that a slow disk has in work at once
+
+int g_log = -1;          ///< of a disk that logs
+long g_readDelayNs = 0;  ///< of a slow disk, like the next
+long g_writeDelayNs = 0;
 std::vector<int> g_images;
 
 int Image(fuse_ino_t node) {
     return g_images[node - FIRST_IMAGE];
 }
 
-/// A log with a gap would show losses that never happened, or hide some that did.
+void Wait(long nanoseconds) {
+    if (nanoseconds > 0) {
+        const timespec time{nanoseconds / 1'000'000'000, nanoseconds % 1'000'000'000};
+        nanosleep(&time, nullptr);
+    }
+}
+
+/// Ends the program if it cannot write. A log with a gap would show losses that never happened, or hide some that did.
 void Append(fuse_ino_t node, const void* data, std::size_t length, off_t offset) {
+    if (g_log < 0) {
+        return;
+    }
     WriteHeader header{static_cast<std::uint32_t>(node - FIRST_IMAGE), static_cast<std::uint32_t>(length),
                        static_cast<std::uint64_t>(offset)};
     const iovec parts[] = {{&header, sizeof(header)}, {const_cast<void*>(data), length}};
@@ -60,6 +78,10 @@ struct stat Attributes(fuse_ino_t node) {
     }
     attributes.st_ino = node;
     return attributes;
+}
+
+void Init(void*, fuse_conn_info* connection) {
+    connection->max_background = connection->congestion_threshold = THREADS;
 }
 
 void Lookup(fuse_req_t request, fuse_ino_t, const char* name) {
@@ -88,6 +110,7 @@ void Open(fuse_req_t request, fuse_ino_t, fuse_file_info* file) {
 }
 
 void Read(fuse_req_t request, fuse_ino_t node, std::size_t size, off_t offset, fuse_file_info*) {
+    Wait(g_readDelayNs);
     std::vector<char> data(size);
     const ssize_t length = pread(Image(node), data.data(), size, offset);
     if (length < 0) {
@@ -98,6 +121,7 @@ void Read(fuse_req_t request, fuse_ino_t node, std::size_t size, off_t offset, f
 }
 
 void Write(fuse_req_t request, fuse_ino_t node, const char* data, std::size_t size, off_t offset, fuse_file_info*) {
+    Wait(g_writeDelayNs);
     const ssize_t length = pwrite(Image(node), data, size, offset);
     if (length < 0) {
         fuse_reply_err(request, errno);
@@ -114,6 +138,7 @@ void Flush(fuse_req_t request, fuse_ino_t node, int, fuse_file_info*) {
 
 fuse_lowlevel_ops Operations() {
     fuse_lowlevel_ops operations{};
+    operations.init = Init;
     operations.lookup = Lookup;
     operations.getattr = GetAttributes;
     operations.open = Open;
@@ -123,23 +148,47 @@ fuse_lowlevel_ops Operations() {
     return operations;
 }
 
+int Serve(fuse_session* session) {
+    if (g_log >= 0) {
+        return fuse_session_loop(session);
+    }
+    // The threads inherit both. A disk does not wait for a processor, nor longer than it is asked to.
+    const sched_param priority{1};
+    sched_setscheduler(0, SCHED_FIFO, &priority);
+    prctl(PR_SET_TIMERSLACK, 1);
+    fuse_loop_config* const config = fuse_loop_cfg_create();
+    fuse_loop_cfg_set_max_threads(config, THREADS);
+    fuse_loop_cfg_set_idle_threads(config, THREADS);
+    const int result = fuse_session_loop_mt(session, config);
+    fuse_loop_cfg_destroy(config);
+    return result;
+}
+
 }  // namespace
 
 int main(int argc, char* argv[]) {
-    if (argc < 4) {
-        std::fputs("usage: disk LOG MOUNTPOINT IMAGE...\n", stderr);
+    const std::string_view mode = argc > 1 ? argv[1] : "";
+    const int place = mode == "log" ? 3 : 4;
+    if ((mode != "log" && mode != "delay") || argc < place + 2) {
+        std::fputs("usage: disk log LOG MOUNTPOINT IMAGE...\n       disk delay READ_US WRITE_US MOUNTPOINT IMAGE...\n",
+                   stderr);
         return 2;
     }
-    g_log = open(argv[1], O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    for (int i = 3; i < argc; ++i) {
+    if (mode == "log") {
+        g_log = open(argv[2], O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    } else {
+        g_readDelayNs = std::atol(argv[2]) * 1000;
+        g_writeDelayNs = std::atol(argv[3]) * 1000;
+    }
+    for (int i = place + 1; i < argc; ++i) {
         g_images.push_back(open(argv[i], O_RDWR | O_CLOEXEC));
     }
     char* arguments[] = {argv[0], nullptr};
     fuse_args options = FUSE_ARGS_INIT(1, arguments);
     const fuse_lowlevel_ops operations = Operations();
     fuse_session* const session = fuse_session_new(&options, &operations, sizeof(operations), nullptr);
-    if (session == nullptr || fuse_session_mount(session, argv[2]) != 0) {
+    if (session == nullptr || fuse_session_mount(session, argv[place]) != 0) {
         return 1;
     }
-    return fuse_session_loop(session) == 0 ? 0 : 1;
+    return Serve(session) == 0 ? 0 : 1;
 }

@@ -7,11 +7,11 @@ import ctypes
 import errno
 import fcntl
 import os
-import shutil
 import signal
 import struct
 import subprocess
 from contextlib import ExitStack, contextmanager
+from dataclasses import dataclass
 from pathlib import Path
 
 LIBC = ctypes.CDLL(None, use_errno=True)
@@ -24,13 +24,13 @@ LO_FLAGS_AUTOCLEAR, LO_FLAGS_DIRECT_IO = 4, 16
 BLKFLSBUF = 0x1261
 WRITE_HEADER = struct.Struct("=IIQ")  # as in disk.cpp
 
-# Small file systems that are mounted and copied quickly: size, command, mount options. With a commit each second, ext4
-# writes back a lot on its own during a request and soon after it.
-KINDS = {
-    "ext4": (48 << 20, ["mkfs.ext4", "-q", "-b", "4096", "-N", "4096", "-J", "size=4",
-                        "-E", "lazy_itable_init=0,lazy_journal_init=0,nodiscard"], "commit=1"),
-    "xfs": (48 << 20, ["mkfs.xfs", "-q", "--unsupported", "-K", "-d", "agcount=1", "-l", "size=1368b"], ""),
-}
+
+@dataclass(frozen=True)
+class FileSystem:
+    kind: str
+    size: int
+    command: tuple[str, ...]  # makes it
+    options: str = ""  # to mount it
 
 
 def call(name, *arguments):
@@ -100,15 +100,14 @@ class Workshop:
         path.mkdir(exist_ok=True)
         return path
 
-    def make_image(self, name, kind, fill):
+    def make_image(self, name, file_system, fill):
         """Makes an image of a file system with the files that fill(DIRECTORY) creates. Returns its path."""
-        size, command, _ = KINDS[kind]
         image = self.top / name
         image.unlink(missing_ok=True)
         with open(image, "wb") as file:
-            file.truncate(size)
-        subprocess.run([*command, image], check=True, stdout=subprocess.DEVNULL)
-        with self.mounted(image, kind, self.folder("filling")) as place:
+            file.truncate(file_system.size)
+        subprocess.run([*file_system.command, image], check=True, stdout=subprocess.DEVNULL)
+        with self.mounted(image, file_system.kind, self.folder("filling")) as place:
             fill(place)
         subprocess.run(["fallocate", "--dig-holes", image], check=True)
         return image
@@ -126,21 +125,22 @@ class Workshop:
             loop.close()
 
     @contextmanager
-    def logged(self, images, kind, places):
-        """Mounts copies of the images from disks that log, and yields the log's path. The images do not change."""
-        log, served = self.top / "log", self.folder("served")
-        log.unlink(missing_ok=True)
-        copies = [shutil.copy(image, f"{image}.live") for image in images]
+    def served(self, images, file_system, places, *mode):
+        """Mounts copies of the images from the disk program, which gets `mode`. The images do not change."""
+        served = self.folder("served")
+        copies = [f"{image}.live" for image in images]
+        for image, live in zip(images, copies):
+            subprocess.run(["cp", "--sparse=always", image, live], check=True)
         fuse = os.open(self.devices / "fuse", os.O_RDWR)
         mount("disk", served, "fuse", f"fd={fuse},rootmode=40000,user_id=0,group_id=0")
-        disk = start([self.disk_program, log, f"/dev/fd/{fuse}", *copies], pass_fds=[fuse])
+        disk = start([self.disk_program, *mode, f"/dev/fd/{fuse}", *copies], pass_fds=[fuse])
         os.close(fuse)
         try:
             with ExitStack() as mounts:
                 for number, place in enumerate(places):
-                    mounts.enter_context(
-                        self.mounted(served / str(number), kind, place, KINDS[kind][2], LO_FLAGS_DIRECT_IO))
-                yield log
+                    mounts.enter_context(self.mounted(served / str(number), file_system.kind, place,
+                                                      file_system.options, LO_FLAGS_DIRECT_IO))
+                yield
         finally:
             end(disk)
             unmount(served)
