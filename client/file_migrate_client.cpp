@@ -80,7 +80,7 @@ ExistedPathReply Client::ExistedPath(std::string_view path) {
         return reply;
     }
     if (packages.empty() || packages.front().empty()) {
-        reply.failure = session->Malformed("a path was promised and none came");
+        reply.failure = session->Malformed("a path was announced but not sent");
     } else {
         reply.path = std::move(packages.front());
     }

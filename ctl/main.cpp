@@ -44,7 +44,7 @@ void AddOptions(CLI::App& app, DaemonOptions& daemon) {
         ->capture_default_str()
         ->check(CLI::Validator(CheckSocketPath, ""))
         ->type_name("PATH");
-    app.add_option("--timeout", daemon.timeoutSeconds, "longest wait for the answer, 0 for no limit")
+    app.add_option("--timeout", daemon.timeoutSeconds, "how long to wait for the answer; 0 for no limit")
         ->check(CLI::Range(0, LONGEST_TIMEOUT).description(""))
         ->type_name("SECONDS");
     app.set_version_flag("--version", "orvanectl " ORVANECTL_VERSION, "print the version and exit");

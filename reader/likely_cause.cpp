@@ -72,7 +72,7 @@ Cause WrongOwner(const Record& record, const std::string& what, const std::strin
         return {"bad-number", "", "the " + what + " number " + name + " evaluates to 0; write it as \"0\""};
     }
     if (record.errorNumber == ERANGE) {
-        return {"long-entry", "", "the system's entry of the " + what + " " + name + " is too long"};
+        return {"long-entry", "", "the system's entry for the " + what + " " + name + " is too long"};
     }
     return record.errorNumber == ENOENT
                ? Cause{what == "user" ? "no-such-user" : "no-such-group", "", "there is no " + what + " " + name}

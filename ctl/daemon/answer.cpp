@@ -133,7 +133,7 @@ Answer AnswerTo(const Size& reply, const AnswerStyle& style) {
     answer.output =
         (style.isHuman ? HumanSize(static_cast<std::uint64_t>(reply.kilobytes)) : std::to_string(reply.kilobytes)) +
         "\n";
-    return reply.isWhole ? answer : Failed(std::move(answer), "the figure is not whole: " + ErrorText(reply.errCode));
+    return reply.isWhole ? answer : Failed(std::move(answer), "the figure is incomplete: " + ErrorText(reply.errCode));
 }
 
 ExitStatus Print(const Answer& answer, const std::string& what, Json object, bool isJson) {

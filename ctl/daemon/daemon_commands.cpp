@@ -57,7 +57,7 @@ void AddChoices(CLI::App& parser, const SubCommand& command, Arguments& argument
             "-r,--recursive", [&arguments] { arguments.recursion = Recursion::Recursive; }, command.recursiveHelp);
     }
     if (command.Is(TAKES_KEEP_GOING)) {
-        parser.add_flag("--keep-going", arguments.keepGoing, "go on after entries that cannot be removed");
+        parser.add_flag("--keep-going", arguments.keepGoing, "continue after entries that cannot be removed");
     }
     if (command.Is(TAKES_FROM_PARENT)) {
         parser.add_flag("--from-parent", arguments.fromParent, "use the parent directory's label")->excludes(recursive);

@@ -95,7 +95,7 @@ Verdict OntoNothing(const Place& destination, bool needsDirectory) {
         return {"it would fail: the parent directory of " + path + " does not exist", true};
     }
     if (destination.kind == Place::Kind::Unknown) {
-        return {"what " + path + " is cannot be checked: the path goes through a link or a file"};
+        return {path + " cannot be checked: the path goes through a link or a file"};
     }
     return needsDirectory ? Verdict{"it would fail: the directory " + path + " does not exist", true}
                           : Verdict{"nothing would be replaced: " + path + " does not exist"};
@@ -104,7 +104,7 @@ Verdict OntoNothing(const Place& destination, bool needsDirectory) {
 Verdict IntoDirectory(const Place& destination, const Survey& survey, bool moves) {
     const std::string path = Printable(destination.path);
     if (destination.kind == Place::Kind::Other) {
-        return {path + " is a link, or a file, for which it would fail"};
+        return {path + " is a link or a file; the command would fail if it is a file"};
     }
     return {CountedObjects(survey.replaced) + " in " + path + " would be replaced" +
             (moves ? "; an existing directory is replaced if it is empty, and merged across file systems" : "")};
@@ -173,7 +173,7 @@ std::optional<Answer> Refuse(const SubCommand& command, const Failure& connected
     }
     if (command.Is(MEANS_CHILDREN) && source.kind != Place::Kind::Directory) {
         return Unanswered(ExitStatus::Failed,
-                          "cannot be checked: the source is a link, or a file, for which it would fail");
+                          "cannot be checked: the source is a link or a file; the command would fail if it is a file");
     }
     return std::nullopt;
 }
@@ -233,8 +233,7 @@ Answer DryRun(const SubCommand& command, Client& client, const Arguments& argume
     for (const std::string& warning : preflight.warnings) {
         answer.output += warning + "\n";
     }
-    return isKnown ? answer
-                   : Failed(std::move(answer), "not everything could be looked at; the figures are incomplete");
+    return isKnown ? answer : Failed(std::move(answer), "not everything could be examined; the figures are incomplete");
 }
 
 }  // namespace TAVO::FileMigrateOrvane::Ctl

@@ -134,7 +134,7 @@ std::string Preflight::LossText() const {
     const auto counted = [](std::uint64_t count, const char* what) {
         return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
     };
-    std::string text = losses->isWhole ? "" : "the source could not be read to its end; at least ";
+    std::string text = losses->isWhole ? "" : "the source could not be read completely; at least ";
     if (losses->links > 0 || losses->specialFiles == 0) {
         text += counted(losses->links, "symbolic link");
     }

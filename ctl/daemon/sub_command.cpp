@@ -36,7 +36,7 @@ constexpr const char* LABELS_ALL = "label everything below PATH too";
 constexpr SubCommand SUB_COMMANDS[] = {
     {"exists", nullptr, "Exit with 0 if PATH exists; links are followed.", nullptr, "exists /data/app && echo yes",
      TAKES_PATH, QUICK, Do<[](Client& c, const Arguments& a) { return c.IsExist(a.path); }>},
-    {"is-dir", nullptr, "Exit with 0 if PATH is a directory and no link.", nullptr, "is-dir /data/app", TAKES_PATH,
+    {"is-dir", nullptr, "Exit with 0 if PATH is a directory and not a link.", nullptr, "is-dir /data/app", TAKES_PATH,
      QUICK, Do<[](Client& c, const Arguments& a) { return c.IsDir(a.path); }>},
     {"ls", nullptr, "List the directory PATH; directories end in \"/\".", nullptr, "ls /data/app", TAKES_PATH, QUICK,
      Do<[](Client& c, const Arguments& a) { return c.ListDir(a.path); }>},
@@ -71,8 +71,9 @@ constexpr SubCommand SUB_COMMANDS[] = {
     {"rm", "removed", "Remove PATH and everything below it.", nullptr, "rm --keep-going /data/app.old",
      TAKES_PATH | TAKES_KEEP_GOING | TAKES_DRY_RUN | REMOVES_SOURCE | OUTLIVES_US, UNLIMITED,
      Do<[](Client& c, const Arguments& a) { return a.keepGoing ? c.TryRemove(a.path) : c.Remove(a.path); }>},
-    {"restorecon", nullptr, "Give PATH the security label of the policy.", LABELS_ALL, "restorecon -r /data/app",
-     TAKES_PATH | TAKES_RECURSIVE | TAKES_FROM_PARENT | OUTLIVES_US, UNLIMITED, Do<[](Client& c, const Arguments& a) {
+    {"restorecon", nullptr, "Give PATH the security label that the policy prescribes.", LABELS_ALL,
+     "restorecon -r /data/app", TAKES_PATH | TAKES_RECURSIVE | TAKES_FROM_PARENT | OUTLIVES_US, UNLIMITED,
+     Do<[](Client& c, const Arguments& a) {
          return a.fromParent ? c.RestoreconFromParent(a.path) : c.Restorecon(a.path, a.recursion);
      }>},
     {"chown", nullptr, "Change owner and group; links are not followed.", CHANGES_ALL, "chown -r system:1000 /data/app",
@@ -84,7 +85,7 @@ constexpr SubCommand SUB_COMMANDS[] = {
     {"existing-path", nullptr, "Print PATH or its nearest existing ancestor.", nullptr,
      "existing-path /data/app/el1/base", TAKES_PATH, QUICK,
      Do<[](Client& c, const Arguments& a) { return c.ExistedPath(a.path); }>},
-    {"du", nullptr, "Print the KB used by PATH and everything below.", nullptr, "du /data/app",
+    {"du", nullptr, "Print the KB used by PATH and everything below it.", nullptr, "du /data/app",
      TAKES_PATH | TAKES_HUMAN, UNLIMITED, Do<[](Client& c, const Arguments& a) { return c.UsedSpace(a.path); }>},
     {"largest", nullptr, "Print the KB of the largest file below PATH.", nullptr, "largest /data/app",
      TAKES_PATH | TAKES_HUMAN, UNLIMITED, Do<[](Client& c, const Arguments& a) { return c.MaxSize(a.path); }>},

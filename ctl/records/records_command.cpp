@@ -19,7 +19,7 @@ constexpr const char* FOOTER =
     "too.\n"
     "Times are local: 2026-11-21, 2026-11-21 10:15, 10:15:30 (today), 20261121101530.\n"
     "The day or minute of --until is included.\n"
-    "Bytes that belong to no record are skipped and reported on standard error.\n"
+    "Bytes that do not belong to a record are skipped and reported on standard error.\n"
     "\n"
     "Examples:\n"
     "  orvanectl records -v --path /data/app      what failed there, and why\n"
@@ -39,10 +39,10 @@ void AddFilters(CLI::App& parser, RecordsOptions& options) {
             },
             "");
     };
-    parser.add_option("--since", filter.since, "only records of this time or later")
+    parser.add_option("--since", filter.since, "only records from this time or later")
         ->type_name("TIME")
         ->transform(time(Edge::Begin));
-    parser.add_option("--until", filter.until, "only records of this time or earlier")
+    parser.add_option("--until", filter.until, "only records from this time or earlier")
         ->type_name("TIME")
         ->transform(time(Edge::End));
     parser.add_option("--type", filter.type, "only records of this type, such as MOVE")->type_name("TYPE");

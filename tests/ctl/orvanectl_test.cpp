@@ -33,7 +33,7 @@ TEST(Orvanectl, StatusAndText) {
     ExpectRun("existing-path /a/b", {ReplyBytes(0, 0, {"/a", "/b"})}, 4, "", "malformed reply");
     ExpectRun("existing-path /a/b", {ReplyBytes(0, 0)}, 4, "", "malformed reply");
     ExpectRun("du /a", {ReplyBytes(12, 0)}, 0, "12\n", "");
-    ExpectRun("du /a", {ReplyBytes(12, EACCES)}, 1, "12\n", "not whole: EACCES");
+    ExpectRun("du /a", {ReplyBytes(12, EACCES)}, 1, "12\n", "incomplete: EACCES");
     ExpectRun("largest /a", {ReplyBytes(-1, ENOENT)}, 1, "", "ENOENT");
     ExpectRun("move /a /b", {ReplyBytes(0, EXDEV)}, 0, "", "");
     ExpectRun("move /a /b", {ReplyBytes(0, EINVAL)}, 0, "", "may be left out: EINVAL");
@@ -92,7 +92,7 @@ TEST(Orvanectl, PrintsOneJsonObjectWhateverHappens) {
                R"("/b","ok":false,"result":-1,"errno":13,"error":"EACCES",)");
     ExpectJson("ls /a", {ReplyBytes(0, 0, {"x\xff:1"})}, 0,
                R"([{"name":"x\ufffd","name_hex":"78ff","directory":true}])");
-    ExpectJson("du -h /a", {ReplyBytes(12, EIO)}, 1, R"("kilobytes":12,"whole":false,"message":"the figure is not)");
+    ExpectJson("du -h /a", {ReplyBytes(12, EIO)}, 1, R"("kilobytes":12,"whole":false,"message":"the figure is)");
     ExpectJson("rm /a", {"", true}, 4, R"("ok":false,"result":null,"errno":104,"error":"ECONNRESET")");
     ExpectJson("rm /a/../b", {}, 2, R"({"command":"rm","ok":false,"result":null,"errno":22,"error":"EINVAL")");
     ExpectJson("mvoe", {}, 2, R"({"command":null,"ok":false)");
