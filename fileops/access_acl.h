@@ -1,5 +1,6 @@
-// Access control lists of the source. A copy does not carry them. In the mode of a file that has one, the group bits
-// are the list's mask; given to the copy, they would let the owning group do what only a named user could.
+// Access control lists of the source. A copy does not get them. If a file has a list, the group bits of its mode are
+// the list's mask. A copy with these bits would let the owning group do what only a named user could do with the
+// source.
 #pragma once
 
 #include <sys/stat.h>
@@ -9,7 +10,7 @@
 
 namespace TAVO::FileMigrateOrvane {
 
-/// Remembers which file system has no lists, so it belongs to one request.
+/// Remembers a file system without lists, so it belongs to one request.
 class AccessAcl {
 public:
     /// The permission bits that a copy of `fd` may get: those of its mode, with the group bits limited to what the

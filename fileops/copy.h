@@ -11,18 +11,18 @@
 
 namespace TAVO::FileMigrateOrvane {
 
-/// DoCopy, and TryCopy if that failed. After a success of the second, `err` still holds the first one's error.
+/// Calls DoCopy, and TryCopy if that fails. If TryCopy succeeds, `err` still holds the error of DoCopy.
 [[nodiscard]] int Copy(const std::string& src, const std::string& dst, int& err, int recordKind);
 /// Copy for a child of the directories that a request names: a link at `dst` is not followed.
 [[nodiscard]] int CopyChild(const std::string& src, const std::string& dst, int& err, int recordKind);
-/// Copy for a caller that goes on with the result.
+/// Copy for a caller that uses the result.
 [[nodiscard]] int CopyRequest(const CopyPair& top, CopyJob& job, CopyResult& result);
 
 /// Copies a file or a tree in one go, stopping at the first failure.
 [[nodiscard]] int DoCopy(const CopyPair& pair, CopyJob& job, CopyResult& result);
 
-/// What the slashes at the end of a request's paths demand: ENOTDIR if there is something else than a directory, EISDIR
-/// for a new file. @return 0 if nothing is wrong
+/// Checks the slashes at the end of a request's paths: ENOTDIR if such a path is not a directory, EISDIR if it would be
+/// a new file. @return 0 if nothing is wrong
 [[nodiscard]] int CheckSlashes(const TopPath& src, const TopPath& dst);
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -8,10 +8,10 @@
 
 namespace TAVO::FileMigrateOrvane {
 
-/// Carries a file or a tree to `dst` and removes the source as it goes, copied or not: it unlinks a file and removes a
-/// directory even if copies failed. A request that names one object twice, or a destination inside its source, is
-/// refused and keeps the source (EEXIST, EINVAL). Only regular files and directories are carried. For a directory `dst`
-/// must exist; directories below are created. Files get a set-id bit of the mode too.
+/// Copies a file or a tree to `dst` and removes the source entry by entry, even if a copy failed. If both paths are one
+/// object (EEXIST) or the destination is inside the source (EINVAL), the request is refused and the source stays. Only
+/// regular files and directories are copied. For a directory, `dst` must exist; directories below it are created. Files
+/// also get the set-id bits of the mode.
 [[nodiscard]] int CopyCombRecurse(const std::string& src, const std::string& dst, const PermPara& perm, int& err,
                                   int recordKind);
 

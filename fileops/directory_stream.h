@@ -34,10 +34,10 @@ public:
     explicit operator bool() const { return stream != nullptr; }
     [[nodiscard]] int Fd() const { return dirfd(stream.get()); }
     void Close() { stream.reset(); }
-    /// Whether this is the given directory, and not another one that had its name when the stream was opened.
+    /// Whether this is the given directory, and not another one that had the same name when the stream was opened.
     [[nodiscard]] bool Is(const struct stat& directory) const;
 
-    /// The next entry but "." and "..", or null at the end or after an error, see ReadError(). Valid until the next
+    /// The next entry except "." and "..", or null at the end or after an error, see ReadError(). Valid until the next
     /// call.
     [[nodiscard]] const dirent* Next();
     /// The error that ended the listing early; 0 at its real end.

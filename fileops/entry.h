@@ -1,5 +1,5 @@
-// An object to act on. Below the path that a request names, nothing is followed: an entry is a name in the open
-// directory that lists it, and the text of its path serves messages, records and labels only.
+// An object to act on. Below the path that a request names, no link is followed: an entry is a name in the open
+// directory that lists it, and the text of its path is only for messages, records and labels.
 #pragma once
 
 #include <dirent.h>
@@ -15,7 +15,7 @@ namespace TAVO::FileMigrateOrvane {
 struct Entry {
     int dirFd;           ///< AT_FDCWD for the path of a request
     const char* name;    ///< one name, or the whole path with AT_FDCWD
-    unsigned char type;  ///< as readdir() gives it: DT_DIR, DT_REG, ...; DT_UNKNOWN if nobody has looked yet
+    unsigned char type;  ///< as readdir() gives it: DT_DIR, DT_REG, ...; DT_UNKNOWN if not looked up yet
     std::string& path;   ///< the object's path for messages; ChildPath lengthens and shortens it
 };
 
@@ -25,10 +25,10 @@ inline Entry TopEntry(const std::string& path, std::string& text) {
     return {AT_FDCWD, path.c_str(), DT_UNKNOWN, text};
 }
 
-/// Looks at an entry without following a link. @return 0 or an error number
+/// Gets the status of an entry without following a link. @return 0 or an error number
 [[nodiscard]] int Lstat(const Entry& entry, struct stat& st);
 
-/// The type of an entry, as readdir() gives it; looked up if nobody has. DT_UNKNOWN if that fails.
+/// The type of an entry, as readdir() gives it. Looks it up if it is not known yet; DT_UNKNOWN if that fails.
 [[nodiscard]] unsigned char TypeOf(const Entry& entry);
 
 /// Whether two status records are of one object.

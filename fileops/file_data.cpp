@@ -67,8 +67,8 @@ ssize_t ReadAndWrite(int in, int out, Buffer& buffer, off_t at, off_t end) {
     return at;
 }
 
-/// Reads a file that shows no size to its end, but stops once it shows one: somebody may keep appending to it, and then
-/// it has no end.
+/// Reads a file whose size is 0 to its end, but stops as soon as its size is not 0: if another process keeps appending
+/// to it, it has no end.
 [[gnu::noinline]] int CopyWithoutSize(int in, int out) {
     Buffer buffer;
     struct stat now {};

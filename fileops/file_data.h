@@ -1,6 +1,6 @@
-// The data of one regular file, from descriptor to descriptor: by sharing blocks if the file system can, else copied
-// inside the kernel, else by reading and writing. Holes stay holes, and what was read of a large file does not stay in
-// the page cache. A FileData remembers from file to file what did not work; it belongs to one request, so to one
+// Copies the data of one regular file between descriptors: by sharing blocks if the file system can, otherwise inside
+// the kernel, otherwise by reading and writing. Holes stay holes, and the data of a large file does not stay in the
+// page cache. A FileData remembers which ways did not work for earlier files. It belongs to one request, and so to one
 // thread. The caller keeps the descriptors.
 #pragma once
 

@@ -21,14 +21,14 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-/// What tells NEW_DIRECTORY_MODE from other modes, under any umask.
+/// The bits that distinguish NEW_DIRECTORY_MODE from other modes under any umask.
 constexpr mode_t MARK_BITS = S_ISVTX | S_IRWXG | S_IRWXO;
 
 std::mutex claimsLock;
 std::set<std::pair<dev_t, ino_t>> claims;  ///< guarded by claimsLock
 
-/// Whether the file system decides itself which owner or mode its objects show. There nothing can be told from them,
-/// and nothing is gained by giving them.
+/// Whether the file system itself decides which owner or mode its objects have. They then prove nothing, and setting
+/// them gives nothing away.
 bool DecidesOwnerAndMode(int fd) {
     constexpr std::int64_t EXFAT = 0x2011BAB0, NTFS3 = 0x7366746E, CIFS = 0xFF534D42, SMB2_ = 0xFE534D42;
     constexpr std::int64_t types[] = {MSDOS_SUPER_MAGIC, EXFAT, NTFS3, FUSE_SUPER_MAGIC,
@@ -38,7 +38,7 @@ bool DecidesOwnerAndMode(int fd) {
            std::find(std::begin(types), std::end(types), fs.f_type & 0xFFFFFFFF) != std::end(types);
 }
 
-/// Whether a directory holds nothing. Reads the entries by the system call: a stream would cost four calls and memory.
+/// Whether a directory is empty. Calls getdents directly, because a stream would cost four calls and memory.
 bool IsEmpty(int fd) {
     struct Record {  // as the kernel writes it, see getdents(2)
         std::uint64_t inode;
@@ -83,7 +83,7 @@ int NewDirectory::Open(const Entry& entry) {
     return error;
 }
 
-/// Claims the open directory before anything else is looked at: what is seen then stays true.
+/// Claims the open directory before checking it, so that the result of the checks stays true.
 int NewDirectory::Check() {
     struct stat st {};
     if (fstat(fd.Get(), &st) != 0) {

@@ -1,9 +1,9 @@
-// A directory that this process makes and then opens. Whoever owns the parent can put another directory in its place
-// between the two, even one of root's that he cannot enter himself. What is then given to "the new directory", an owner
-// or a mode, would open that one to him.
+// A directory that this process creates and then opens. In between, the owner of the parent can put another directory
+// in its place, even one of root's that this user cannot enter. If the daemon then changed the owner or mode of "the
+// new directory", it would give that directory to the user.
 //
-// So a directory is made with a mode that no finished one has, and only an empty one with that mode that nobody in this
-// process works on is taken for the new one. Everything here may be called from any thread.
+// So a directory is created with a mode that no finished directory has. NewDirectory accepts one only if it is empty,
+// has that mode and is not in use by another worker. Everything here may be called from any thread.
 #pragma once
 
 #include <sys/stat.h>
@@ -15,12 +15,12 @@
 
 namespace TAVO::FileMigrateOrvane {
 
-/// The mode to make a directory with that is opened by OpenNew(): private, with a bit that nothing else sets on a
-/// private directory.
+/// The mode with which to create a directory for NewDirectory: private, with a bit that nothing else sets on a private
+/// directory.
 inline constexpr mode_t NEW_DIRECTORY_MODE = S_ISVTX | S_IRWXU;
 
-/// An open directory that this process has made. As long as the object lives, no other one can be opened for it, so it
-/// has to live until the directory has its final mode.
+/// An open directory that this process has created. While the object exists, no other object can open the directory as
+/// new, so it must exist until the directory has its final mode.
 class NewDirectory {
 public:
     NewDirectory() = default;
@@ -34,7 +34,7 @@ public:
     }
     ~NewDirectory();
 
-    /// Opens the directory that mkdir() has just made with NEW_DIRECTORY_MODE.
+    /// Opens the directory that mkdir() has just created with NEW_DIRECTORY_MODE.
     /// @return 0, EEXIST if its name belongs to another object, or why it cannot be opened
     [[nodiscard]] int Open(const Entry& entry);
 
@@ -48,7 +48,7 @@ private:
     [[nodiscard]] int Check();
 
     UniqueFd fd;
-    std::pair<dev_t, ino_t> claimed{};  ///< device and inode; zeros for none
+    std::pair<dev_t, ino_t> claimed{};  ///< device and inode; zeros without a claim
     mode_t inherited = 0;
 };
 

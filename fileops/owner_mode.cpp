@@ -71,7 +71,7 @@ int ChangeTree(const Change& change, const Entry& entry, const Report& report) {
                : 0;
 }
 
-/// Goes on past an entry that fails. @param stream  if it is empty, errno says why
+/// Continues after an entry that fails. @param stream  if it is empty, errno says why
 template <class Change>
 int ChangeContents(const Change& change, DirectoryStream stream, std::string& path, const Report& report) {
     if (!stream) {
@@ -87,7 +87,7 @@ int ChangeContents(const Change& change, DirectoryStream stream, std::string& pa
     return stream.ReadError() == 0 ? result : Fail(Change::OPEN, path, stream.ReadError(), report);
 }
 
-/// Changes what a request names. A slash at the end of its path demands a directory.
+/// Changes the object that a request names. A path that ends in a slash must be a directory.
 template <class Change>
 int ChangeTop(const Change& change, const std::string& path, bool isRecursive, const Report& report) {
     TopPath top(path);

@@ -16,11 +16,11 @@ namespace TAVO::FileMigrateOrvane {
 /// @param mode  permission bits
 [[nodiscard]] int DoChMod(const std::string& path, unsigned int mode, int& err, int recordKind);
 
-/// Changes a directory before its contents and goes on past an entry that fails. -1 if anything failed.
+/// Changes a directory before its contents and continues after an entry that fails. -1 if anything failed.
 [[nodiscard]] int DoChOwnRecurse(const std::string& path, unsigned int uid, unsigned int gid, int& err, int recordKind);
 /// The same for an entry.
 [[nodiscard]] int DoChOwnRecurse(const Entry& entry, const OwnerIds& owner, const Report& report);
-/// The same for an object that is open. @param path  its text for messages
+/// The same for an open object. @param path  its path for messages
 [[nodiscard]] int DoChOwnRecurse(const UniqueFd& object, std::string& path, const OwnerIds& owner,
                                  const Report& report);
 

@@ -1,9 +1,8 @@
-// Small questions about paths: parent, existence, kind, listing, nearest existing ancestor. No state; may run on any
-// thread.
+// Queries on paths: parent, existence, kind, listing, nearest existing ancestor. No state; may run on any thread.
 //
 // All operations of this folder share a convention: they return 0 or -1 unless they say otherwise, `err` receives an
 // error number on failure and is never cleared, and `recordKind` chooses the file for the record of a failure (see
-// record_file.h). The function that meets a failure logs and records it, once.
+// record_file.h). The function in which a failure occurs logs and records it, once.
 #pragma once
 
 #include <string>
@@ -14,11 +13,11 @@
 
 namespace TAVO::FileMigrateOrvane {
 
-/// The parent directory as dirname(3) has it: "." for a bare name and for an empty path, "/" for "/".
+/// The parent directory as dirname(3) computes it: "." for a bare name and for an empty path, "/" for "/".
 [[nodiscard]] std::string DirName(const std::string& path);
 
 /// 1 if the path exists, 0 if it does not (this is not an error, and `err` stays), -1 on any other failure. Links are
-/// followed: one without a target does not exist.
+/// followed: a dangling link does not exist.
 [[nodiscard]] int IsPathExist(const std::string& path, int& err, int recordKind);
 /// The same for an entry of an open directory.
 [[nodiscard]] int IsPathExist(const Entry& entry, const Report& report);
@@ -28,9 +27,9 @@ namespace TAVO::FileMigrateOrvane {
 /// The same for an entry of an open directory.
 [[nodiscard]] int IsDir(const Entry& entry, const Report& report);
 
-/// Whether a walk has to open the entry as a directory. Also true if its type cannot be looked up: opening it then
-/// fails with the reason. The file system is asked only if the type is not known yet; an entry that was replaced since
-/// it was listed shows when it is acted on.
+/// Whether a walk has to open the entry as a directory. Also true if its type cannot be looked up, because opening it
+/// then fails with the reason. The file system is asked only if the type is not known yet. If an entry has been
+/// replaced since it was listed, the next call on it fails.
 /// @param report  for a failed lookup
 [[nodiscard]] bool TakeForDirectory(const Entry& entry, const Report& report);
 

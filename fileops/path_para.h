@@ -6,14 +6,14 @@
 
 namespace TAVO::FileMigrateOrvane {
 
-/// In `uid`, `gid` or `mode`: not given.
+/// The value of a `uid`, `gid` or `mode` that is not given.
 inline constexpr std::uint32_t NOT_GIVEN = 0xFFFFFFFF;
 
 // The recursion options; the operations refuse any other value.
 inline constexpr std::int32_t RECURSE_NONE = 1;  ///< the path only
 inline constexpr std::int32_t RECURSE_ALL = 2;   ///< and everything below it; for creation: every missing ancestor
 
-/// One path and what it gets.
+/// A path and the owner, mode and recursion option for it.
 struct PathPara {
     std::string path;
     std::uint32_t uid;

@@ -23,7 +23,7 @@ struct Level {
     NewDirectory directory{};  ///< what was created, if it has been opened
 };
 
-/// DoMkDir that says whether the directory is new.
+/// DoMkDir that also returns whether the directory is new.
 int MakeOne(const Entry& directory, mode_t mode, bool& isNew, const Report& report) {
     isNew = mkdirat(directory.dirFd, directory.name, mode) == 0;
     return isNew || errno == EEXIST ? 0 : FailMkDir(directory.path, CREATE_MODE, errno, report);
@@ -36,9 +36,9 @@ int FinishNew(const Entry& directory, const PermPara& perm, Level& level, const 
                       : FailChMod(directory.path, perm.mode, error, report);
 }
 
-/// Something had the name when mkdir() was called, though nothing did at the look before. It is left as it is, like one
-/// that was there at that look. A link without a target never shows in that look; it has no mode that could be given.
-/// @param probeError  why that look failed, or 0: it is not known then whether this is a success
+/// Handles an object that mkdir() found although an earlier check did not. The object is not changed, as if the check
+/// had found it. The check never finds a dangling link, which has no mode that could be set.
+/// @param probeError  the error of that check, or 0; after an error it is not known whether this is a success
 int LeaveExisting(const Entry& directory, const PermPara& perm, int probeError, const Report& report) {
     struct stat st {};
     const int error = Lstat(directory, st);
@@ -48,7 +48,7 @@ int LeaveExisting(const Entry& directory, const PermPara& perm, int probeError, 
     return FailChMod(directory.path, perm.mode, error != 0 ? error : EOPNOTSUPP, report);
 }
 
-/// DoPrepareDir that hands out the directory it created.
+/// DoPrepareDir that also returns the directory that it created.
 int PrepareOne(const Entry& directory, const PermPara& perm, Level& level, const Report& report) {
     const int isThere = IsPathExist(directory, report);
     if (isThere == 1) {
@@ -72,8 +72,8 @@ int PrepareOne(const Entry& directory, const PermPara& perm, Level& level, const
 }
 
 /// Calls `make` with each ancestor written in the path, the outermost first, and then with the path itself; stops at
-/// the first failure. Once a level is new, the next is a name in the directory opened for it. If something else than a
-/// directory has taken its place, making the next one fails (ENOTDIR).
+/// the first failure. Once a level is new, the next is a name in the directory opened for it. If an object other than a
+/// directory has taken its place, creating the next one fails (ENOTDIR).
 template <class Make>
 int ForEachLevel(const std::string& path, const Report& report, Make make) {
     UniqueFd above;

@@ -14,7 +14,7 @@
 
 namespace TAVO::FileMigrateOrvane {
 
-/// The mode of a directory that gets no other one.
+/// The mode of a new directory for which no other mode is given.
 inline constexpr unsigned int CREATE_MODE = 0700;
 
 /// Creates one directory with mode CREATE_MODE. Success also if anything of that name exists.
@@ -24,12 +24,12 @@ inline constexpr unsigned int CREATE_MODE = 0700;
 /// succeeds whatever the option; EINVAL for an unknown option.
 [[nodiscard]] int MkDir(const std::string& path, int recurseOpt, int& err, int recordKind);
 
-/// Creates a directory with the given owner and mode, with RECURSE_ALL every missing ancestor alike. A path that exists
-/// keeps its own owner and mode and succeeds whatever the option; EINVAL for an unknown option.
+/// Creates a directory with the given owner and mode, with RECURSE_ALL every missing ancestor in the same way. A path
+/// that exists keeps its own owner and mode and succeeds whatever the option; EINVAL for an unknown option.
 [[nodiscard]] int PrepareDir(const PathPara& para, int& err, int recordKind);
 
-/// Creates one directory and gives it first its mode, then its owner. Only the very directory that was created gets
-/// them: EEXIST if another object has taken its name. A path that exists is left as it is.
+/// Creates one directory and gives it first its mode, then its owner. Only the directory that was created gets them:
+/// EEXIST if another object has taken its name. A path that exists is left as it is.
 [[nodiscard]] int DoPrepareDir(const Entry& directory, const PermPara& perm, const Report& report);
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -5,8 +5,8 @@
 
 namespace TAVO::FileMigrateOrvane {
 
-/// Gives a path, with RECURSE_ALL also everything below it, the label that the policy prescribes. EINVAL for an unknown
-/// option; option 0, which a request has that names none, is refused without a record.
+/// Gives a path the label that the policy prescribes, with RECURSE_ALL also everything below it. EINVAL for an unknown
+/// option. Option 0, which means that the request does not set one, is refused without a record.
 [[nodiscard]] int RestoreCon(const std::string& path, const int& recurseOpt, int& err, int recordKind);
 
 /// Gives a path the label that the policy prescribes for its parent directory.

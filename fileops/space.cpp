@@ -14,7 +14,7 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-/// 512-byte blocks to KB, an odd half dropped.
+/// Converts 512-byte blocks to KB, rounding down.
 int BlocksToKB(std::uint32_t blocks) {
     return static_cast<int>(blocks >> 1);
 }

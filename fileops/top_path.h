@@ -1,5 +1,5 @@
-// A path named in a request, for an operation that changes something there. A slash at its end demands a directory and
-// follows nothing: without that rule, "link/" would stand for the tree that the link names.
+// A path named in a request, for an operation that changes something there. A path that ends in a slash must be a
+// directory, and a link is not followed. Otherwise "link/" would be the tree that the link points to.
 #pragma once
 
 #include <sys/types.h>
@@ -19,7 +19,7 @@ public:
     [[nodiscard]] bool DemandsDirectory() const { return demandsDirectory; }
     /// S_IFDIR, S_IFREG, ... of the object, without following a link; 0 if nothing is found.
     [[nodiscard]] mode_t Type() const;
-    /// ENOTDIR if the path demands a directory and something else has its name; otherwise 0, also if nothing has.
+    /// ENOTDIR if the path must be a directory and is something else; otherwise 0, also if nothing exists there.
     [[nodiscard]] int Check() const;
 
 private:
