@@ -19,7 +19,7 @@ std::vector<std::string> Components(std::string_view path) {
     return components;
 }
 
-/// Whether the path demands a directory, so that a link would be followed.
+/// Whether the path ends in a way that requires a directory.
 bool EndsAsDirectory(std::string_view path) {
     return path.ends_with('/') || path.ends_with("/.");
 }

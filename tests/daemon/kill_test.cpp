@@ -109,7 +109,7 @@ protected:
 
     /// Sends the request once more to a new daemon.
     /// @return "completed"; "done before": the source was gone and everything at the destination; "refused": the log
-    /// names the object that stands in the way; "untrue" or "unexplained" otherwise
+    /// names the object that is in the way; "untrue" or "unexplained" otherwise
     std::string Again(const Way& way) {
         Start();
         const int result = RawClient().Call(RequestOf(way)).result;

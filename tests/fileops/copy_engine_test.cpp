@@ -149,7 +149,7 @@ int OntoItself(const fs::path& src, const fs::path& dst) {
     return TypeOf(src) == fs::file_type::directory && above.has_relative_path() ? error : 0;
 }
 
-/// Listed difference: a slash at the end of a path demands a directory and does not follow a link.
+/// Listed difference: a path that ends in a slash must be a directory, and a link is not followed.
 int RefusedSlash(const std::string& src, const std::string& dst) {
     for (const std::string& path : {src, dst}) {
         const fs::file_type type = TypeOf(path.ends_with('/') ? path.substr(0, path.length() - 1) : "/");
@@ -220,7 +220,7 @@ TEST(CopyEngineTest, CopiesAsTheStandardLibrary) {
     }
 }
 
-/// As long as a file of a tmpfs can be.
+/// The maximum length of a file on a tmpfs.
 TEST(CopyEngineTest, DataAtTheEndOfTheLongestFile) {
     ScratchTree tree(ScratchTree::On::SecondFs);
     constexpr off_t at = std::numeric_limits<off_t>::max() - (1 << 20);
