@@ -45,6 +45,11 @@ int TryCopyWalk::CopyTop(const CopyPair& top) {
 }
 
 int TryCopyWalk::CopyChild(const CopyPair& pair) {
+    if (!IsToBeCopied(pair.src)) {
+        ++result.skipped;
+        NoteLeftOut(pair.src, job);
+        return 0;
+    }
     if (pair.src.type != DT_DIR) {
         return CopyFile(pair);
     }
@@ -53,7 +58,7 @@ int TryCopyWalk::CopyChild(const CopyPair& pair) {
 }
 
 [[gnu::noinline]] int TryCopyWalk::CopyFile(const CopyPair& pair) {
-    CopyJob fileJob{{.finish = job.options.finish}, report, job.learned, job.owner};
+    CopyJob fileJob{{.finish = job.options.finish}, report, job.learned, job.watch, job.owner};
     CopyResult ignored;
     const int error = DoCopy(pair, fileJob, ignored);
     job.ownerError = fileJob.ownerError != 0 ? fileJob.ownerError : job.ownerError;
@@ -61,6 +66,7 @@ int TryCopyWalk::CopyChild(const CopyPair& pair) {
 }
 
 int TryCopyWalk::CopyDirectory(const CopyPair& pair) {
+    NoteLeftOut(pair.src, job);
     DirectoryStream from = DirectoryStream::Open(pair.src);
     if (!from || from.Is(result.directory)) {
         return Fail(Step::OpenTryCopy, pair.src.path, from ? EINVAL : errno, report);
@@ -74,7 +80,7 @@ int TryCopyWalk::CopyDirectory(const CopyPair& pair) {
 
 int TryCopyWalk::CopyContents(DirectoryStream& from, const UniqueFd& into, const CopyPair& pair) {
     int lastError = 0;
-    result.skipped += VisitFilesAndDirectories(from, into, pair, [&](const CopyPair& child) {
+    VisitChildren(from, into, pair, [&](const CopyPair& child) {
         if (const int error = CopyChild(child); error != 0) {
             lastError = error;
         }
@@ -86,7 +92,10 @@ int TryCopyWalk::CopyContents(DirectoryStream& from, const UniqueFd& into, const
 /// could follow a link that has taken the destination's name.
 int TryCopyWalk::FailContents(DirectoryStream& from, const CopyPair& pair, int error) {
     int lastError = 0;
-    VisitFilesAndDirectories(from, UniqueFd(), pair, [&](const CopyPair& child) {
+    VisitChildren(from, UniqueFd(), pair, [&](const CopyPair& child) {
+        if (!IsToBeCopied(child.src)) {
+            return;
+        }
         lastError = child.src.type == DT_DIR ? FailMkDir(child.dst.path, CREATE_MODE, error, report)
                                              : FailCopy(child.src.path, child.dst.path, error, report);
     });

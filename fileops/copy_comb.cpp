@@ -3,9 +3,8 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <climits>
+#include <memory>
 #include <string>
-#include <utility>
 
 #include "copy.h"
 #include "directory_stream.h"
@@ -13,109 +12,165 @@
 #include "path_helpers.h"
 #include "prepare_dir.h"
 #include "record_file.h"
-#include "remove.h"
+#include "removal_queue.h"
 
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
 class CombinedCopy {
 public:
-    CombinedCopy(const PermPara& permPara, const Report& where) : perm(permPara), report(where) {}
+    CombinedCopy(const CopyPair& top, Link topLink, const PermPara& permPara, const Report& where)
+        : destinationLink(topLink), perm(permPara), report(where), queue(top.src.path, top.dst.path, where) {}
 
-    int CopyFile(const CopyPair& pair);
-    int CopyDirectory(const CopyPair& pair);
+    /// Copies what a request names and carries out what is left in the queue.
+    int CopyTop(const CopyPair& top, bool isDirectory);
 
 private:
-    int CopyAndFinish(const CopyPair& pair, CopyResult& result);
-    int CopyChild(const CopyPair& pair);
-    int OpenInto(const CopyPair& pair, UniqueFd& into);
-    int RemoveSource(DirectoryStream from, const CopyPair& pair, int copyError);
+    /// A directory on both sides, open while its entries are copied.
+    struct Level {
+        QueuedHandle from;
+        UniqueFd into;
+        dev_t device = 0;  ///< of `into`
+    };
 
+    int CopyFile(const CopyPair& pair, const Level& level);
+    int CopyAndFinish(const CopyPair& pair, const Level& level, CopyResult& result);
+    int CopyChild(const CopyPair& pair, const Level& level);
+    int CopyDirectory(const CopyPair& pair, const QueuedHandle& parent);
+    int Open(const CopyPair& pair, const QueuedHandle& parent, Level& level);
+    int OpenInto(const CopyPair& pair, Level& level);
+    int CopyContents(const CopyPair& pair, const Level& level);
+    void EndIfExhausted(int error);
+    void RunIfFull() { hasEnded = queue.RunIfFull() != 0 || hasEnded; }
+
+    const Link destinationLink;
     const PermPara& perm;
     const Report& report;
+    RemovalQueue queue;
     Learned learned;
-    CopyJob file{{.finish = Finish::Nothing, .isKeptOpen = true}, report, learned, {perm.uid, perm.gid}};
+    CopyJob file{
+        {.finish = Finish::Nothing, .isKeptOpen = true}, report, learned, &queue.Watch(), {perm.uid, perm.gid}};
     /// Of the request's destination. If that cannot be opened this stays zero and matches no directory.
     struct stat destination {};
     bool hasMetDestination = false;  ///< it is inside the source: the directories above it must not be removed
+    bool hasEnded = false;           ///< nothing more is copied or queued: what was not copied stays
 };
 
+int CombinedCopy::CopyTop(const CopyPair& top, bool isDirectory) {
+    const int copyError = isDirectory ? CopyDirectory(top, nullptr) : CopyFile(top, Level());
+    const int flushError = queue.Run();
+    if (flushError != 0 || queue.RemovalError() != 0) {
+        return flushError != 0 ? flushError : queue.RemovalError();
+    }
+    return copyError;
+}
+
+/// Where the daemon itself has run out of something, every other file would fail like this one, and be removed.
+void CombinedCopy::EndIfExhausted(int error) {
+    hasEnded = hasEnded || error == EMFILE || error == ENFILE || error == ENOMEM;
+}
+
 /// Copies one file and gives the very file that was filled its mode and owner.
-int CombinedCopy::CopyAndFinish(const CopyPair& pair, CopyResult& result) {
+int CombinedCopy::CopyAndFinish(const CopyPair& pair, const Level& level, CopyResult& result) {
     if (const int error = DoCopy(pair, file, result); error != 0) {
         return error;
     }
     if (const int error = SetModeAndOwner(result.destination, pair.dst.path, perm, report); error != 0) {
         return error;
     }
+    if (result.destination) {
+        queue.NoteCopied(level.into ? level.into : result.destination, level.device, result.bytes);
+    }
     return result.destination.Close() == 0 ? 0 : FailCopy(pair.src.path, pair.dst.path, errno, report);
 }
 
-/// The source is removed whether or not it was copied; it stays only if the request names one object twice.
-[[gnu::noinline]] int CombinedCopy::CopyFile(const CopyPair& pair) {
+/// The source is removed whether or not it was copied. It stays only if the request names one object twice, or if the
+/// daemon is exhausted.
+[[gnu::noinline]] int CombinedCopy::CopyFile(const CopyPair& pair, const Level& level) {
     CopyResult result;
-    const int copyError = CopyAndFinish(pair, result);
-    if (result.isOntoItself) {
-        return copyError;
+    const int error = CopyAndFinish(pair, level, result);
+    EndIfExhausted(error);
+    if (!result.isOntoItself && (error == 0 || !hasEnded)) {
+        queue.AddFile(level.from, pair.src.name);
+        RunIfFull();
     }
-    const int unlinkError = DoUnlink(pair.src, report);
-    return unlinkError == 0 ? copyError : unlinkError;
+    return error;
 }
 
 /// A child of a directory: a subdirectory is prepared before it is entered.
-int CombinedCopy::CopyChild(const CopyPair& pair) {
+int CombinedCopy::CopyChild(const CopyPair& pair, const Level& level) {
+    if (!IsToBeCopied(pair.src)) {
+        NoteLeftOut(pair.src, file);
+        return 0;
+    }
     if (pair.src.type != DT_DIR) {
-        return CopyFile(pair);
+        return CopyFile(pair, level);
     }
     const int error = DoPrepareDir(pair.dst, perm, report);
-    return error == 0 ? CopyDirectory(pair) : error;
-}
-
-int CombinedCopy::CopyDirectory(const CopyPair& pair) {
-    DirectoryStream from = DirectoryStream::Open(pair.src);
-    if (!from) {
-        return Fail(Step::OpenCopyComb, pair.src.path, errno, report);
-    }
-    if (from.Is(destination)) {
-        hasMetDestination = true;
-        return FailCopy(pair.src.path, pair.dst.path, EINVAL, report);
-    }
-    UniqueFd into;
-    if (const int error = OpenInto(pair, into); error != 0) {
+    EndIfExhausted(error);
+    if (error != 0) {
+        NoteLeftOut(pair.src, file);
         return error;
     }
+    return CopyDirectory(pair, level.from);
+}
+
+int CombinedCopy::CopyDirectory(const CopyPair& pair, const QueuedHandle& parent) {
+    Level level;
+    int error = Open(pair, parent, level);
+    if (error != 0) {
+        EndIfExhausted(error);
+        return error;
+    }
+    error = CopyContents(pair, level);
+    if (!hasEnded && !hasMetDestination && level.from->stream.ReadError() == 0) {
+        level.from->hasFailed = level.from->hasFailed || error != 0;
+        queue.AddDirectory(level.from);
+        RunIfFull();
+    }
+    return error;
+}
+
+int CombinedCopy::CopyContents(const CopyPair& pair, const Level& level) {
     int lastError = 0;
-    VisitFilesAndDirectories(from, into, pair, [&](const CopyPair& child) {
-        if (const int error = CopyChild(child); error != 0) {
+    VisitChildren(level.from->stream, level.into, pair, [&](const CopyPair& child) {
+        if (const int error = hasEnded ? 0 : CopyChild(child, level); error != 0) {
             lastError = error;
         }
     });
-    if (from.ReadError() != 0) {  // entries that were not read were not tried either
-        return Fail(Step::OpenCopyComb, pair.src.path, from.ReadError(), report);
+    // Entries that were not read were not tried either.
+    const int readError = level.from->stream.ReadError();
+    return readError == 0 ? lastError : Fail(Step::OpenCopyComb, pair.src.path, readError, report);
+}
+
+[[gnu::noinline]] int CombinedCopy::Open(const CopyPair& pair, const QueuedHandle& parent, Level& level) {
+    level.from =
+        std::make_shared<QueuedDirectory>(QueuedDirectory{parent, pair.src.name, DirectoryStream::Open(pair.src)});
+    struct stat st {};
+    if (!level.from->stream || fstat(level.from->stream.Fd(), &st) != 0) {
+        return Fail(Step::OpenCopyComb, pair.src.path, errno, report);
     }
-    return RemoveSource(std::move(from), pair, lastError);
+    NoteSource(st, file);
+    if (IsSame(st, destination)) {
+        hasMetDestination = true;
+        return FailCopy(pair.src.path, pair.dst.path, EINVAL, report);
+    }
+    return OpenInto(pair, level);
 }
 
 /// Without a destination for the top, each entry is tried by its path and fails as that requires.
-int CombinedCopy::OpenInto(const CopyPair& pair, UniqueFd& into) {
-    into = OpenDirectory(pair.dst, pair.isTop ? Link::Follow : Link::Refuse);
+int CombinedCopy::OpenInto(const CopyPair& pair, Level& level) {
+    level.into = OpenDirectory(pair.dst, pair.isTop ? destinationLink : Link::Refuse);
+    struct stat st {};
+    if (!level.into || fstat(level.into.Get(), &st) != 0) {
+        EndIfExhausted(errno);
+        return pair.isTop && !hasEnded ? 0 : Fail(Step::OpenCopyComb, pair.dst.path, errno, report);
+    }
+    level.device = st.st_dev;
     if (pair.isTop) {
-        (void)fstat(into.Get(), &destination);
-        return 0;
+        destination = st;
     }
-    return into ? 0 : Fail(Step::OpenCopyComb, pair.dst.path, errno, report);
-}
-
-/// Removes a source directory with everything that is still in it.
-int CombinedCopy::RemoveSource(DirectoryStream from, const CopyPair& pair, int copyError) {
-    // Where something failed in a tree deeper than any call accepts paths, each removal would fail anew; one removal
-    // further up does for all.
-    const bool isLeftToAncestor = copyError != 0 && pair.src.path.length() >= PATH_MAX;
-    if (hasMetDestination || isLeftToAncestor) {
-        return copyError;
-    }
-    const int error = RemoveOpen(std::move(from), pair.src, report);
-    return error == 0 ? copyError : error;
+    return 0;
 }
 
 }  // namespace
@@ -128,12 +183,12 @@ int CopyCombRecurse(const std::string& src, const std::string& dst, const PermPa
     if (const int error = CheckSlashes(from, to); error != 0) {
         return ResultOf(FailCopy(src, dst, error, report));
     }
-    CombinedCopy copy(perm, report);
-    if (!TakeForDirectory(top.src, {err, RECORD_KIND_NONE})) {
-        return ResultOf(copy.CopyFile(top));
+    const bool isDirectory = TakeForDirectory(top.src, {err, RECORD_KIND_NONE});
+    if (const int error = isDirectory ? FindOntoItself(top.src.name, top.dst.name) : 0; error != 0) {
+        return ResultOf(FailCopy(src, dst, error, report));
     }
-    const int error = FindOntoItself(top.src.name, top.dst.name);
-    return ResultOf(error == 0 ? copy.CopyDirectory(top) : FailCopy(src, dst, error, report));
+    CombinedCopy copy(top, to.DemandsDirectory() ? Link::Refuse : Link::Follow, perm, report);
+    return ResultOf(copy.CopyTop(top, isDirectory));
 }
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -159,6 +159,7 @@ int StrictCopy::FillSheltered(SourceDirectory& source, const CopyPair& pair, Uni
         source.isSeen = Lstat(pair.src, st) == 0;
         return source;
     }
+    NoteSource(st, job);
     if (pair.isTop) {
         NoteTop(st, job, result);
     }
@@ -205,6 +206,7 @@ int StrictCopy::FillSheltered(SourceDirectory& source, const CopyPair& pair, Uni
     if (const int error = Lstat(pair.src, from); error != 0) {
         return error;
     }
+    NoteSource(from, job);
     struct stat existing {};
     const int lookError = Lstat(pair.dst, existing);
     if (lookError != 0 && !IsNotFound(lookError)) {
@@ -258,6 +260,13 @@ int FindOntoItself(const std::string& src, const std::string& dst) {
         directory = UniqueFd(openat(directory.Get(), "..", ANCESTOR_FLAGS));
     }
     return 0;
+}
+
+void NoteLeftOut(const Entry& src, const CopyJob& job) {
+    struct stat st {};
+    if (job.watch != nullptr && Lstat(src, st) == 0) {
+        job.watch->Note(st);
+    }
 }
 
 int OpenDestination(const Entry& dst, Link topLink, CopyResult& result) {

@@ -27,26 +27,25 @@ namespace TAVO::FileMigrateOrvane {
 /// @return 0 or an error number
 [[nodiscard]] int OpenDestination(const Entry& dst, Link topLink, CopyResult& result);
 
-/// Calls `visit` with the pair for each regular file and each directory that a source directory lists, while both
-/// paths' texts are those of the child. Leaves out entries of other types. Ends as DirectoryStream::Next() does.
+/// Calls `visit` with the pair for each entry of a source directory, while both paths' texts are those of the child.
+/// Ends as DirectoryStream::Next() does.
 /// @param into  the destination's directory, see ChildOf()
-/// @return how many entries were left out
 template <class Visit>
-std::size_t VisitFilesAndDirectories(DirectoryStream& from, const UniqueFd& into, const CopyPair& parents,
-                                     Visit visit) {
-    std::size_t skipped = 0;
+void VisitChildren(DirectoryStream& from, const UniqueFd& into, const CopyPair& parents, Visit visit) {
     while (const dirent* name = from.Next()) {
         const ChildPath joinedSrc(parents.src.path, name->d_name);
-        const Entry child = from.Child(*name, parents.src.path);
-        // A type that could not be looked up counts as a file: copying it fails with the reason.
-        if (child.type != DT_REG && child.type != DT_DIR && child.type != DT_UNKNOWN) {
-            ++skipped;
-            continue;
-        }
         const ChildPath joinedDst(parents.dst.path, name->d_name);
-        visit(CopyPair{child, ChildOf(into, name->d_name, parents.dst.path)});
+        visit(CopyPair{from.Child(*name, parents.src.path), ChildOf(into, name->d_name, parents.dst.path)});
     }
-    return skipped;
 }
+
+/// Whether a walk that goes on past failures copies an entry. A type that could not be looked up counts as a file:
+/// copying it fails with the reason.
+[[nodiscard]] inline bool IsToBeCopied(const Entry& src) {
+    return src.type == DT_REG || src.type == DT_DIR || src.type == DT_UNKNOWN;
+}
+
+/// Notes an entry that such a walk leaves out or cannot enter.
+void NoteLeftOut(const Entry& src, const CopyJob& job);
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -78,6 +78,10 @@ int FileCopy::Copy(UniqueFd& made) {
         NoteTop(source.status, job, result);
         result.isOwned = true;
     }
+    if (source.isSeen) {
+        NoteSource(source.status, job);
+        result.bytes = source.status.st_size;
+    }
     const int error = Create(pair.dst, made);
     return made || !source.isSeen ? error : CopyOnto(error, made);
 }

@@ -11,6 +11,7 @@
 #include "failures.h"
 #include "file_data.h"
 #include "process_umask.h"
+#include "source_watch.h"
 #include "unique_fd.h"
 
 namespace TAVO::FileMigrateOrvane {
@@ -53,7 +54,8 @@ private:
 struct CopyJob {
     const CopyOptions options;
     const Report& report;
-    Learned& learned;    ///< one for all copies of a request
+    Learned& learned;              ///< one for all copies of a request
+    SourceWatch* watch = nullptr;  ///< notes what is copied or left out, if the source is removed afterwards
     OwnerIds owner{};    ///< for Finish::OwnerAndMode, known once the source is open; for Finish::Nothing, the caller's
     int ownerError = 0;  ///< of an object that did not get its owner; it was reported, and the copy went on
 };
@@ -69,12 +71,20 @@ struct CopyResult {
     bool isOwned = false;      ///< the destination and everything in it has got the job's owner
     struct stat source {};     ///< of the top of the source, once it is open; st_ino is 0 before
     struct stat directory {};  ///< of `destination`, if that is a directory; st_ino is 0 otherwise
+    off_t bytes = 0;           ///< in the file that was copied last
     std::size_t skipped = 0;   ///< entries left out because of their type
     /// The request names one object twice (EEXIST), or a destination inside its source (EINVAL). Trying in another way
     /// or removing the source could only do harm. Nothing was changed, unless a bind mount or a rename hid this until
     /// the walk reached its own destination.
     bool isOntoItself = false;
 };
+
+/// Notes an object of the source whose copy begins, or that is left out.
+inline void NoteSource(const struct stat& source, const CopyJob& job) {
+    if (job.watch != nullptr) {
+        job.watch->Note(source);
+    }
+}
 
 /// Remembers the top of the source, once it is open.
 inline void NoteTop(const struct stat& source, CopyJob& job, CopyResult& result) {

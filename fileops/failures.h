@@ -67,7 +67,7 @@ int FailLookup(Identity identity, const char* name, int code, const Report& repo
 /// A directory that does not exist is logged but not recorded.
 int FailListDir(const std::string& path, int error, const Report& report);
 int FailCopy(const std::string& src, const std::string& dst, int error, const Report& report);
-/// The copy at `dst` could not be written to its disk.
+/// A copy at `dst` could not be written to its disk.
 int FailFlush(const std::string& src, const std::string& dst, int error, const Report& report);
 /// EXDEV, after which a move copies, is logged but not recorded.
 int FailRename(const std::string& src, const std::string& dst, int error, const Report& report);

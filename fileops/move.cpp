@@ -1,17 +1,15 @@
 #include "move.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <utility>
 
 #include "copy.h"
 #include "log.h"
 #include "owner_mode.h"
 #include "remove.h"
+#include "sync.h"
 
 namespace TAVO::FileMigrateOrvane {
 namespace {
@@ -41,43 +39,30 @@ int ChOwnCopy(const Entry& dst, const CopyResult& copy, const CopyJob& job) {
     return error != 0 ? error : job.ownerError;
 }
 
-/// Writes the copy to its disk. The descriptor is as old as the copy, so it also reports what went wrong in writing
-/// back since then. A descriptor that was opened with O_PATH cannot serve.
-/// @return 0 or an error number
-int Sync(const std::string& dst, const UniqueFd& destination) {
-    if (syncfs(destination.Get()) == 0) {
-        return 0;
-    }
-    if (errno != EBADF) {
-        return errno;
-    }
-    const UniqueFd again(open(dst.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    return again && syncfs(again.Get()) == 0 ? 0 : errno;
-}
-
 /// The copy has to be on its disk before the source is removed: a power cut must not lose both.
 int Flush(const std::string& src, const std::string& dst, const CopyResult& copy, const Report& report) {
-    const int error = copy.destination ? Sync(dst, copy.destination) : 0;
+    const int error = copy.destination ? SyncFileSystem(copy.destination, dst) : 0;
     return error == 0 ? 0 : FailFlush(src, dst, error, report);
 }
 
 /// Removes what was copied, and nothing else that has taken its name since: a directory is emptied by descriptor, and
-/// an object that was copied as a file is not entered.
-int RemoveSource(Entry src, const struct stat& copied, const Report& report) {
+/// an object that was copied as a file is not entered. What has changed since it was copied stays.
+int RemoveSource(Entry src, const struct stat& copied, const CopyJob& job) {
+    RemovalGuard guard{*job.watch};
     src.type = S_ISDIR(copied.st_mode) ? DT_DIR : DT_REG;
     struct stat now {};
     const bool isThere = Lstat(src, now) == 0;
     if (isThere && copied.st_ino != 0 && !IsSame(now, copied)) {
-        return Fail(Step::Remove, src.path, ESTALE, report);
+        return Fail(Step::Remove, src.path, ESTALE, job.report);
     }
     if (!isThere || src.type == DT_REG) {
-        return RemoveEntry(src, report);
+        return RemoveEntry(src, &guard, job.report);
     }
     DirectoryStream stream = DirectoryStream::Open(src);
     if (!stream || !stream.Is(copied)) {
-        return Fail(Step::Remove, src.path, stream ? ESTALE : errno, report);
+        return Fail(Step::Remove, src.path, stream ? ESTALE : errno, job.report);
     }
-    return RemoveOpen(std::move(stream), src, report);
+    return FinishRemove(EmptyAndRemove(stream, src, &guard), src.path, job.report);
 }
 
 int MoveByCopy(const CopyPair& top, CopyJob& job) {
@@ -93,7 +78,7 @@ int MoveByCopy(const CopyPair& top, CopyJob& job) {
                 src);
     }
     error = error == 0 ? Flush(src, dst, copy, report) : error;
-    error = error == 0 ? RemoveSource(top.src, copy.source, report) : error;
+    error = error == 0 ? RemoveSource(top.src, copy.source, job) : error;
     if (error == 0) {
         LogInfo("MoveByCopy %{public}s to %{public}s suc", src, dst);
     }
@@ -120,10 +105,12 @@ int MoveTo(const std::string& src, const std::string& dst, Link topLink, const R
         return FailCopy(src, dst, error, report);
     }
     Learned learned;
+    SourceWatch watch;
     CopyJob job{
         {.topLink = to.DemandsDirectory() ? Link::Refuse : topLink, .finish = Finish::OwnerAndMode, .isKeptOpen = true},
         report,
-        learned};
+        learned,
+        &watch};
     return MoveByCopy({from.AsEntry(), to.AsEntry(), /*isTop=*/true}, job);
 }
 

@@ -1,6 +1,7 @@
 #include "remove.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -31,7 +32,7 @@ namespace {
 
 int TryRemoveEntry(const Entry& entry, const Report& report) {
     if (!TakeForDirectory(entry, {report.err, RECORD_KIND_NONE})) {
-        return DoUnlink(entry, report);
+        return DoUnlink(entry, nullptr, report);
     }
     DirectoryStream stream = DirectoryStream::Open(entry);
     if (!stream) {
@@ -56,13 +57,83 @@ int UnlinkIfThere(const Entry& entry, int flags) {
     return unlinkat(entry.dirFd, entry.name, flags) == 0 || errno == ENOENT ? 0 : errno;
 }
 
-int RemoveTree(const Entry& entry);
+/// Unlinks what is not a directory, unless it has changed since it was copied.
+[[gnu::noinline]] int UnlinkUnchanged(const Entry& entry, RemovalGuard& guard) {
+    struct stat now {};
+    if (const int error = Lstat(entry, now); error != 0) {
+        return error;
+    }
+    if (guard.watch.HasChanged(now)) {
+        return ESTALE;
+    }
+    guard.watch.NoteUnlink(now);
+    return unlinkat(entry.dirFd, entry.name, 0) == 0 ? 0 : errno;
+}
 
-/// Empties an open directory and removes it. @param entry  its name, by which only an empty directory is removed
-int RemoveDirectory(DirectoryStream& stream, const Entry& entry) {
+int UnlinkChild(const Entry& entry, RemovalGuard* guard) {
+    if (guard == nullptr) {
+        return UnlinkIfThere(entry, 0);
+    }
+    const int error = UnlinkUnchanged(entry, *guard);
+    return error == ENOENT ? 0 : error;
+}
+
+/// Whether an open directory must not be entered. @return 0 or an error number
+[[gnu::noinline]] int CheckDirectory(const DirectoryStream& stream, const RemovalGuard* guard) {
+    struct stat now {};
+    if (guard == nullptr) {
+        return 0;
+    }
+    if (fstat(stream.Fd(), &now) != 0) {
+        return errno;
+    }
+    const auto failed = guard->failed.find({now.st_dev, now.st_ino});
+    if (failed != guard->failed.end()) {
+        return failed->second;
+    }
+    return guard->watch.HasChanged(now) ? ESTALE : 0;
+}
+
+/// Like std::filesystem::remove_all, but for a name in an open directory.
+int RemoveTree(const Entry& entry, RemovalGuard* guard) {
+    if (entry.type != DT_DIR && entry.type != DT_UNKNOWN) {
+        return UnlinkChild(entry, guard);
+    }
+    DirectoryStream stream = DirectoryStream::Open(entry);
+    if (!stream) {
+        if (errno == ENOTDIR || errno == ELOOP) {
+            return UnlinkChild(entry, guard);
+        }
+        return errno == ENOENT ? 0 : errno;
+    }
+    const int error = CheckDirectory(stream, guard);
+    return error == 0 ? EmptyAndRemove(stream, entry, guard) : error;
+}
+
+}  // namespace
+
+[[gnu::noinline]] int DoUnlink(const Entry& entry, RemovalGuard* guard, const Report& report) {
+    const int plain = guard == nullptr && unlinkat(entry.dirFd, entry.name, 0) != 0 ? errno : 0;
+    const int error = guard == nullptr ? plain : UnlinkUnchanged(entry, *guard);
+    return error == 0 ? 0 : Fail(Step::Unlink, entry.path, error, report);
+}
+
+int Remove(const std::string& path, int& err, int recordKind) {
+    TopPath top(path);
+    const int error = top.Check();
+    return ResultOf(error == 0 ? RemoveEntry(top.AsEntry(), nullptr, {err, recordKind})
+                               : Fail(Step::Remove, path, error, {err, recordKind}));
+}
+
+int RemoveEntry(const Entry& entry, RemovalGuard* guard, const Report& report) {
+    return FinishRemove(RemoveTree(entry, guard), entry.path, report);
+}
+
+int EmptyAndRemove(DirectoryStream& stream, const Entry& entry, RemovalGuard* guard) {
+    stream.Rewind();
     while (const dirent* child = stream.Next()) {
         // No message names a child, so the text stays that of the directory.
-        if (const int error = RemoveTree(stream.Child(*child, entry.path)); error != 0) {
+        if (const int error = RemoveTree(stream.Child(*child, entry.path), guard); error != 0) {
             return error;
         }
     }
@@ -73,49 +144,12 @@ int RemoveDirectory(DirectoryStream& stream, const Entry& entry) {
     return UnlinkIfThere(entry, AT_REMOVEDIR);
 }
 
-/// Like std::filesystem::remove_all, but for a name in an open directory.
-int RemoveTree(const Entry& entry) {
-    if (entry.type != DT_DIR && entry.type != DT_UNKNOWN) {
-        return UnlinkIfThere(entry, 0);
-    }
-    DirectoryStream stream = DirectoryStream::Open(entry);
-    if (!stream) {
-        if (errno == ENOTDIR || errno == ELOOP) {
-            return UnlinkIfThere(entry, 0);
-        }
-        return errno == ENOENT ? 0 : errno;
-    }
-    return RemoveDirectory(stream, entry);
-}
-
 int FinishRemove(int error, const std::string& path, const Report& report) {
     if (error != 0) {
         return Fail(Step::Remove, path, error, report);
     }
     LogInfo({"Remove %{public}s suc", "Remove"}, path);
     return 0;
-}
-
-}  // namespace
-
-[[gnu::noinline]] int DoUnlink(const Entry& entry, const Report& report) {
-    return unlinkat(entry.dirFd, entry.name, 0) == 0 ? 0 : Fail(Step::Unlink, entry.path, errno, report);
-}
-
-int Remove(const std::string& path, int& err, int recordKind) {
-    TopPath top(path);
-    const int error = top.Check();
-    return ResultOf(error == 0 ? RemoveEntry(top.AsEntry(), {err, recordKind})
-                               : Fail(Step::Remove, path, error, {err, recordKind}));
-}
-
-int RemoveEntry(const Entry& entry, const Report& report) {
-    return FinishRemove(RemoveTree(entry), entry.path, report);
-}
-
-int RemoveOpen(DirectoryStream stream, const Entry& entry, const Report& report) {
-    stream.Rewind();
-    return FinishRemove(RemoveDirectory(stream, entry), entry.path, report);
 }
 
 int TryRemove(const std::string& path, int& err, int recordKind) {

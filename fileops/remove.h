@@ -1,21 +1,35 @@
 // Removing. Links are removed, never followed. For `err` and `recordKind` see path_helpers.h.
 #pragma once
 
+#include <map>
 #include <string>
+#include <utility>
 
 #include "directory_stream.h"
 #include "failures.h"
+#include "source_watch.h"
 
 namespace TAVO::FileMigrateOrvane {
 
-[[nodiscard]] int DoUnlink(const Entry& entry, const Report& report);
+/// What a removal after a copy has to heed.
+struct RemovalGuard {
+    SourceWatch& watch;  ///< objects that have changed since they were copied stay (ESTALE)
+    /// Directories that could not be removed, with the error. They are not tried again with each directory above them.
+    std::map<std::pair<dev_t, ino_t>, int> failed{};
+};
+
+/// @param guard  null for a removal that follows no copy
+[[nodiscard]] int DoUnlink(const Entry& entry, RemovalGuard* guard, const Report& report);
 
 /// Removes a path and everything below it, stopping at the first failure. A path that does not exist succeeds.
 [[nodiscard]] int Remove(const std::string& path, int& err, int recordKind);
-/// The same for an entry of an open directory.
-[[nodiscard]] int RemoveEntry(const Entry& entry, const Report& report);
+/// The same for an entry of an open directory. @param guard  as for DoUnlink()
+[[nodiscard]] int RemoveEntry(const Entry& entry, RemovalGuard* guard, const Report& report);
 /// The same for a directory that is open. If another one has taken its name, that one loses nothing that it holds.
-[[nodiscard]] int RemoveOpen(DirectoryStream stream, const Entry& entry, const Report& report);
+/// @return 0 or an error number, which is not reported yet
+[[nodiscard]] int EmptyAndRemove(DirectoryStream& stream, const Entry& entry, RemovalGuard* guard);
+/// Reports what a removal came to. @return `error`
+int FinishRemove(int error, const std::string& path, const Report& report);
 
 /// Removes a path and everything below it, depth first, going on past what cannot be removed. -1 if anything failed,
 /// also for a path that does not exist. A directory that stays only because something below it did is not logged or

@@ -396,20 +396,76 @@ TEST_F(CommandsTest, ReportsFilesThatDisappearDuringARequest) {
     }
 }
 
-TEST_F(CommandsTest, MoveFlushesTheCopyBeforeItRemovesTheSource) {
+TEST_F(CommandsTest, CopiesAreFlushedBeforeTheirSourceIsRemoved) {
     const std::string calls = second->Path("calls");
-    for (const bool isFailing : {false, true}) {
-        const std::string fault = isFailing ? "error=EIO" : "delay_exit=1";
-        Start({{}, {"strace", "-fqo", calls, "-einject=syncfs:" + fault, "-etrace=pwrite64,syncfs,unlinkat"}});
-        ASSERT_TRUE(Shell("mkdir s; echo a >s/f; echo b >s/g"));
-        const Reply reply = Call(RequestOf(MoveAll, Expand("@/s ~/t")));
-        EXPECT_EQ(std::pair(reply.result, reply.errCode), isFailing ? std::pair(-1, EIO) : std::pair(0, EXDEV));
-        EXPECT_EQ(Shell("sed -E 's/^[0-9]+ +//; s/\\(.*//' ~/calls | uniq | xargs"),
-                  std::string("pwrite64 syncfs") + (isFailing ? "\n" : " unlinkat\n"));
-        EXPECT_EQ(Shell("find | sort | xargs"), isFailing ? ". ./s ./s/f ./s/g\n" : ".\n");
+    const struct {
+        Command cmd;
+        const char* request;
+        int errCode;
+        const char* record;
+    } rows[] = {{MoveAll, "@/s ~/t", EXDEV, "COPY,dst:~/t"}, {CopyComb, "@/s @/t 1 2 755", 0, "COPY,dst:@/t"}};
+    for (const auto& [cmd, request, errCode, record] : rows) {
+        for (const bool isFailing : {false, true}) {
+            ClearRecords();
+            const std::string fault = isFailing ? "error=EIO" : "delay_exit=1";
+            Start({{}, {"strace", "-fqo", calls, "-einject=syncfs:" + fault, "-etrace=pwrite64,syncfs,unlinkat"}});
+            ASSERT_TRUE(Shell("rm -rf ~/t t; mkdir s; echo a >s/f; echo b >s/g")) << request;
+            ASSERT_TRUE(cmd == MoveAll || Shell("mkdir t"));
+            const Reply reply = Call(RequestOf(cmd, Expand(request)));
+            EXPECT_EQ(std::pair(reply.result, reply.errCode), isFailing ? std::pair(-1, EIO) : std::pair(0, errCode));
+            EXPECT_EQ(Shell("sed -E 's/^[0-9]+ +//; s/\\(.*//' ~/calls | uniq | xargs"),
+                      std::string("pwrite64 syncfs") + (isFailing ? "\n" : " unlinkat\n"));
+            EXPECT_EQ(Shell("find s 2>/dev/null | sort | xargs || :"), isFailing ? "s s/f s/g\n" : "\n");
+        }
+        EXPECT_TRUE(daemon->WaitForLog("/t failed, errno=5"));
+        EXPECT_EQ(Recorded(tree->Path("s"), "5"), Expand(record) + "\n");
+        ASSERT_TRUE(Shell("rm -rf s"));
     }
-    EXPECT_TRUE(daemon->WaitForLog(Expand("] flush ~/t failed, errno=5")));
-    EXPECT_EQ(Recorded(tree->Path("s"), "5"), Expand("COPY,dst:~/t\n"));
+}
+
+/// Flushes cost time, and what is queued costs space: a batch is 4,096 files.
+TEST_F(CommandsTest, CombinedCopyFlushesABatchAtATime) {
+    const std::string calls = second->Path("calls");
+    Start({{}, {"strace", "-fqo", calls, "-etrace=syncfs"}});
+    ASSERT_TRUE(Shell("mkdir -p s/d t empty; for i in $(seq 5000); do : >s/d/$i; done"));
+    EXPECT_EQ(Call(RequestOf(CopyComb, Expand("@/s @/t 1 2 755"))).result, 0);
+    EXPECT_EQ(Shell("ls t/d | wc -l; test ! -e s; grep -c syncfs ~/calls"), "5000\n2\n");
+    EXPECT_EQ(Call(RequestOf(CopyComb, Expand("@/empty @/t 1 2 755"))).result, 0);
+    EXPECT_EQ(Shell("grep -c syncfs ~/calls"), "2\n") << "nothing was copied";
+}
+
+/// Who goes on writing while his files are moved loses nothing.
+TEST_F(CommandsTest, WhatChangesAfterItWasCopiedStays) {
+    const struct {
+        const char* change;
+        const char* left;  ///< of the source, with its content
+        int result;
+    } rows[] = {{"echo more >>s/d/f", "s/d/f:more", -1},
+                {"echo new >s/d/new", "s/d/new:new", -1},
+                {"mv out/d s/moved", "s/moved/g:g", -1},
+                {":", "", 0}};
+    for (const std::string request : {"@/s ~/t", "@/s @/t 1 2 755"}) {
+        const Command cmd = request == "@/s ~/t" ? MoveAll : CopyComb;
+        for (const auto& [change, left, result] : rows) {
+            SCOPED_TRACE(request + change);
+            Start({{}, {"strace", "-fqqo/dev/null", "-etrace=syncfs", "-einject=syncfs:delay_enter=500000"}});
+            ASSERT_TRUE(
+                Shell("rm -rf s t out ~/t; mkdir -p s/d out/d; echo a >s/d/f; ln s/d/f s/d/g; echo g >out/d/g; "
+                      "ln -s f s/l"));
+            ASSERT_TRUE(cmd == MoveAll || Shell("mkdir t"));
+            RawClient client;
+            client.Send(RequestOf(cmd, Expand(request)));
+            ASSERT_TRUE(Becomes([&] { return Shell("test -s t/d/f -a -s t/d/g || test -s ~/t/d/f -a -s ~/t/d/g"); }));
+            std::this_thread::sleep_for(Deadline{100});
+            ASSERT_TRUE(Shell(change));
+            const Reply reply = client.Receive().value();
+            EXPECT_EQ(reply.result, result);
+            EXPECT_TRUE(result == 0 || reply.errCode == ESTALE) << reply.errCode;
+            const std::string found = *Shell("grep -rs '' s | sed 's/$/ /' | sort | tr -d '\\n' || :");
+            EXPECT_TRUE(*left == '\0' ? found.empty() : found.find(left) != found.npos) << found;
+            EXPECT_EQ(found.find("more") != found.npos, std::string(change).find("more") != std::string::npos) << found;
+        }
+    }
 }
 
 /// "link/" must not stand for the directory that the link names, nor "file/" for the file.

@@ -220,6 +220,25 @@ TEST_F(FaultTest, DirectoriesThatCannotBeReadToTheirEndAreFailures) {
     }
 }
 
+/// Each file whose copy fails is removed. Not where the daemon has run out of descriptors or memory: that says nothing
+/// about the file, and fails all that follow.
+TEST_F(FaultTest, ExhaustedDaemonEndsACombinedCopy) {
+    for (const std::string error : {"EMFILE", "ENFILE", "ENOMEM"}) {
+        for (const int call : {1, 2, 3, 4, 5, 6}) {
+            MakeTrees();
+            const std::string when = ":when=" + std::to_string(call) + "+";
+            Start({{},
+                   {"strace", "-fqqo/dev/null", "-P", Path("@src/d"), "-P", Path("@sub/d"), "-P", Path("@src/d/a"),
+                    "-P", Path("@src/d/b"), "-einject=openat:error=" + error + when}});
+            const Reply reply = RawClient().Call({CopyComb, Path("@src"), Path("@sub"), "0", "0", "0700"});
+            for (const std::string name : {"/d/a", "/d/b"}) {
+                const bool isWhole = fs::exists(Path("@src" + name)) || ReadFile(Path("@sub" + name)) == kContent;
+                EXPECT_TRUE(isWhole) << error << call << name << reply.result;
+            }
+        }
+    }
+}
+
 /// Some file systems list names without types.
 TEST_F(FaultTest, EntriesWithoutATypeAreLookedUp) {
     Start({WithFault("readdir@types=none")});
