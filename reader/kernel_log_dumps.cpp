@@ -36,9 +36,9 @@ std::optional<KernelLogDump> FromName(const std::string& name) {
     return KernelLogDump{name, name.substr(0, at), name.substr(at + 1), {}, 0};
 }
 
-void ReadContent(KernelLogDump& dump) {
+void ReadContent(const std::string& directory, KernelLogDump& dump) {
     errno = 0;
-    std::ifstream file(std::string(DUMP_DIRECTORY) + "/" + dump.name, std::ios::binary);
+    std::ifstream file(directory + "/" + dump.name, std::ios::binary);
     dump.content.assign(std::istreambuf_iterator<char>(file), {});
     if (!file.is_open() || file.bad()) {
         dump.errorNumber = errno != 0 ? errno : EIO;
@@ -47,13 +47,13 @@ void ReadContent(KernelLogDump& dump) {
 
 }  // namespace
 
-std::vector<KernelLogDump> KernelLogDumps(int& err) {
+std::vector<KernelLogDump> KernelLogDumps(const std::string& directory, int& err) {
     std::vector<KernelLogDump> dumps;
     std::error_code error;
-    for (fs::directory_iterator entry(DUMP_DIRECTORY, error), end; !error && entry != end; entry.increment(error)) {
+    for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
         std::optional<KernelLogDump> dump = FromName(entry->path().filename().native());
         if (dump) {
-            ReadContent(*dump);
+            ReadContent(directory, *dump);
             dumps.push_back(std::move(*dump));
         }
     }

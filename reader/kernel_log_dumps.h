@@ -12,7 +12,7 @@
 namespace TAVO::FileMigrateOrvane::Reader {
 
 struct KernelLogDump {
-    std::string name;     ///< file name in DUMP_DIRECTORY
+    std::string name;     ///< file name
     std::string type;     ///< type of the record
     std::string times;    ///< 14 digits
     std::string content;  ///< kernel-log lines; often empty
@@ -20,8 +20,9 @@ struct KernelLogDump {
 };
 
 /// All dumps with their contents, oldest first. Files with other names are ignored.
+/// @param directory  DUMP_DIRECTORY or a copy of it
 /// @param err  set if the directory cannot be listed; a missing directory has no dumps
-std::vector<KernelLogDump> KernelLogDumps(int& err);
+std::vector<KernelLogDump> KernelLogDumps(const std::string& directory, int& err);
 
 /// Whether the daemon writes a dump after such a record.
 [[nodiscard]] bool IsDumped(const Record& record);

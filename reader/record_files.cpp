@@ -11,6 +11,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
+/// With more files than this, each is opened late and read in small pieces.
+constexpr std::size_t FEW_FILES = 16;
+constexpr std::size_t SMALL_PIECE = std::size_t{8} * 1024;
+
 /// Whether `name` is `stem`, "_", 14 digits, ".txt".
 bool IsRotatedName(std::string_view name, std::string_view stem) {
     if (name.size() != stem.size() + 1 + TIME_DIGITS + RECORD_FILE_SUFFIX.size() || !name.starts_with(stem) ||
@@ -55,20 +59,31 @@ std::vector<RecordPath> AllRecordPaths() {
     return paths;
 }
 
-RecordSequence::RecordSequence(RecordPath toRead) : wanted(std::move(toRead)) {
+std::vector<RecordPath> RecordPathsIn(const std::string& directory, const std::string& host) {
+    std::set<std::string> names;
+    for (const char* file : RECORD_FILES) {
+        names.insert(fs::path(file).filename().native());
+    }
+    std::vector<RecordPath> paths;
+    for (const std::string& name : names) {
+        paths.push_back({(fs::path(directory) / name).native(), /*mayBeMissing=*/true, /*includesRotated=*/true, host});
+    }
+    return paths;
+}
+
+RecordSequence::RecordSequence(RecordPath toRead, Reading reading, bool late)
+    : wanted(std::move(toRead)), isFollowing(reading == Reading::Following), opensLate(late) {
     AddSources();
 }
 
 LocatedRecord* RecordSequence::Peek() {
     while (result.records.empty() && !sources.empty() && ReadOn()) {
     }
-    return result.records.empty() ? nullptr : &result.records.front();
-}
-
-void RecordSequence::End() {
-    if (!sources.empty()) {
-        sources.back().isFinal = true;
+    if (result.records.empty()) {
+        return nullptr;
     }
+    result.records.front().host = wanted.host;
+    return &result.records.front();
 }
 
 void RecordSequence::Poll() {
@@ -86,12 +101,12 @@ void RecordSequence::Poll() {
 
 /// Opens the file before listing the rotated ones. If it is rotated in between, it is still read as the file.
 void RecordSequence::AddSources() {
-    std::unique_ptr<RecordInput> current = TryOpen(wanted.path);
+    std::unique_ptr<RecordInput> current = opensLate ? nullptr : TryOpen(wanted.path);
     if (wanted.includesRotated) {
         AddRotated(current.get());
     }
-    if (current != nullptr) {
-        sources.push_back({wanted.path, std::move(current), /*isFinal=*/false});
+    if (current != nullptr || opensLate) {
+        sources.push_back({wanted.path, std::move(current), /*isFinal=*/!isFollowing});
     }
 }
 
@@ -119,7 +134,8 @@ void RecordSequence::AddRotated(const RecordInput* current) {
 
 std::unique_ptr<RecordInput> RecordSequence::TryOpen(const std::string& path) {
     int err = 0;
-    std::unique_ptr<RecordInput> input = RecordInput::Open(path, err);
+    std::unique_ptr<RecordInput> input =
+        opensLate ? RecordInput::Open(path, err, SMALL_PIECE) : RecordInput::Open(path, err);
     const bool mayBeMissing = wanted.mayBeMissing || hasFiles;  // it is missing between a rotation and the next record
     if (input == nullptr && (err != ENOENT || !mayBeMissing)) {
         Report(path, err);
@@ -137,6 +153,9 @@ bool RecordSequence::ReadOn() {
     int err = 0;
     if (front.input != nullptr) {
         const RecordInput::Progress progress = front.input->ReadOn(result, err);
+        if (opensLate) {
+            front.input->Release();
+        }
         if (progress == RecordInput::Progress::Read) {
             return true;
         }
@@ -158,35 +177,52 @@ void RecordSequence::Report(const std::string& path, int err) {
     }
 }
 
-RecordStream::RecordStream(const std::vector<RecordPath>& paths) {
+RecordStream::RecordStream(const std::vector<RecordPath>& paths, Reading reading) {
     for (const RecordPath& path : paths) {
-        sequences.emplace_back(path);
+        const bool isLate = reading == Reading::Once && paths.size() > FEW_FILES && path.path != STANDARD_INPUT;
+        idle.push_back(sequences.size());
+        sequences.emplace_back(path, reading, isLate);
     }
 }
 
 std::optional<LocatedRecord> RecordStream::Next() {
-    RecordSequence* earliest = nullptr;
-    for (RecordSequence& sequence : sequences) {
-        const LocatedRecord* head = sequence.Peek();
-        if (head != nullptr && (earliest == nullptr || head->record.times < earliest->Peek()->record.times)) {
-            earliest = &sequence;
+    if (std::exchange(hasNews, false)) {
+        for (const std::size_t index : std::exchange(idle, {})) {
+            PushHead(index);
         }
     }
-    if (earliest == nullptr) {
+    if (heads.empty()) {
         return std::nullopt;
     }
-    std::optional<LocatedRecord> next(std::move(*earliest->Peek()));
-    earliest->Pop();
+    const std::size_t earliest = heads.top().second;
+    heads.pop();
+    std::optional<LocatedRecord> next(std::move(*sequences[earliest].Peek()));
+    sequences[earliest].Pop();
+    PushHead(earliest);
     return next;
 }
 
-void RecordStream::End() {
-    for (RecordSequence& sequence : sequences) {
-        sequence.End();
+void RecordStream::PushHead(std::size_t index) {
+    if (const LocatedRecord* head = sequences[index].Peek()) {
+        heads.emplace(head->record.times, index);
+    } else {
+        idle.push_back(index);
     }
 }
 
+std::optional<LocatedRecord> RecordStream::NextInAnyOrder() {
+    for (; current < sequences.size(); ++current) {
+        if (LocatedRecord* head = sequences[current].Peek()) {
+            std::optional<LocatedRecord> next(std::move(*head));
+            sequences[current].Pop();
+            return next;
+        }
+    }
+    return std::nullopt;
+}
+
 void RecordStream::Poll() {
+    hasNews = true;
     for (RecordSequence& sequence : sequences) {
         sequence.Poll();
     }

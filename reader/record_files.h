@@ -5,8 +5,10 @@
 #include <sys/stat.h>
 
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <queue>
 #include <set>
 #include <string>
 #include <tuple>
@@ -27,24 +29,29 @@ struct RecordPath {
     std::string path;              ///< a file or STANDARD_INPUT
     bool mayBeMissing = false;     ///< if false, a missing file is reported
     bool includesRotated = false;  ///< read its rotated files before it
+    std::string host{};            ///< the machine that it came from; may be empty
 };
 
 /// All files that the daemon writes; any of them may be missing.
 std::vector<RecordPath> AllRecordPaths();
 
+/// The record files in a directory that was copied from a machine, with their rotated files.
+std::vector<RecordPath> RecordPathsIn(const std::string& directory, const std::string& host);
+
+/// Whether the files are read as they are now, or followed while they grow.
+enum class Reading { Once, Following };
+
 /// A record file and its rotated files, in the order in which they were written.
 class RecordSequence {
 public:
-    explicit RecordSequence(RecordPath toRead);
+    /// @param opensLate  open each file when it is its turn and close it between pieces, for Reading::Once
+    RecordSequence(RecordPath toRead, Reading reading, bool opensLate);
 
     /// The next record; null if there is no further one at the moment. Valid until the next call.
     LocatedRecord* Peek();
     void Pop() { result.records.pop_front(); }
 
-    /// Declares that the files will not grow: the last record counts as complete.
-    void End();
-
-    /// Looks for records written since the last one, unless End was called. Every record is returned once and whole,
+    /// Looks for records written since the last one, for Reading::Following. Every record is returned once and whole,
     /// even if the file was rotated several times in between.
     void Poll();
 
@@ -67,6 +74,8 @@ private:
     void Report(const std::string& path, int err);
 
     RecordPath wanted;
+    bool isFollowing;
+    bool opensLate;
     std::deque<Source> sources;  ///< in reading order; the last one is the file itself, unless it is missing
     ReadResult result;
     std::set<Identity> seen;                         ///< rotated files
@@ -77,11 +86,13 @@ private:
 /// Several sequences merged by the times of the records. The order within a sequence does not change.
 class RecordStream {
 public:
-    explicit RecordStream(const std::vector<RecordPath>& paths);
+    RecordStream(const std::vector<RecordPath>& paths, Reading reading);
 
     /// The next record; nothing if there is no further one at the moment.
     std::optional<LocatedRecord> Next();
-    void End();
+
+    /// The next record, file after file: faster than Next, and it holds only one file open. Do not call both.
+    std::optional<LocatedRecord> NextInAnyOrder();
     void Poll();
 
     /// Whether any file exists.
@@ -91,7 +102,16 @@ public:
     std::vector<ReadTrouble> TakeTroubles();
 
 private:
+    /// Time and index of a sequence; the earliest time first, then the lowest index.
+    using Head = std::pair<std::string, std::size_t>;
+
+    void PushHead(std::size_t index);
+
     std::deque<RecordSequence> sequences;
+    std::priority_queue<Head, std::vector<Head>, std::greater<>> heads;  ///< of the sequences that have a record
+    std::vector<std::size_t> idle;                                       ///< all other sequences
+    bool hasNews = true;                                                 ///< an idle sequence may have a record
+    std::size_t current = 0;                                             ///< for NextInAnyOrder
 };
 
 }  // namespace TAVO::FileMigrateOrvane::Reader

@@ -11,20 +11,19 @@
 namespace TAVO::FileMigrateOrvane::Reader {
 namespace {
 
-constexpr std::size_t PIECE = std::size_t{256} * 1024;
 constexpr std::size_t EXCERPT = 40;
 /// The daemon writes a record with one call. If it is incomplete after this many polls, a full disk or a crash cut it.
 constexpr int PATIENT_POLLS = 2;
 
 }  // namespace
 
-std::unique_ptr<RecordInput> RecordInput::Open(const std::string& path, int& err) {
+std::unique_ptr<RecordInput> RecordInput::Open(const std::string& path, int& err, std::size_t pieceSize) {
     const int fd = path == STANDARD_INPUT ? dup(STDIN_FILENO) : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
     if (fd < 0) {
         err = errno;
         return nullptr;
     }
-    std::unique_ptr<RecordInput> input(new RecordInput(path, fd));
+    std::unique_ptr<RecordInput> input(new RecordInput(path, fd, pieceSize));
     struct stat st {};
     if (fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
         err = EISDIR;
@@ -34,13 +33,28 @@ std::unique_ptr<RecordInput> RecordInput::Open(const std::string& path, int& err
 }
 
 RecordInput::~RecordInput() {
-    (void)close(fd);
+    Release();
+}
+
+void RecordInput::Release() {
+    if (fd >= 0) {
+        (void)close(std::exchange(fd, -1));
+    }
+}
+
+bool RecordInput::Reopen() {
+    fd = open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    return fd >= 0 && lseek(fd, static_cast<off_t>(offset + rest.size()), SEEK_SET) >= 0;
 }
 
 RecordInput::Progress RecordInput::ReadOn(ReadResult& result, int& err) {
+    if (fd < 0 && !Reopen()) {
+        err = errno;
+        return Progress::Failed;
+    }
     const std::size_t known = rest.size();
     // Read twice as much each time, so that bytes which stay undecided for long are not parsed too often.
-    rest.resize(known + std::max(PIECE, known));
+    rest.resize(known + std::max(piece, known));
     const ssize_t count = read(fd, rest.data() + known, rest.size() - known);
     const int readError = errno;
     rest.resize(known + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
@@ -84,7 +98,7 @@ void RecordInput::Parse(Input input, ReadResult& result) {
     }
     for (Record& record : parsed.records) {
         record.offset += offset;
-        result.records.push_back({file, std::move(record)});
+        result.records.push_back({{}, file, std::move(record)});
     }
     rest.erase(0, parsed.consumed);
     offset += parsed.consumed;

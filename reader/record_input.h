@@ -17,6 +17,7 @@ inline constexpr const char* STANDARD_INPUT = "-";
 
 /// A record and its file. The record's offset is its position in the file.
 struct LocatedRecord {
+    std::string host;  ///< the machine, if the file came from a named one
     std::string file;
     Record record;
 };
@@ -39,7 +40,9 @@ class RecordInput {
 public:
     /// @param path  STANDARD_INPUT or a file; a directory is an error
     /// @return null, with `err` set, if it cannot be opened
-    [[nodiscard]] static std::unique_ptr<RecordInput> Open(const std::string& path, int& err);
+    /// @param pieceSize  bytes to read at a time
+    [[nodiscard]] static std::unique_ptr<RecordInput> Open(const std::string& path, int& err,
+                                                           std::size_t pieceSize = 256 * std::size_t{1024});
     ~RecordInput();
     RecordInput(const RecordInput&) = delete;
     RecordInput& operator=(const RecordInput&) = delete;
@@ -57,15 +60,22 @@ public:
     /// few calls, and starts again if the file was truncated.
     void Poll(ReadResult& result);
 
+    /// Closes the file until the next ReadOn, so that more files can be read in turn than there are descriptors. Call
+    /// it only for a file that is not standard input.
+    void Release();
+
     [[nodiscard]] int Fd() const { return fd; }
 
 private:
-    RecordInput(std::string path, int openFd) : file(std::move(path)), fd(openFd) {}
+    RecordInput(std::string path, int openFd, std::size_t pieceSize)
+        : file(std::move(path)), fd(openFd), piece(pieceSize) {}
+    bool Reopen();
     void Parse(Input input, ReadResult& result);
     void AddSkipped(const SkippedBytes& skipped, ReadResult& result) const;
 
     std::string file;
-    int fd;
+    int fd;  ///< -1 while released
+    std::size_t piece;
     std::string rest;        ///< bytes that were read but not yet consumed by the parser
     std::size_t offset = 0;  ///< position of `rest` in the file
     int quietPolls = 0;      ///< polls since something was read

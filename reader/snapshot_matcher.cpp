@@ -213,7 +213,10 @@ bool SnapshotMatcher::Finish(std::size_t position) {
         KeepIfLongest(position);
         return false;
     }
-    best = {current, position, true, isClean, nullptr};
+    // The callers still remove their own snapshots from `current`, which are moved, not copied.
+    const std::size_t size = current.size();
+    best = {std::exchange(current, {}), position, true, isClean, nullptr};
+    current.resize(size);
     return true;
 }
 

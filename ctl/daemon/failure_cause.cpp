@@ -45,8 +45,7 @@ bool IsOlder(const Reader::LocatedRecord& located, const RecordMark& mark) {
 
 /// @param hint  set if a record file cannot be read
 Found FindRecords(const RecordFilter& filter, const RecordMark& before, std::string& hint) {
-    Reader::RecordStream stream(Reader::AllRecordPaths());
-    stream.End();
+    Reader::RecordStream stream(Reader::AllRecordPaths(), Reader::Reading::Once);
     Found found;
     while (std::optional<Reader::LocatedRecord> next = stream.Next()) {
         if (!Matches(filter, next->record) || IsOlder(*next, before)) {

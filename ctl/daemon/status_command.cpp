@@ -135,8 +135,7 @@ std::optional<Reader::Record> LastRecord(bool includesRotated, std::string& trou
     for (const char* file : RECORD_FILES) {
         paths.push_back({file, /*mayBeMissing=*/true, includesRotated});
     }
-    Reader::RecordStream stream(paths);
-    stream.End();
+    Reader::RecordStream stream(paths, Reader::Reading::Once);
     std::optional<Reader::Record> last;
     while (std::optional<Reader::LocatedRecord> next = stream.Next()) {
         last = std::move(next->record);
@@ -164,7 +163,7 @@ void AddLastRecord(Answer& answer) {
 
 void AddDumps(Answer& answer) {
     int err = 0;
-    const std::size_t count = Reader::KernelLogDumps(err).size();
+    const std::size_t count = Reader::KernelLogDumps(DUMP_DIRECTORY, err).size();
     answer.fields["dumps"] = err == 0 ? Json(count) : Json();
     answer.output +=
         Line("dumps", err == 0 ? std::to_string(count) : ErrorText(err) + ": " + AccessHint(DUMP_DIRECTORY));

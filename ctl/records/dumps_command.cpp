@@ -1,6 +1,8 @@
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -28,9 +30,17 @@ constexpr const char* FOOTER =
     "Example:\n"
     "  orvanectl dumps MOVE@20261121101530";
 
+constexpr std::size_t NAME_WIDTH = 36;  // RESTORECON_FROMPARENT and the time
+constexpr std::size_t COLUMN_WIDTH = 9;
+
 struct Options {
     std::string name;
+    std::string copy;  ///< a copied record directory to read; empty for this machine's files
     bool isJson = false;
+
+    [[nodiscard]] std::string Directory() const {
+        return copy.empty() ? DUMP_DIRECTORY : copy + "/" + std::filesystem::path(DUMP_DIRECTORY).filename().native();
+    }
 };
 
 /// The records for which the daemon writes dumps.
@@ -49,9 +59,10 @@ struct DumpedRecords {
     }
 };
 
-DumpedRecords ReadDumpedRecords() {
-    Reader::RecordStream stream(Reader::AllRecordPaths());
-    stream.End();
+DumpedRecords ReadDumpedRecords(const Options& options) {
+    Reader::RecordStream stream(
+        options.copy.empty() ? Reader::AllRecordPaths() : Reader::RecordPathsIn(options.copy, /*host=*/""),
+        Reader::Reading::Once);
     DumpedRecords dumped;
     while (std::optional<Reader::LocatedRecord> next = stream.Next()) {
         if (Reader::IsDumped(next->record)) {
@@ -86,8 +97,13 @@ Json ToJson(const Reader::KernelLogDump& dump, const Reader::Record* owner) {
 /// @param isKnown  whether all records could be read
 std::string InWords(const Reader::KernelLogDump& dump, const Reader::Record* owner, bool isKnown) {
     const std::size_t lines = LinesOf(dump.content).size();
-    std::string text = Printable(dump.name) + "  " + std::to_string(dump.content.size()) + " B  " +
-                       std::to_string(lines) + (lines == 1 ? " line  " : " lines  ");
+    const auto column = [](std::string text, std::size_t width) {
+        text.resize(std::max(text.size(), width), ' ');
+        return text + "  ";
+    };
+    std::string text = column(Printable(dump.name), NAME_WIDTH) +
+                       column(std::to_string(dump.content.size()) + " B", COLUMN_WIDTH) +
+                       column(std::to_string(lines) + (lines == 1 ? " line" : " lines"), COLUMN_WIDTH);
     if (owner == nullptr) {
         return text + (isKnown ? "no record\n" : "unknown record\n");
     }
@@ -95,8 +111,8 @@ std::string InWords(const Reader::KernelLogDump& dump, const Reader::Record* own
            Printable(Reader::FailureInWords(owner->type)) + "  " + ObjectsColumn(*owner) + "\n";
 }
 
-std::string PathOf(const Reader::KernelLogDump& dump) {
-    return std::string(DUMP_DIRECTORY).append("/").append(dump.name);
+std::string PathOf(const Options& options, const Reader::KernelLogDump& dump) {
+    return options.Directory().append("/").append(dump.name);
 }
 
 /// Why a dump or the directory could not be read.
@@ -104,8 +120,8 @@ std::string Unreadable(const std::string& path, int errorNumber) {
     return ErrorText(errorNumber).append(": ").append(AccessHint(path));
 }
 
-void ReportUnreadable(const Reader::KernelLogDump& dump) {
-    Complain(Printable(PathOf(dump)), Unreadable(PathOf(dump), dump.errorNumber));
+void ReportUnreadable(const Options& options, const Reader::KernelLogDump& dump) {
+    Complain(Printable(PathOf(options, dump)), Unreadable(PathOf(options, dump), dump.errorNumber));
 }
 
 /// Prints why there is nothing to show.
@@ -120,29 +136,29 @@ ExitStatus ReportFailure(const std::string& what, int errorNumber, std::string w
     return Print(answer, what, std::move(object), isJson);
 }
 
-ExitStatus List(const std::vector<Reader::KernelLogDump>& dumps, bool isJson) {
+ExitStatus List(const std::vector<Reader::KernelLogDump>& dumps, const Options& options) {
     if (dumps.empty()) {
-        Complain("dumps", std::string("there are no dumps in ") + DUMP_DIRECTORY);
+        Complain("dumps", "there are no dumps in " + options.Directory());
     }
-    const DumpedRecords dumped = ReadDumpedRecords();
+    const DumpedRecords dumped = ReadDumpedRecords(options);
     ExitStatus status = dumped.Status();
     for (const Reader::KernelLogDump& dump : dumps) {
         const Reader::Record* owner = dumped.OwnerOf(dump);
-        if (isJson) {
+        if (options.isJson) {
             PrintJsonLine(ToJson(dump, owner));
         } else {
             (void)std::fputs(InWords(dump, owner, dumped.isWhole).c_str(), stdout);
         }
         if (dump.errorNumber != 0) {
-            ReportUnreadable(dump);
+            ReportUnreadable(options, dump);
             status = ExitStatus::Failed;
         }
     }
     return status;
 }
 
-ExitStatus ShowJson(const Reader::KernelLogDump& dump) {
-    const DumpedRecords dumped = ReadDumpedRecords();
+ExitStatus ShowJson(const Reader::KernelLogDump& dump, const Options& options) {
+    const DumpedRecords dumped = ReadDumpedRecords(options);
     Json object = ToJson(dump, dumped.OwnerOf(dump));
     object["content"] = Json::array();
     for (const std::string_view line : LinesOf(dump.content)) {
@@ -172,10 +188,10 @@ ExitStatus ShowOne(const std::vector<Reader::KernelLogDump>& dumps, const Option
             continue;
         }
         if (dump.errorNumber != 0) {
-            return ReportFailure(Printable(PathOf(dump)), dump.errorNumber, Unreadable(PathOf(dump), dump.errorNumber),
-                                 options.isJson);
+            return ReportFailure(Printable(PathOf(options, dump)), dump.errorNumber,
+                                 Unreadable(PathOf(options, dump), dump.errorNumber), options.isJson);
         }
-        return options.isJson ? ShowJson(dump) : ShowText(dump);
+        return options.isJson ? ShowJson(dump, options) : ShowText(dump);
     }
     return ReportFailure(Printable(options.name), ENOENT,
                          "there is no such dump" + (names.empty() ? "" : "; the dumps are:" + names), options.isJson);
@@ -183,11 +199,12 @@ ExitStatus ShowOne(const std::vector<Reader::KernelLogDump>& dumps, const Option
 
 ExitStatus ShowDumps(const Options& options) {
     int err = 0;
-    const std::vector<Reader::KernelLogDump> dumps = Reader::KernelLogDumps(err);
+    const std::string directory = options.Directory();
+    const std::vector<Reader::KernelLogDump> dumps = Reader::KernelLogDumps(directory, err);
     if (err != 0) {
-        return ReportFailure(DUMP_DIRECTORY, err, Unreadable(DUMP_DIRECTORY, err), options.isJson);
+        return ReportFailure(directory, err, Unreadable(directory, err), options.isJson);
     }
-    return options.name.empty() ? List(dumps, options.isJson) : ShowOne(dumps, options);
+    return options.name.empty() ? List(dumps, options) : ShowOne(dumps, options);
 }
 
 }  // namespace
@@ -201,6 +218,9 @@ void AddDumpsCommand(CLI::App& app, Action& chosen) {
                    : std::string();
     };
     parser->add_option("NAME", options->name, "the dump to print")->check(CLI::Validator(check, ""))->type_name("");
+    parser->add_option("--directory", options->copy, "read the records and dumps copied to this directory")
+        ->check(CLI::ExistingDirectory.description(""))
+        ->type_name("DIR");
     parser->add_flag("--json", options->isJson, "print one JSON object per line");
     parser->footer(FOOTER);
     parser->callback([options, &chosen] { chosen = [options] { return ShowDumps(*options); }; });

@@ -2,12 +2,14 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <chrono>
 #include <cstring>
 #include <ctime>
 #include <string_view>
+#include <utility>
 
 namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
@@ -56,6 +58,44 @@ std::optional<std::string> Digits(const std::tm& time) {
     return text.data();
 }
 
+/// "today", "yesterday", "-90s", "-1h" or "10 min ago".
+std::optional<std::tm> RelativeTime(const std::string& text, Edge edge) {
+    constexpr std::pair<std::string_view, int> units[] = {{"s", 1},      {"sec", 1},      {"m", 60},    {"min", 60},
+                                                          {"h", 3600},   {"hour", 3600},  {"d", 86400}, {"day", 86400},
+                                                          {"w", 604800}, {"week", 604800}};
+    if (text == "today" || text == "yesterday") {
+        std::tm day = Today();
+        day.tm_mday -= text == "yesterday" ? 1 : 0;
+        day.tm_isdst = -1;
+        (void)std::mktime(&day);
+        if (edge == Edge::End) {
+            day.tm_hour = 23;
+            day.tm_min = day.tm_sec = 59;
+        }
+        return day;
+    }
+    long count = 0;
+    std::string_view rest = text;
+    const bool isAgo = rest.ends_with(" ago");
+    rest.remove_suffix(isAgo ? 4 : 0);
+    rest.remove_prefix(!isAgo && rest.starts_with('-') ? 1 : 0);
+    const auto [end, failure] = std::from_chars(rest.data(), rest.data() + rest.size(), count);
+    if (failure != std::errc() || (!isAgo && rest.size() == text.size()) || count < 0 || count > 1'000'000) {
+        return std::nullopt;
+    }
+    rest.remove_prefix(static_cast<std::size_t>(end - rest.data()));
+    rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
+    for (const auto& [unit, seconds] : units) {
+        if (rest == unit || (rest.size() == unit.size() + 1 && rest.starts_with(unit) && rest.ends_with('s'))) {
+            const std::time_t then = std::time(nullptr) - count * seconds;
+            std::tm local{};
+            localtime_r(&then, &local);
+            return local;
+        }
+    }
+    return std::nullopt;
+}
+
 }  // namespace
 
 bool Matches(const RecordFilter& filter, const Reader::Record& record) {
@@ -89,6 +129,9 @@ std::string Now() {
 }
 
 std::optional<std::string> ParseTime(const std::string& text, Edge edge) {
+    if (std::optional<std::tm> time = RelativeTime(text, edge)) {
+        return Digits(*time);
+    }
     for (const TimeForm& form : TIME_FORMS) {
         std::tm time = Today();
         const char* end = strptime(text.c_str(), form.form, &time);

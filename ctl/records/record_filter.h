@@ -29,8 +29,8 @@ enum class Edge { Begin, End };
 /// The local time as 14 digits.
 std::string Now();
 
-/// "2026-11-21", "2026-11-21 10:15", "2026-11-21T10:15:30", "10:15" (today), "20261121101530" as 14 digits; nothing for
-/// any other text.
+/// "2026-11-21", "2026-11-21 10:15", "2026-11-21T10:15:30", "10:15" (today), "20261121101530",
+/// "today", "yesterday", "-1h" or "10 min ago" as 14 digits; nothing for any other text.
 std::optional<std::string> ParseTime(const std::string& text, Edge edge);
 
 }  // namespace TAVO::FileMigrateOrvane::Ctl

@@ -139,6 +139,9 @@ Json JsonLine(const Reader::Record& record) {
 Json ToJson(const Reader::LocatedRecord& located) {
     const Reader::Record& record = located.record;
     Json object = JsonLine(record);
+    if (!located.host.empty()) {
+        PutText(object, "host", located.host);
+    }
     const Reader::Cause cause = Reader::LikelyCause(record);
     object["cause"] = cause.word.empty() ? Json() : Json(cause.word);
     PutTextOrNull(object, "cause_path", cause.path);

@@ -37,6 +37,21 @@ std::string ErrorColumn(const std::optional<int>& errorNumber) {
     return errorNumber ? ErrorName(*errorNumber) : "-";
 }
 
+std::string ValueOf(const std::string& property, const Reader::LocatedRecord& located) {
+    const Reader::Record& record = located.record;
+    if (property == "host") {
+        return located.host;
+    }
+    if (property == "cause") {
+        const std::string_view word = Reader::LikelyCause(record).word;
+        return word.empty() ? "unknown" : std::string(word);
+    }
+    if (property == "type") {
+        return record.type;
+    }
+    return property == "day" ? TimeText(record.times, ' ').substr(0, 10) : ErrorColumn(record.errorNumber);
+}
+
 }  // namespace
 
 void RecordSummary::Tally::Add(const std::string& times) {
@@ -58,8 +73,13 @@ Json RecordSummary::Tally::PutInto(Json object) const {
     return object;
 }
 
-void RecordSummary::Add(const Reader::Record& record) {
+void RecordSummary::Add(const Reader::LocatedRecord& located) {
+    const Reader::Record& record = located.record;
     all.Add(record.times);
+    if (!by.empty()) {
+        groups[ValueOf(by, located)].Add(record.times);
+        return;
+    }
     failures[{record.type, record.errorNumber}].Add(record.times);
     directories[TopDirectory(record)].Add(record.times);
 }
@@ -69,6 +89,12 @@ std::string RecordSummary::Text() const {
         return "no records\n";
     }
     std::string text = "  count  first                last\n" + all.Text() + "all records\n\n";
+    if (!by.empty()) {
+        for (const auto* entry : ByFrequency(groups)) {
+            text += entry->second.Text() + Printable(entry->first) + "\n";
+        }
+        return text;
+    }
     std::size_t width = 0;
     for (const auto& [failure, tally] : failures) {
         width = std::max(width, ErrorColumn(failure.second).size());
@@ -88,6 +114,15 @@ std::string RecordSummary::Text() const {
 
 Json RecordSummary::ToJson() const {
     Json summary = all.PutInto({});
+    if (!by.empty()) {
+        summary["groups"] = Json::array();
+        for (const auto* entry : ByFrequency(groups)) {
+            Json group;
+            PutText(group, by, entry->first);
+            summary["groups"].push_back(entry->second.PutInto(std::move(group)));
+        }
+        return summary;
+    }
     summary["failures"] = Json::array();
     for (const auto* entry : ByFrequency(failures)) {
         const auto& [type, errorNumber] = entry->first;

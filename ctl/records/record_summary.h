@@ -1,4 +1,5 @@
-// Counts of records by failure and by directory, with the times of the first and last. Used by one thread.
+// Counts of records, with the times of the first and last: by failure and by directory, or by one chosen property. Used
+// by one thread.
 #pragma once
 
 #include <cstddef>
@@ -8,15 +9,20 @@
 #include <utility>
 
 #include "json_text.h"
-#include "record.h"
+#include "record_input.h"
 
 namespace TAVO::FileMigrateOrvane::Ctl {
 
 class RecordSummary {
 public:
-    void Add(const Reader::Record& record);
+    /// @param property  one of PROPERTIES; empty for failures and directories
+    explicit RecordSummary(std::string property) : by(std::move(property)) {}
 
-    /// Two tables, the most frequent entries first.
+    static constexpr const char* PROPERTIES[] = {"host", "cause", "type", "errno", "day"};
+
+    void Add(const Reader::LocatedRecord& located);
+
+    /// The tables, with the most frequent entries first.
     [[nodiscard]] std::string Text() const;
     [[nodiscard]] Json ToJson() const;
 
@@ -32,7 +38,9 @@ private:
     };
     using Failure = std::pair<std::string, std::optional<int>>;  ///< type and error number
 
+    std::string by;
     Tally all;
+    std::map<std::string, Tally> groups;  ///< by the value of the property
     std::map<Failure, Tally> failures;
     std::map<std::string, Tally> directories;  ///< by the first two components of the path
 };

@@ -1,3 +1,6 @@
+#include <strings.h>
+
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 #include <optional>
@@ -7,8 +10,10 @@
 #include "argument_checks.h"
 #include "record_filter.h"
 #include "record_input.h"
+#include "record_summary.h"
 #include "records_commands.h"
 #include "show_records.h"
+#include "text.h"
 
 namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
@@ -17,13 +22,21 @@ constexpr const char* FOOTER =
     "Without FILE, all record files and their rotated files are read, ordered by\n"
     "time, the newest record last. With --follow, the rotated files of FILE are read\n"
     "too.\n"
-    "Times are local: 2026-11-21, 2026-11-21 10:15, 10:15:30 (today), 20261121101530.\n"
+    "Times are local: 2026-11-21, 2026-11-21 10:15, 10:15:30 (today), 20261121101530,\n"
+    "today, yesterday, -1h, \"10 min ago\" (also s, d and w).\n"
     "The day or minute of --until is included.\n"
     "Bytes that do not belong to a record are skipped and reported on standard error.\n"
     "\n"
     "Examples:\n"
     "  orvanectl records -v --path /data/app      what failed there, and why\n"
-    "  orvanectl records --summary --since 10:00  how often each failure occurred";
+    "  orvanectl records --summary --since -1h    how often each failure occurred";
+
+std::string CheckType(const std::string& type) {
+    const bool isKnown = std::ranges::any_of(RECORD_TYPES, [&](std::string_view known) {
+        return strncasecmp(known.data(), type.c_str(), known.size() + 1) == 0;
+    });
+    return isKnown ? std::string() : Printable(type) + ": there is no such record type; see file_migrate_records(5)";
+}
 
 void AddFilters(CLI::App& parser, RecordsOptions& options) {
     RecordFilter& filter = options.filter;
@@ -45,7 +58,9 @@ void AddFilters(CLI::App& parser, RecordsOptions& options) {
     parser.add_option("--until", filter.until, "only records from this time or earlier")
         ->type_name("TIME")
         ->transform(time(Edge::End));
-    parser.add_option("--type", filter.type, "only records of this type, such as MOVE")->type_name("TYPE");
+    parser.add_option("--type", filter.type, "only records of this type, such as MOVE")
+        ->type_name("TYPE")
+        ->check(CLI::Validator(CheckType, ""));
     parser
         .add_option_function<std::string>(
             "--errno",
@@ -71,6 +86,9 @@ void Check(const RecordsOptions& options, bool isFollowing) {
     if (isFollowing && std::ranges::find(options.files, Reader::STANDARD_INPUT) != options.files.end()) {
         throw CLI::ValidationError("--follow", "standard input cannot be followed");
     }
+    if (isFollowing && (!options.directories.empty() || options.lastCount > 0 || options.isReversed)) {
+        throw CLI::ValidationError("--follow", "cannot be combined with --directory, --lines or --reverse");
+    }
     const RecordFilter& filter = options.filter;
     if (!filter.until.empty() && filter.until < filter.since) {
         throw CLI::ValidationError("--until", "is before --since");
@@ -88,6 +106,28 @@ void AddRecordsCommand(CLI::App& app, Action& chosen) {
     parser->add_flag("-v,--verbose", options->isVerbose, "show the cause and the snapshots of each record");
     parser->add_flag("--json", options->isJson, "print one JSON object per line");
     parser->add_flag("--summary", options->isSummary, "count records by failure and by directory");
+    parser
+        ->add_option_function<std::string>(
+            "--by",
+            [options](const std::string& property) {
+                options->by = property;
+                options->isSummary = true;
+            },
+            "count by host, cause, type, errno or day")
+        ->check(CLI::IsMember(std::vector<std::string>(std::begin(RecordSummary::PROPERTIES),
+                                                       std::end(RecordSummary::PROPERTIES)))
+                    .description(""))
+        ->type_name("WHAT");
+    parser->add_option("--directory", options->directories, "read the record files copied to this directory")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->check(CLI::ExistingDirectory.description(""))
+        ->type_name("DIR");
+    parser->add_option("--host-from", options->hostFrom, "file in each DIR with the machine's name")->type_name("FILE");
+    parser->add_option("-n,--lines", options->lastCount, "show only the last N records")
+        ->check(CLI::Range(1, 1'000'000'000).description(""))
+        ->type_name("N");
+    parser->add_flag("-r,--reverse", options->isReversed, "show the newest record first");
     parser->add_flag("-f,--follow", *isFollowing, "print the last ten records, then each new one");
     parser->footer(FOOTER);
     parser->callback([options, isFollowing, &chosen] {

@@ -3,10 +3,13 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <deque>
+#include <filesystem>
+#include <fstream>
 #include <optional>
 #include <utility>
 
@@ -26,10 +29,25 @@ constexpr std::size_t OUTPUT_BUFFER = std::size_t{1} << 16U;
 
 enum class Rotated { LeftOut, Included };
 
+/// The machine's name: the first line of the file `hostFrom` in the directory, or the directory's own name.
+std::string HostOf(const std::string& directory, const std::string& hostFrom) {
+    const std::filesystem::path path = std::filesystem::path(directory).lexically_normal();
+    std::string host = (path.has_filename() ? path : path.parent_path()).filename();
+    if (!hostFrom.empty()) {
+        std::ifstream(path / hostFrom) >> host;
+    }
+    return host;
+}
+
 std::vector<Reader::RecordPath> PathsOf(const RecordsOptions& options, Rotated rotated) {
     std::vector<Reader::RecordPath> paths;
     for (const std::string& file : options.files) {
         paths.push_back({file, /*mayBeMissing=*/false, rotated == Rotated::Included});
+    }
+    for (const std::string& directory : options.directories) {
+        for (Reader::RecordPath& path : Reader::RecordPathsIn(directory, HostOf(directory, options.hostFrom))) {
+            paths.push_back(std::move(path));
+        }
     }
     return paths.empty() ? Reader::AllRecordPaths() : paths;
 }
@@ -37,19 +55,26 @@ std::vector<Reader::RecordPath> PathsOf(const RecordsOptions& options, Rotated r
 /// Prints the selected records.
 class Output {
 public:
-    explicit Output(const RecordsOptions& wanted) : options(wanted), style{MayColour(STDOUT_FILENO), wanted.isVerbose} {
+    explicit Output(const RecordsOptions& wanted)
+        : options(wanted), style{MayColour(STDOUT_FILENO), wanted.isVerbose}, summary(wanted.by) {
         static std::array<char, OUTPUT_BUFFER> buffer;  // used until the program ends
+        for (const std::string& directory : wanted.directories) {
+            hostWidth = std::max(hostWidth, Printable(HostOf(directory, wanted.hostFrom)).size());
+        }
         (void)std::setvbuf(stdout, buffer.data(), _IOFBF, buffer.size());
     }
 
     void Show(const Reader::LocatedRecord& located) {
         hasShown = true;
         if (options.isSummary) {
-            summary.Add(located.record);
+            summary.Add(located);
         } else if (options.isJson) {
             PrintJsonLine(ToJson(located));
         } else {
-            Write(RecordInWords(located.record, style));
+            const std::string text = RecordInWords(located.record, style);
+            std::string host = Printable(located.host);
+            host.resize(std::max(host.size(), hostWidth), ' ');
+            Write(host.empty() ? text : host + "  " + text);
         }
     }
 
@@ -71,6 +96,7 @@ private:
     static void Write(const std::string& text) { (void)std::fwrite(text.data(), 1, text.size(), stdout); }
 
     const RecordsOptions& options;
+    std::size_t hostWidth = 0;
     TableStyle style;
     RecordSummary summary;
     bool hasShown = false;
@@ -86,7 +112,11 @@ std::string InWords(const Reader::ReadTrouble& trouble) {
            (trouble.skipped.length > trouble.excerpt.size() ? "..." : "");
 }
 
-void ReportMissingFiles() {
+void ReportMissingFiles(const RecordsOptions& options) {
+    if (!options.directories.empty()) {
+        Complain("records", "there are no record files in these directories");
+        return;
+    }
     std::string files;
     for (const char* file : RECORD_FILES) {
         files += std::string("\n  ") + file;
@@ -97,9 +127,10 @@ void ReportMissingFiles() {
 
 /// Says why no record was shown.
 /// @param left  the number of records that the filter left out
-void ReportNothingShown(const Reader::RecordStream& stream, const Output& output, bool isReadable, std::size_t left) {
+void ReportNothingShown(const RecordsOptions& options, const Reader::RecordStream& stream, const Output& output,
+                        bool isReadable, std::size_t left) {
     if (isReadable && !stream.HasFiles()) {
-        ReportMissingFiles();
+        ReportMissingFiles(options);
     } else if (!output.HasShown() && left > 0) {
         Complain("records", std::to_string(left) + (left == 1 ? " record" : " records") + ", none of them matches");
     }
@@ -149,22 +180,34 @@ bool ReportTroubles(Reader::RecordStream& stream) {
 }
 
 ExitStatus ShowRecords(const RecordsOptions& options) {
-    Reader::RecordStream stream(PathsOf(options, Rotated::LeftOut));
-    stream.End();
+    Reader::RecordStream stream(PathsOf(options, Rotated::LeftOut), Reader::Reading::Once);
     Output output(options);
     std::size_t left = 0;
-    while (const std::optional<Reader::LocatedRecord> next = stream.Next()) {
-        if (Matches(options.filter, next->record)) {
-            output.Show(*next);
-        } else {
+    std::deque<Reader::LocatedRecord> kept;  // for the last ones, or to reverse them
+    const bool keeps = options.lastCount > 0 || options.isReversed;
+    while (std::optional<Reader::LocatedRecord> next = options.isSummary ? stream.NextInAnyOrder() : stream.Next()) {
+        if (!Matches(options.filter, next->record)) {
             ++left;
+        } else if (keeps && !options.isSummary) {
+            kept.push_back(std::move(*next));
+            if (options.lastCount > 0 && kept.size() > options.lastCount) {
+                kept.pop_front();
+            }
+        } else {
+            output.Show(*next);
         }
+    }
+    if (options.isReversed) {
+        std::ranges::reverse(kept);
+    }
+    for (const Reader::LocatedRecord& located : kept) {
+        output.Show(located);
     }
     if (!Output::Flush()) {
         return WriteFailure();
     }
     const bool isReadable = ReportTroubles(stream);
-    ReportNothingShown(stream, output, isReadable, left);
+    ReportNothingShown(options, stream, output, isReadable, left);
     if (options.isSummary) {
         output.ShowSummary(isReadable && left == 0);
     }
@@ -175,11 +218,11 @@ ExitStatus ShowRecords(const RecordsOptions& options) {
 }
 
 ExitStatus FollowRecords(const RecordsOptions& options) {
-    Reader::RecordStream stream(PathsOf(options, Rotated::Included));
+    Reader::RecordStream stream(PathsOf(options, Rotated::Included), Reader::Reading::Following);
     Output output(options);
     ShowFormer(stream, output, options.filter);
     if (ReportTroubles(stream) && !stream.HasFiles()) {
-        ReportMissingFiles();
+        ReportMissingFiles(options);
     }
     while (Output::Flush()) {
         (void)ReportTroubles(stream);

@@ -17,6 +17,11 @@ struct RecordsOptions {
     bool isVerbose = false;
     bool isJson = false;
     bool isSummary = false;
+    std::string by{};                        ///< property to count by; see RecordSummary
+    std::vector<std::string> directories{};  ///< copied record directories, read instead of the daemon's files
+    std::string hostFrom{};                  ///< file in each directory that holds the machine's name
+    std::size_t lastCount = 0;               ///< how many of the last records to show; 0 for all
+    bool isReversed = false;                 ///< newest first
 };
 
 /// Reports what could not be read since the last call.

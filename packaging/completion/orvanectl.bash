@@ -19,9 +19,11 @@ declare -gA _orvanectl_options=(
     [du]='--human-readable --json'
     [largest]='--human-readable --json'
     [status]='--json'
-    [records]='--since --until --type --errno --path --verbose --json --summary --follow'
-    [dumps]='--json'
+    [records]='--since --until --type --errno --path --verbose --json --summary --by --directory --host-from --lines --reverse --follow'
+    [dumps]='--directory --json'
 )
+declare -g _orvanectl_types='COPY MOVE CHOWN CHMOD MKDIR Unlink RMDIR REMOVE RESTORECON_NORECURSE'
+declare -g _orvanectl_errors='EPERM ENOENT EIO EACCES EBUSY EEXIST EXDEV ENOTDIR EISDIR EINVAL ENOSPC EROFS ENOTEMPTY'
 declare -g _orvanectl_common='--help --version --socket --timeout'
 
 # Sets `command` to the sub-command on the line and `operands` to the number of its arguments before the cursor.
@@ -32,7 +34,7 @@ _orvanectl_parse() {
     command='' operands=0
     for ((i = 1; i < ${#words[@]}; i++)); do
         case ${words[i]} in
-        --socket | --timeout | --progress | --since | --until | --type | --errno | --path) ((i++)) ;;
+        --socket | --timeout | --progress | --since | --until | --type | --errno | --path | --by | --directory | --host-from | --lines | -n) ((i++)) ;;
         -*) ;;
         *) if [[ -z $command ]]; then command=${words[i]}; else ((++operands)); fi ;;
         esac
@@ -60,8 +62,12 @@ _orvanectl() {
     COMPREPLY=()
     case $previous in
     --progress) mapfile -t COMPREPLY < <(compgen -W 'always never' -- "$current") && return ;;
-    --timeout | --since | --until | --type | --errno) return ;;
-    --socket | --path) compopt -o default 2>/dev/null && return ;;
+    --by) mapfile -t COMPREPLY < <(compgen -W 'host cause type errno day' -- "$current") && return ;;
+    --type) mapfile -t COMPREPLY < <(compgen -W "$_orvanectl_types" -- "$current") && return ;;
+    --errno) mapfile -t COMPREPLY < <(compgen -W "$_orvanectl_errors" -- "$current") && return ;;
+    --timeout | --since | --until | --lines | -n) return ;;
+    --directory) compopt -o dirnames 2>/dev/null && return ;;
+    --socket | --path | --host-from) compopt -o default 2>/dev/null && return ;;
     esac
     if [[ $current == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$_orvanectl_common ${_orvanectl_options[${command:-none}]-}" -- "$current")
@@ -71,7 +77,10 @@ _orvanectl() {
         case $command:$operands in
         chown:0 | prepare-dir:0 | copy-comb:0) _orvanectl_owner ;;
         chmod:0 | prepare-dir:1 | copy-comb:1) ;; # a mode
-        status:* | dumps:*) ;;
+        status:*) ;;
+        dumps:*)
+            mapfile -t COMPREPLY < <(compgen -W "$(orvanectl dumps 2>/dev/null | cut -d ' ' -f 1)" -- "$current")
+            ;;
         *) compopt -o default 2>/dev/null ;;
         esac
     fi

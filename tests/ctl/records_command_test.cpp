@@ -52,10 +52,47 @@ TEST_F(RecordsCommand, Filters) {
     EXPECT_EQ(Numbers(RunTool("records --path app/. " + file, "cd /data;").out), "1 3 4 ");
     EXPECT_EQ(RunTool("records --type COPY --summary " + file).err,
               "orvanectl: records: 4 records, none of them matches\n");
-    for (const std::string words : {"--since 2026-02-30", "--until today", "--errno EWHAT", "-f -", "-f --summary",
-                                    "--since 2026-11-22 --until 2026-11-21"}) {
+    Append(tree->Path("old.txt"),
+           std::regex_replace(Line("ISDIR", "/data/n9", 2, "101530"), std::regex("20261121"), "19990101"));
+    for (const std::string words : {"yesterday", "-1h", "'10 min ago'", "'2 weeks ago'"}) {
+        EXPECT_EQ(Numbers(RunTool("records " + tree->Path("old.txt") + " --until " + words).out), "9 ") << words;
+        EXPECT_EQ(Numbers(RunTool("records " + tree->Path("old.txt") + " --since " + words).out), "") << words;
+    }
+    for (const std::string words : {"--since 2026-02-30", "--until never", "--type NOPE", "-n 0", "--by path",
+                                    "--errno EWHAT", "-f -", "-f --summary", "--since 2026-11-22 --until 2026-11-21"}) {
         EXPECT_EQ(RunTool("records " + words).status, 2) << words;
     }
+}
+
+TEST_F(RecordsCommand, ReadsTheFilesOfManyMachines) {
+    std::string words = "records";
+    for (int i = 0; i < 40; ++i) {
+        const std::string directory = tree->Path("host" + std::to_string(i));
+        Append(directory + "/file_migrate_ab.txt",
+               Line("ISDIR", "/data/n" + std::to_string(i), 2, "1015" + std::to_string(59 - i)));
+        Append(directory + "/file_migrate_bi.txt",
+               Line("RMDIR", "/data/n" + std::to_string(i), 39, "0915" + std::to_string(10 + i)));
+        words += " --directory " + directory + (i % 2 == 0 ? "/" : "");
+    }
+    const std::string shown = Numbers(RunTool(words, "ulimit -n 20;").out);
+    EXPECT_EQ(shown.substr(0, 6), "0 1 2 ") << "the order of the times, not of the directories";
+    EXPECT_EQ(shown.substr(shown.size() - 6), "2 1 0 ");
+    EXPECT_EQ(RunTool(words + " -n 2").out,
+              "host1   2026-11-21 10:15:58  ENOENT     ask whether it is a directory  /data/n1\n"
+              "host0   2026-11-21 10:15:59  ENOENT     ask whether it is a directory  /data/n0\n");
+    EXPECT_EQ(Numbers(RunTool(words + " -r -n 3").out), "0 1 2 ");
+    EXPECT_EQ(json::parse(RunTool(words + " -n 1 --json").out)["host"], "host0");
+    const std::string cause = "{\"cause\":\"source-missing\",\"count\":40,";
+    EXPECT_NE(RunTool(words + " --by cause --json").out.find(cause), std::string::npos);
+    const std::string day = "  count  first                last\n     80  2026-11-21 09:15:10  2026-11-21 10:15:59  ";
+    EXPECT_EQ(RunTool(words + " --by day").out,
+              day + "all records\n\n     80  2026-11-21 09:15:10  2026-11-21 10:15:59  2026-11-21\n");
+    Append(tree->Path("host7/name"), "first-device\n");
+    EXPECT_EQ(RunTool("records --host-from name -n 1 --directory " + tree->Path("host7")).out.substr(0, 14),
+              "first-device  ");
+    Append(tree->Path("host7/file_migrate_fail_kmsg/MOVE@20261121101530"), "denied\n");
+    EXPECT_EQ(RunTool("dumps --directory " + tree->Path("host7")).out,
+              "MOVE@20261121101530                   7 B        1 line     no record\n");
 }
 
 TEST_F(RecordsCommand, EscapesAllBytesOfRecords) {
