@@ -16,7 +16,10 @@ namespace {
 constexpr mode_t MODE_BITS = 07777;
 constexpr unsigned int GROUP_SHIFT = 3;
 
-/// Room for a list of 511 entries, more than a block of ext4 holds. A longer one fails with ERANGE.
+constexpr const char* ACCESS_LIST = "system.posix_acl_access";
+constexpr const char* DEFAULT_LIST = "system.posix_acl_default";
+
+/// Room for a list of 511 entries, more than a block of ext4 holds. The group bits of a longer one are dropped.
 using Buffer = std::array<char, 4096>;
 
 /// What the owning group may do: its entry, limited by the mask. @return permission bits of one class
@@ -44,19 +47,30 @@ mode_t OwningGroupOf(const Buffer& buffer, std::size_t size) {
         return 0;
     }
     Buffer buffer;
-    const ssize_t size = fgetxattr(fd, "system.posix_acl_access", buffer.data(), buffer.size());
+    const ssize_t size = fgetxattr(fd, ACCESS_LIST, buffer.data(), buffer.size());
     if (size >= 0) {
-        mode &= ~S_IRWXG | (OwningGroupOf(buffer, static_cast<std::size_t>(size)) << GROUP_SHIFT);
+        mode &= ~mode_t{S_IRWXG} | (OwningGroupOf(buffer, static_cast<std::size_t>(size)) << GROUP_SHIFT);
         return 0;
     }
     if (errno == EOPNOTSUPP) {
         without = st.st_dev;
     }
+    if (errno == ERANGE) {
+        mode &= ~mode_t{S_IRWXG};
+        return 0;
+    }
     return errno == EOPNOTSUPP || errno == ENODATA ? 0 : errno;
 }
 
-bool HasDefaultAcl(int directory) {
-    return fgetxattr(directory, "system.posix_acl_default", nullptr, 0) > 0;
+int DropAccessAcl(int fd) {
+    return fremovexattr(fd, ACCESS_LIST) == 0 || errno == ENODATA || errno == EOPNOTSUPP ? 0 : errno;
+}
+
+int DropInheritedAcls(int directory) {
+    if (fremovexattr(directory, DEFAULT_LIST) == 0) {
+        return DropAccessAcl(directory);
+    }
+    return errno == ENODATA || errno == EOPNOTSUPP ? 0 : errno;
 }
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -1,6 +1,6 @@
-// Access control lists of the source. A copy does not get them. If a file has a list, the group bits of its mode are
-// the list's mask. A copy with these bits would let the owning group do what only a named user could do with the
-// source.
+// Access control lists. A copy does not get the one of its source, and keeps none that it inherited. If a file has a
+// list, the group bits of its mode are the list's mask. A copy with these bits would let the owning group do what only
+// a named user could do with the source.
 #pragma once
 
 #include <sys/stat.h>
@@ -22,7 +22,12 @@ private:
     std::optional<dev_t> without;  ///< the last file system seen that has no lists
 };
 
-/// Whether new objects in a directory inherit a list.
-[[nodiscard]] bool HasDefaultAcl(int directory);
+/// Removes the access list of a copy, which it inherited or had before: a list names users that the source may not let
+/// in. @return 0 or an error number
+[[nodiscard]] int DropAccessAcl(int fd);
+
+/// Removes the lists that a new directory inherited, so that nothing made in it inherits one.
+/// @return 0 or an error number
+[[nodiscard]] int DropInheritedAcls(int directory);
 
 }  // namespace TAVO::FileMigrateOrvane

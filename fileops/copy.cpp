@@ -107,6 +107,7 @@ int TryCopyWalk::FailContents(DirectoryStream& from, const CopyPair& pair, int e
 int TryCopy(const CopyPair& top, CopyJob& job, CopyResult& result) {
     result.skipped = 0;
     result.isOwned = false;
+    job.ownerError = 0;
     return TakeForDirectory(top.src, {job.report.err, RECORD_KIND_NONE}) ? TryCopyWalk(job, result).CopyTop(top)
                                                                          : DoCopy(top, job, result);
 }

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "access_acl.h"
 #include "copy_file.h"
 #include "new_directory.h"
 #include "path_helpers.h"
@@ -80,6 +81,7 @@ int StrictCopy::CopyDirectory(const CopyPair& pair, UniqueFd& made) {
     const int error = OpenExisting(pair, made);
     return error == 0 ? CopyContents(source.stream, pair, made, /*isSheltered=*/false) : error;
 }
+
 int StrictCopy::CopyContents(DirectoryStream& from, const CopyPair& pair, const UniqueFd& into, bool isSheltered) {
     while (const dirent* name = from.Next()) {
         const ChildPath joinedSrc(pair.src.path, name->d_name);
@@ -104,12 +106,15 @@ int StrictCopy::FillNew(SourceDirectory& source, const CopyPair& pair, UniqueFd&
     if (const int error = OpenNew(pair, directory, made); error != 0) {
         return error;
     }
-    const int error = CopyContents(source.stream, pair, made, !HasDefaultAcl(made.Get()));
+    const int error = CopyContents(source.stream, pair, made, /*isSheltered=*/true);
     if (pair.isTop) {
         result.isOwned = error == 0;
     }
-    const mode_t mode = (source.mode & DIRECTORY_BITS & ~job.learned.Umask()) | directory.InheritedBits();
-    const bool hasFailed = GiveOwner(pair.dst, made) && fchmod(made.Get(), mode) != 0;
+    mode_t mode = S_IRWXU;  // without the mark of an unfinished directory
+    if (GiveOwner(pair.dst, made)) {
+        mode = (source.mode & DIRECTORY_BITS & ~job.learned.Umask()) | directory.InheritedBits();
+    }
+    const bool hasFailed = fchmod(made.Get(), mode) != 0;
     return error == 0 && hasFailed ? errno : error;
 }
 
@@ -139,7 +144,10 @@ int StrictCopy::FillSheltered(SourceDirectory& source, const CopyPair& pair, Uni
         return error;
     }
     made = directory.ReleaseFd();
-    return pair.isTop && fstat(made.Get(), &result.directory) != 0 ? errno : 0;
+    if (pair.isTop && fstat(made.Get(), &result.directory) != 0) {
+        return errno;
+    }
+    return DropInheritedAcls(made.Get());
 }
 
 [[gnu::noinline]] int StrictCopy::OpenExisting(const CopyPair& pair, UniqueFd& made) {

@@ -57,10 +57,10 @@ private:
     int CopyOnto(int createError, UniqueFd& made);
     int CopyInto(UniqueFd& directory);
     int Overwrite(const Entry& dst, UniqueFd& made);
-    bool IsForeign(const struct stat& existing) const;
+    [[nodiscard]] bool IsForeign(const struct stat& existing) const;
     int Fill(const Entry& dst, int out);
     static int MakePrivate(int out, int error);
-    mode_t FinalMode(int out) const;
+    [[nodiscard]] mode_t FinalMode(int out) const;
 
     const CopyPair& pair;
     CopyJob& job;
@@ -175,6 +175,7 @@ int FileCopy::Overwrite(const Entry& dst, UniqueFd& made) {
     }
     const mode_t next = finish == Finish::Nothing ? source.status.st_mode : mode;
     const mode_t common = old.st_mode & next & PERMISSIONS;
+    hasMode = false;  // what was created has gone, and the mode of this file is an older one
     if (ftruncate(made.Get(), 0) != 0 || fchmod(made.Get(), common) != 0) {
         return errno;
     }
@@ -192,7 +193,13 @@ int FileCopy::Fill(const Entry& dst, int out) {
         job.ownerError = FailChOwn(dst.path, job.owner, errno, job.report);
         return hasMode ? MakePrivate(out, 0) : 0;
     }
-    return hasMode || fchmod(out, FinalMode(out)) == 0 ? 0 : errno;
+    if (hasMode) {
+        return 0;
+    }
+    if (const int error = pair.isSheltered ? 0 : DropAccessAcl(out); error != 0) {
+        return error;
+    }
+    return fchmod(out, FinalMode(out)) == 0 ? 0 : errno;
 }
 
 /// Takes back the mode of a file that did not get its data or its owner. @return `error`

@@ -60,6 +60,10 @@ DirectoryStream DirectoryStream::OpenTop(const std::string& path) {
 }
 
 DirectoryStream DirectoryStream::Of(const UniqueFd& directory) {
+    if ((fcntl(directory.Get(), F_GETFL) & O_PATH) != 0) {
+        std::string unused;
+        return Open({directory.Get(), ".", DT_DIR, unused});
+    }
     DirectoryStream stream(fcntl(directory.Get(), F_DUPFD_CLOEXEC, 0));
     if (stream) {
         stream.Rewind();  // both descriptors share one position

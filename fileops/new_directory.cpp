@@ -24,15 +24,15 @@ namespace {
 /// The bits that distinguish NEW_DIRECTORY_MODE from other modes under any umask.
 constexpr mode_t MARK_BITS = S_ISVTX | S_IRWXG | S_IRWXO;
 
-std::mutex claimsLock;
-std::set<std::pair<dev_t, ino_t>> claims;  ///< guarded by claimsLock
+std::mutex g_claimsLock;
+std::set<std::pair<dev_t, ino_t>> g_claims;  ///< guarded by g_claimsLock
 
 /// Whether the file system itself decides which owner or mode its objects have. They then prove nothing, and setting
 /// them gives nothing away.
 bool DecidesOwnerAndMode(int fd) {
-    constexpr std::int64_t EXFAT = 0x2011BAB0, NTFS3 = 0x7366746E, CIFS = 0xFF534D42, SMB2_ = 0xFE534D42;
-    constexpr std::int64_t types[] = {MSDOS_SUPER_MAGIC, EXFAT, NTFS3, FUSE_SUPER_MAGIC,
-                                      NFS_SUPER_MAGIC,   CIFS,  SMB2_, V9FS_MAGIC};
+    constexpr std::int64_t exfat = 0x2011BAB0, ntfs3 = 0x7366746E, cifs = 0xFF534D42, smb2 = 0xFE534D42;
+    constexpr std::int64_t types[] = {MSDOS_SUPER_MAGIC, exfat, ntfs3, FUSE_SUPER_MAGIC,
+                                      NFS_SUPER_MAGIC,   cifs,  smb2,  V9FS_MAGIC};
     struct statfs fs {};
     return fstatfs(fd, &fs) == 0 &&
            std::find(std::begin(types), std::end(types), fs.f_type & 0xFFFFFFFF) != std::end(types);
@@ -60,23 +60,39 @@ bool IsEmpty(int fd) {
     return size > 0;
 }
 
+/// False also if the file system keeps no birth.
+bool IsBornSince(int fd, const timespec& start) {
+    struct statx st {};
+    if (statx(fd, "", AT_EMPTY_PATH, STATX_BTIME, &st) != 0 || (st.stx_mask & STATX_BTIME) == 0) {
+        return false;
+    }
+    return st.stx_btime.tv_sec > start.tv_sec ||
+           (st.stx_btime.tv_sec == start.tv_sec && std::int64_t{st.stx_btime.tv_nsec} >= start.tv_nsec);
+}
+
 }  // namespace
+
+timespec InodeClock() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    return now;
+}
 
 NewDirectory::~NewDirectory() {
     if (claimed.second != 0) {
-        const std::lock_guard lock(claimsLock);
-        claims.erase(claimed);
+        const std::lock_guard lock(g_claimsLock);
+        g_claims.erase(claimed);
     }
 }
 
-int NewDirectory::Open(const Entry& entry) {
+int NewDirectory::Open(const Entry& entry, const std::optional<timespec>& start) {
     const std::string_view given = entry.name;
     const std::string name(given.substr(0, given.find_last_not_of('/') + 1));  // "name/" would follow a link
     fd = UniqueFd(openat(entry.dirFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!fd) {
         return errno;
     }
-    const int error = Check();
+    const int error = Check(start);
     if (error != 0) {
         fd = UniqueFd();
     }
@@ -84,15 +100,15 @@ int NewDirectory::Open(const Entry& entry) {
 }
 
 /// Claims the open directory before checking it, so that the result of the checks stays true.
-int NewDirectory::Check() {
+int NewDirectory::Check(const std::optional<timespec>& start) {
     struct stat st {};
     if (fstat(fd.Get(), &st) != 0) {
         return errno;
     }
     const std::pair key(st.st_dev, st.st_ino);
     {
-        const std::lock_guard lock(claimsLock);
-        if (!claims.insert(key).second) {
+        const std::lock_guard lock(g_claimsLock);
+        if (!g_claims.insert(key).second) {
             return EEXIST;
         }
     }
@@ -102,7 +118,10 @@ int NewDirectory::Check() {
     }
     const bool isMarked = st.st_uid == geteuid() && (st.st_mode & MARK_BITS) == S_ISVTX;
     inherited = st.st_mode & S_ISGID;
-    return (isMarked || DecidesOwnerAndMode(fd.Get())) && IsEmpty(fd.Get()) ? 0 : EEXIST;
+    if (!isMarked && !DecidesOwnerAndMode(fd.Get())) {
+        return EEXIST;
+    }
+    return (start && IsBornSince(fd.Get(), *start)) || IsEmpty(fd.Get()) ? 0 : EEXIST;
 }
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -2,12 +2,15 @@
 // in its place, even one of root's that this user cannot enter. If the daemon then changed the owner or mode of "the
 // new directory", it would give that directory to the user.
 //
-// So a directory is created with a mode that no finished directory has. NewDirectory accepts one only if it is empty,
-// has that mode and is not in use by another worker. Everything here may be called from any thread.
+// So a directory is created with a mode that no finished directory has. NewDirectory accepts one only if it has that
+// mode, is empty or was born since the caller began, and is not in use by another worker. Everything here may be called
+// from any thread.
 #pragma once
 
 #include <sys/stat.h>
 
+#include <ctime>
+#include <optional>
 #include <utility>
 
 #include "entry.h"
@@ -18,6 +21,9 @@ namespace TAVO::FileMigrateOrvane {
 /// The mode with which to create a directory for NewDirectory: private, with a bit that nothing else sets on a private
 /// directory.
 inline constexpr mode_t NEW_DIRECTORY_MODE = S_ISVTX | S_IRWXU;
+
+/// The time that a new inode would get now: that of the clock's last tick.
+[[nodiscard]] timespec InodeClock();
 
 /// An open directory that this process has created. While the object exists, no other object can open the directory as
 /// new, so it must exist until the directory has its final mode.
@@ -35,8 +41,10 @@ public:
     ~NewDirectory();
 
     /// Opens the directory that mkdir() has just created with NEW_DIRECTORY_MODE.
+    /// @param start  InodeClock() before that. Needed if other workers may have put something into the directory since:
+    ///               then only its birth tells it from an older one
     /// @return 0, EEXIST if its name belongs to another object, or why it cannot be opened
-    [[nodiscard]] int Open(const Entry& entry);
+    [[nodiscard]] int Open(const Entry& entry, const std::optional<timespec>& start = std::nullopt);
 
     [[nodiscard]] const UniqueFd& Fd() const { return fd; }
     /// The set-group-ID bit, if the parent has handed it down.
@@ -45,7 +53,7 @@ public:
     [[nodiscard]] UniqueFd ReleaseFd() { return std::move(fd); }
 
 private:
-    [[nodiscard]] int Check();
+    [[nodiscard]] int Check(const std::optional<timespec>& start);
 
     UniqueFd fd;
     std::pair<dev_t, ino_t> claimed{};  ///< device and inode; zeros without a claim

@@ -36,11 +36,11 @@ struct OwnerChange {
     static constexpr Step OPEN = Step::OpenChOwn;
     const OwnerIds owner;
 
-    int Apply(const Entry& entry, const Report& report) const {
+    [[nodiscard]] int Apply(const Entry& entry, const Report& report) const {
         const int result = fchownat(entry.dirFd, entry.name, owner.uid, owner.gid, AT_SYMLINK_NOFOLLOW);
         return result == 0 ? 0 : Failed(entry.path, errno, report);
     }
-    int Failed(const std::string& path, int error, const Report& report) const {
+    [[nodiscard]] int Failed(const std::string& path, int error, const Report& report) const {
         return FailChOwn(path, owner, error, report);
     }
 };
@@ -49,29 +49,25 @@ struct ModeChange {
     static constexpr Step OPEN = Step::OpenChMod;
     const unsigned int mode;
 
-    int Apply(const Entry& entry, const Report& report) const {
+    [[nodiscard]] int Apply(const Entry& entry, const Report& report) const {
         const int error = ChModNoFollow(entry.dirFd, entry.name, mode);
         return error == 0 ? 0 : Failed(entry.path, error, report);
     }
-    int Failed(const std::string& path, int error, const Report& report) const {
+    [[nodiscard]] int Failed(const std::string& path, int error, const Report& report) const {
         return FailChMod(path, mode, error, report);
     }
 };
 
+/// Changes one entry. @param isToEnter  set if it is a directory
 template <class Change>
-int ChangeContents(const Change& change, DirectoryStream stream, std::string& path, const Report& report);
-
-template <class Change>
-int ChangeTree(const Change& change, const Entry& entry, const Report& report) {
-    if (const int error = change.Apply(entry, report); error != 0) {
-        return error;
-    }
-    return TakeForDirectory(entry, {report.err, RECORD_KIND_NONE})
-               ? ChangeContents(change, DirectoryStream::Open(entry), entry.path, report)
-               : 0;
+[[gnu::noinline]] int ChangeOne(const Change& change, const Entry& entry, bool& isToEnter, const Report& report) {
+    const int error = change.Apply(entry, report);
+    isToEnter = error == 0 && TakeForDirectory(entry, {report.err, RECORD_KIND_NONE});
+    return error;
 }
 
-/// Continues after an entry that fails. @param stream  if it is empty, errno says why
+/// Continues after an entry that fails. Only this function recurses, so a level of a deep tree costs one frame.
+/// @param stream  if it is empty, errno says why
 template <class Change>
 int ChangeContents(const Change& change, DirectoryStream stream, std::string& path, const Report& report) {
     if (!stream) {
@@ -80,11 +76,22 @@ int ChangeContents(const Change& change, DirectoryStream stream, std::string& pa
     int result = 0;
     while (const dirent* child = stream.Next()) {
         const ChildPath joined(path, child->d_name);
-        if (const int error = ChangeTree(change, stream.Child(*child, path), report); error != 0) {
-            result = error;
+        const Entry entry = stream.Child(*child, path);
+        bool isToEnter = false;
+        int error = ChangeOne(change, entry, isToEnter, report);
+        if (isToEnter) {
+            error = ChangeContents(change, DirectoryStream::Open(entry), path, report);
         }
+        result = error != 0 ? error : result;
     }
     return stream.ReadError() == 0 ? result : Fail(Change::OPEN, path, stream.ReadError(), report);
+}
+
+template <class Change>
+int ChangeTree(const Change& change, const Entry& entry, const Report& report) {
+    bool isToEnter = false;
+    const int error = ChangeOne(change, entry, isToEnter, report);
+    return isToEnter ? ChangeContents(change, DirectoryStream::Open(entry), entry.path, report) : error;
 }
 
 /// Changes the object that a request names. A path that ends in a slash must be a directory.
@@ -146,15 +153,15 @@ int DoChOwnRecurse(const UniqueFd& object, std::string& path, const OwnerIds& ow
 }
 
 int SetModeAndOwner(const UniqueFd& object, const std::string& path, const PermPara& perm, const Report& report) {
-    constexpr unsigned int SET_ID_BITS = S_ISUID | S_ISGID;
+    constexpr unsigned int setIdBits = S_ISUID | S_ISGID;
     const OwnerIds owner{perm.uid, perm.gid};
-    if (const int error = ChModObject(object, path, perm.mode & ~SET_ID_BITS); error != 0) {
+    if (const int error = ChModObject(object, path, perm.mode & ~setIdBits); error != 0) {
         return FailChMod(path, perm.mode, error, report);
     }
     if (const int error = ChOwnObject(object, path, owner); error != 0) {
         return FailChOwn(path, owner, error, report);
     }
-    const int error = (perm.mode & SET_ID_BITS) != 0 ? ChModObject(object, path, perm.mode) : 0;
+    const int error = (perm.mode & setIdBits) != 0 ? ChModObject(object, path, perm.mode) : 0;
     return error == 0 ? 0 : FailChMod(path, perm.mode, error, report);
 }
 

@@ -29,9 +29,10 @@ int MakeOne(const Entry& directory, mode_t mode, bool& isNew, const Report& repo
     return isNew || errno == EEXIST ? 0 : FailMkDir(directory.path, CREATE_MODE, errno, report);
 }
 
-/// Gives a new directory its mode and owner.
-int FinishNew(const Entry& directory, const PermPara& perm, Level& level, const Report& report) {
-    const int error = level.directory.Open(directory);
+/// Gives a new directory its mode and owner. Another worker may have made a directory in it already.
+/// @param start  InodeClock() before it was made
+int FinishNew(const Entry& directory, const PermPara& perm, const timespec& start, Level& level, const Report& report) {
+    const int error = level.directory.Open(directory, start);
     return error == 0 ? SetModeAndOwner(level.directory.Fd(), directory.path, perm, report)
                       : FailChMod(directory.path, perm.mode, error, report);
 }
@@ -55,9 +56,10 @@ int PrepareOne(const Entry& directory, const PermPara& perm, Level& level, const
         return 0;
     }
     const int probeError = isThere == 0 ? 0 : report.err;
+    const timespec start = InodeClock();
     int error = MakeOne(directory, NEW_DIRECTORY_MODE, level.isNew, report);
     if (error == 0) {
-        error = level.isNew ? FinishNew(directory, perm, level, report)
+        error = level.isNew ? FinishNew(directory, perm, start, level, report)
                             : LeaveExisting(directory, perm, probeError, report);
     }
     if (error != 0) {

@@ -17,14 +17,16 @@ constexpr unsigned int WALK_THREADS = 16;
 int RestoreCon(const std::string& path, const int& recurseOpt, int& err, int recordKind) {
     if (recurseOpt == RECURSE_NONE) {
         if (Restorecon(path.c_str()) != 0) {
-            return ResultOf(Fail(Step::Restorecon, path, errno, {err, recordKind}));
+            (void)Fail(Step::Restorecon, path, errno, {err, recordKind});
+            return -1;
         }
         LogInfo("Restorecon %{public}s suc", path);
         return 0;
     }
     if (recurseOpt == RECURSE_ALL) {
         if (RestoreconRecurseParallel(path.c_str(), WALK_THREADS) != 0) {
-            return ResultOf(Fail(Step::RestoreconRecurse, path, errno, {err, recordKind}));
+            (void)Fail(Step::RestoreconRecurse, path, errno, {err, recordKind});
+            return -1;
         }
         LogInfo("RestoreconRecurseParallel %{public}s suc", path);
         return 0;
@@ -34,7 +36,8 @@ int RestoreCon(const std::string& path, const int& recurseOpt, int& err, int rec
 
 int RestoreConFromParent(const std::string& path, int& err, int recordKind) {
     if (const int ret = RestoreconFromParentDir(path.c_str()); ret != 0) {
-        return ResultOf(FailRestoreconFromParent(path, ret, errno, {err, recordKind}));
+        (void)FailRestoreconFromParent(path, ret, errno, {err, recordKind});
+        return -1;
     }
     LogInfo("RestoreconFromParentDir %{public}s suc", path);
     return 0;
