@@ -53,6 +53,7 @@ std::vector<std::string> RotatedFiles(const std::string& path, int& err) {
 
 std::vector<RecordPath> AllRecordPaths() {
     std::vector<RecordPath> paths;
+    paths.reserve(RECORD_FILES.size());
     for (const char* file : RECORD_FILES) {
         paths.push_back({file, /*mayBeMissing=*/true, /*includesRotated=*/true});
     }
@@ -65,6 +66,7 @@ std::vector<RecordPath> RecordPathsIn(const std::string& directory, const std::s
         names.insert(fs::path(file).filename().native());
     }
     std::vector<RecordPath> paths;
+    paths.reserve(names.size());
     for (const std::string& name : names) {
         paths.push_back({(fs::path(directory) / name).native(), /*mayBeMissing=*/true, /*includesRotated=*/true, host});
     }
