@@ -17,6 +17,7 @@ static_assert(FILE_MIGRATE_INVALID_REQUEST == static_cast<int>(ClientErrc::Inval
 static_assert(FILE_MIGRATE_CONNECTION_CLOSED == static_cast<int>(ClientErrc::ConnectionClosed));
 static_assert(FILE_MIGRATE_TIMED_OUT == static_cast<int>(ClientErrc::TimedOut));
 static_assert(FILE_MIGRATE_MALFORMED_REPLY == static_cast<int>(ClientErrc::MalformedReply));
+static_assert(FILE_MIGRATE_UNTRUSTED_PEER == static_cast<int>(ClientErrc::UntrustedPeer));
 
 file_migrate_reply NoAnswer(file_migrate_status status, std::string_view message, int systemError = 0) {
     file_migrate_reply reply{status, -1, 0, systemError, {}};
@@ -126,6 +127,7 @@ ClientOptions FromC(const file_migrate_options& options) {
     }
     result.connectLimit = std::chrono::milliseconds(options.connect_limit_ms);
     result.replyLimit = std::chrono::milliseconds(options.reply_limit_ms);
+    result.daemonUser = options.daemon_user;
     return result;
 }
 

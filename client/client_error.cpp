@@ -17,6 +17,8 @@ public:
                 return "timed out";
             case ClientErrc::MalformedReply:
                 return "malformed reply";
+            case ClientErrc::UntrustedPeer:
+                return "the socket belongs to another user than the daemon";
         }
         return "unknown error " + std::to_string(code);
     }

@@ -35,6 +35,16 @@ std::error_code SetConnectLimit(int fd, const Deadline& deadline) {
     return setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit)) == 0 ? std::error_code() : LastError();
 }
 
+/// Whoever can replace the socket file could read the requests and invent the replies.
+std::error_code CheckPeer(int fd, std::uint32_t daemonUser) {
+    ucred peer{};
+    socklen_t size = sizeof(peer);
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
+        return LastError();
+    }
+    return peer.uid == daemonUser ? std::error_code() : make_error_code(ClientErrc::UntrustedPeer);
+}
+
 }  // namespace
 
 Connection::Connection(Connection&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
@@ -51,7 +61,7 @@ Connection::~Connection() {
     }
 }
 
-std::error_code Connection::Open(const std::string& socketPath, const Deadline& deadline) {
+std::error_code Connection::Open(const std::string& socketPath, std::uint32_t daemonUser, const Deadline& deadline) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     // An empty name would not be a file but an unnamed address.
@@ -75,6 +85,9 @@ std::error_code Connection::Open(const std::string& socketPath, const Deadline& 
     } while (result != 0 && (errno == EINTR || errno == EAGAIN));
     if (result != 0) {
         return LastError();
+    }
+    if (const std::error_code error = CheckPeer(opened.fd, daemonUser)) {
+        return error;
     }
     *this = std::move(opened);
     return {};

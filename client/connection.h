@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <system_error>
 
@@ -18,7 +19,9 @@ public:
     ~Connection();
 
     /// Connects. The connection must be closed.
-    [[nodiscard]] std::error_code Open(const std::string& socketPath, const Deadline& deadline);
+    /// @param daemonUser  the user id that the listening process must have
+    [[nodiscard]] std::error_code Open(const std::string& socketPath, std::uint32_t daemonUser,
+                                       const Deadline& deadline);
 
     /// Whether a request may be sent: it is open, the daemon has not hung up, and there are no unread bytes.
     [[nodiscard]] bool IsReady() const;

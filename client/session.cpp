@@ -63,7 +63,8 @@ Failure Session::Connect() {
 
 Failure Session::Open(Connection& opened) const {
     opened = Connection();
-    if (const std::error_code error = opened.Open(options.socketPath, Deadline(options.connectLimit))) {
+    if (const std::error_code error =
+            opened.Open(options.socketPath, options.daemonUser, Deadline(options.connectLimit))) {
         return {error, "connecting to " + options.socketPath};
     }
     return {};

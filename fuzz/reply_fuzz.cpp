@@ -26,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     Testing::FakeDaemon daemon({{answer, true}, {answer, true}});
     Client client({daemon.socketPath, std::chrono::seconds(1), std::chrono::seconds(1)});
-    const file_migrate_options options{daemon.socketPath.c_str(), 1000, 1000};
+    const file_migrate_options options{daemon.socketPath.c_str(), 1000, 1000, 0};
     file_migrate_client* const handle = file_migrate_client_new(&options);
     if (choice % 4 == 0) {
         RequireSame(client.UsedSpace("/"), file_migrate_used_space(handle, "/"));

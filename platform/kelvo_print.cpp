@@ -1,16 +1,16 @@
-#define SD_JOURNAL_SUPPRESS_LOCATION  // the fields of a line contain its place
-
 #include "kelvo_print.h"
 
+#include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
+#include <sys/un.h>
 #include <syslog.h>
-#include <systemd/sd-journal.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
+#include <atomic>
 #include <charconv>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -118,13 +118,11 @@ public:
         length += 3 * count;
     }
 
-    void WriteTo(int fd) {
+    /// The text with a newline at its end.
+    std::string_view WithNewline() {
         text[length] = '\n';
-        // A log line that cannot be written is lost, because there is no other place to report it.
-        [[maybe_unused]] const ssize_t written = write(fd, text, length + 1);
+        return {text, length + 1};
     }
-
-    iovec AsVector() { return {text, length}; }
 
 private:
     /// Makes room for `size` bytes. False, with the line unchanged, if there is no memory.
@@ -186,13 +184,25 @@ void AppendPlace(Line& line, const LogSite& site) {
     line.Append("] ");
 }
 
+/// Appends a text, cut to the length of the longest path. The texts of a request are shorter, but the path of an entry
+/// deep in a tree can be longer.
+void AppendText(Line& line, std::string_view text) {
+    constexpr std::string_view cutMark = "[cut]";
+    if (text.size() < PATH_MAX) {
+        line.Append(text);
+        return;
+    }
+    line.Append(text.substr(0, PATH_MAX - cutMark.size()));
+    line.Append(cutMark);
+}
+
 /// @param format  the text after a "%{public}", which begins with the conversion
 /// @return the text after the conversion
 const char* AppendArgument(Line& line, const char* format, const LogArgument& argument) {
     format += *format == 'l' ? 1 : 0;
     switch (*format) {
         case 's':
-            line.Append(argument.text);
+            AppendText(line, argument.text);
             break;
         case 'd':
             line.AppendNumber(argument.number);
@@ -214,25 +224,58 @@ void AppendFormatted(Line& line, const char* format, LogArguments arguments) {
     line.Append(format);
 }
 
-void SendToJournal(const LogSite& site, Line& message) {
-    char fields[6][96];
-    (void)std::snprintf(fields[0], sizeof(fields[0]), "PRIORITY=%d", ShownAs(site.level).priority);
-    (void)std::snprintf(fields[1], sizeof(fields[1]), "SYSLOG_IDENTIFIER=%s", site.tag);
-    (void)std::snprintf(fields[2], sizeof(fields[2]), "LOG_DOMAIN=%u", site.domain);
-    (void)std::snprintf(fields[3], sizeof(fields[3]), "LOG_TYPE=%d", site.type);
-    (void)std::snprintf(fields[4], sizeof(fields[4]), "CODE_FUNC=%s", site.function);
-    (void)std::snprintf(fields[5], sizeof(fields[5]), "CODE_LINE=%d", site.line);
-    std::array<iovec, std::size(fields) + 1> parts{message.AsVector()};
-    for (std::size_t i = 0; i < std::size(fields); ++i) {
-        parts[i + 1] = {fields[i], std::strlen(fields[i])};
+/// Standard error as the log uses it.
+struct StandardError {
+    int fd = STDERR_FILENO;
+    bool isSocket = false;
+};
+
+/// A pipe or a terminal is opened once more, so that writes to it do not wait. Standard error itself is shared with
+/// other processes, which may expect their writes to wait. Writes to a regular file do not wait for a reader.
+StandardError OpenStandardError() {
+    StandardError result;
+    struct stat st {};
+    if (fstat(STDERR_FILENO, &st) != 0) {
+        return result;
     }
-    (void)sd_journal_sendv(parts.data(), static_cast<int>(parts.size()));
+    result.isSocket = S_ISSOCK(st.st_mode);
+    if (S_ISFIFO(st.st_mode) || S_ISCHR(st.st_mode)) {
+        const int own = open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+        result.fd = own >= 0 ? own : STDERR_FILENO;
+    }
+    return result;
 }
 
-}  // namespace
+bool WriteToStandardError(std::string_view line) {
+    static const StandardError to = OpenStandardError();
+    const ssize_t written = to.isSocket ? send(to.fd, line.data(), line.size(), MSG_DONTWAIT | MSG_NOSIGNAL)
+                                        : write(to.fd, line.data(), line.size());
+    return written >= 0;
+}
 
-void WriteLogLine(const LogSite& site, const char* format, LogArguments arguments) noexcept {
-    const ErrnoKeeper keeper;
+/// Sends an entry in the journal's native protocol, one datagram of "FIELD=value" lines. The values contain no newline.
+/// libsystemd's functions are not used because they wait for a journal that is busy or has stopped.
+/// @param message  "MESSAGE=" and the text, with a newline
+bool SendToJournal(const LogSite& site, std::string_view message) {
+    static const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    static const sockaddr_un address{AF_UNIX, "/run/systemd/journal/socket"};
+    char fields[256];
+    const int length =
+        std::snprintf(fields, sizeof(fields),
+                      "PRIORITY=%d\nSYSLOG_IDENTIFIER=%s\nLOG_DOMAIN=%u\nLOG_TYPE=%d\nCODE_FUNC=%s\nCODE_LINE=%d\n",
+                      ShownAs(site.level).priority, site.tag, site.domain, site.type, site.function, site.line);
+    const std::size_t used = std::min(static_cast<std::size_t>(length), sizeof(fields) - 1);
+    iovec parts[] = {{const_cast<char*>(message.data()), message.size()}, {fields, used}};
+    msghdr entry{};
+    entry.msg_name = const_cast<sockaddr_un*>(&address);
+    entry.msg_namelen = sizeof(address);
+    entry.msg_iov = parts;
+    entry.msg_iovlen = std::size(parts);
+    return sendmsg(fd, &entry, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
+}
+
+/// @return whether the log took the line
+bool TryWriteLogLine(const LogSite& site, const char* format, LogArguments arguments) {
     Line line;
     if (UseJournal()) {
         line.Append("MESSAGE=");
@@ -242,10 +285,24 @@ void WriteLogLine(const LogSite& site, const char* format, LogArguments argument
     AppendPlace(line, site);
     AppendFormatted(line, format, arguments);
     line.EscapeControls();
-    if (UseJournal()) {
-        SendToJournal(site, line);
-    } else {
-        line.WriteTo(STDERR_FILENO);
+    return UseJournal() ? SendToJournal(site, line.WithNewline()) : WriteToStandardError(line.WithNewline());
+}
+
+std::atomic<unsigned long> g_lostLines{0};  ///< lines that the log did not take and has not reported yet
+
+}  // namespace
+
+void WriteLogLine(const LogSite& site, const char* format, LogArguments arguments) noexcept {
+    const ErrnoKeeper keeper;
+    const unsigned long lost = g_lostLines == 0 ? 0 : g_lostLines.exchange(0);
+    if (lost > 0) {
+        const LogSite report{site.type, LogLevel::Warn, site.domain, site.tag, __func__, __LINE__};
+        if (!TryWriteLogLine(report, "%{public}lu lines are missing here because the log did not take them", {lost})) {
+            g_lostLines += lost;
+        }
+    }
+    if (!TryWriteLogLine(site, format, arguments)) {
+        ++g_lostLines;
     }
 }
 

@@ -1,8 +1,10 @@
 #include "record_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <ctime>
@@ -37,17 +39,39 @@ bool HasRoomFor(const std::string& content) {
     return used + static_cast<int>(content.length()) / 1024 < ROTATION_LIMIT_KB;
 }
 
-/// "NAME_YYYYMMDDhhmmss.txt" for the main record file "NAME.txt".
-std::string RotatedName() {
-    std::string_view name = RECORD_FILE_AB;
-    name.remove_suffix(RECORD_FILE_SUFFIX.size());
-    return Concat({name, {&ROTATION_SEPARATOR, 1}, GetCurrentTimeStr(), RECORD_FILE_SUFFIX});
+/// The local time as 14 digits.
+std::string TimeStr(std::time_t time) {
+    std::tm local{};
+    tzset();  // localtime_r() does not notice a change of the time zone by itself
+    localtime_r(&time, &local);
+    std::ostringstream text;
+    text << std::put_time(&local, "%Y%m%d%H%M%S");
+    return text.str();
 }
 
-/// Two rotations within one second use the same name; the second replaces the first.
+std::time_t Now() {
+    return std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+}
+
+/// "NAME_YYYYMMDDhhmmss.txt" for the main record file "NAME.txt".
+std::string RotatedName(std::time_t time) {
+    std::string_view name = RECORD_FILE_AB;
+    name.remove_suffix(RECORD_FILE_SUFFIX.size());
+    return Concat({name, {&ROTATION_SEPARATOR, 1}, TimeStr(time), RECORD_FILE_SUFFIX});
+}
+
+/// Renames the main record file to the first free name from now on. A second rotation within a second, or one after the
+/// clock was set back, takes a later second, so that no rotated file is replaced and their names sort in the order in
+/// which they were written.
 bool Rotate() {
+    static std::time_t last = 0;  // guarded by g_abFileMutex
+    std::time_t time = std::max(Now(), last + 1);
+    std::string name = RotatedName(time);
+    for (struct stat st{}; lstat(name.c_str(), &st) == 0; name = RotatedName(++time)) {
+    }
+    last = time;
     int err = 0;
-    return Move(RECORD_FILE_AB, RotatedName(), err, RECORD_KIND_NONE) == 0;
+    return Move(RECORD_FILE_AB, name, err, RECORD_KIND_NONE) == 0;
 }
 
 /// Nothing that is called while the mutex is held may record with kind AB; all calls here pass NONE.
@@ -110,13 +134,7 @@ bool WriteStringToFile(const std::string& path, const std::string& content, long
 }
 
 std::string GetCurrentTimeStr() {
-    const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
-    std::tm local{};
-    tzset();  // localtime_r() does not notice a change of the time zone by itself
-    localtime_r(&now, &local);
-    std::ostringstream text;
-    text << std::put_time(&local, "%Y%m%d%H%M%S");
-    return text.str();
+    return TimeStr(Now());
 }
 
 std::string DecToHex(int value) {

@@ -1,8 +1,12 @@
 #include "handle_cmd.h"
 
+#include <malloc.h>
+
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include "command.h"
@@ -55,6 +59,9 @@ consteval bool IsCommandTableComplete() {
 static_assert(IsCommandTableComplete(), "every command needs its entry, at the index that is its number");
 
 constexpr std::int32_t MAX_RECURSE_OPT = 2;
+
+/// Bytes of result strings from which on their memory is returned to the system.
+constexpr std::size_t LARGE_REPLY = std::size_t{1} << 20;
 
 void Refuse(const std::string& type, const std::string& field, const std::string& value) {
     RecordHandleCmdErr(type, field, value, RECORD_KIND_AB);
@@ -109,6 +116,24 @@ bool IsRecvMsgValid(const FileMigrateRcvMsg& msg) {
     return true;
 }
 
+/// Runs the command and writes the reply. A request that runs out of memory is answered with ENOMEM; nothing of its
+/// reply has been sent by then.
+void Answer(int fd, const FileMigrateRcvMsg& msg) {
+    extraInfo info{};
+    try {
+        const std::int32_t result = COMMAND_TABLE[static_cast<std::size_t>(msg.cmd)].handler(&msg, info);
+        SendResMsg(fd, result, info);
+        if (info.strs.Joined().size() > LARGE_REPLY) {
+            info.strs = {};
+            malloc_trim(0);  // returns the memory to the system, which each worker's heap would keep
+        }
+    } catch (const std::bad_alloc&) {
+        LogError("out of memory, cmd: %{public}d, fd: %{public}d", msg.cmd, fd);
+        info = {ENOMEM, {}};
+        SendResMsg(fd, -1, info);
+    }
+}
+
 }  // namespace
 
 void HandleCmd(const int& fd, const char* recvBuf, const int& recvBufSize) {
@@ -126,9 +151,7 @@ void HandleCmd(const int& fd, const char* recvBuf, const int& recvBufSize) {
         "cmd: %{public}d, src: %{public}s, dst: %{public}s, user: %{public}s, group: %{public}s, "
         "recurseOpt: %{public}d, perm: %{public}s, fd: %{public}d",
         msg->cmd, msg->src, msg->dst, msg->user, msg->group, msg->recurseOpt, msg->perm, fd);
-    extraInfo info{};
-    const std::int32_t result = COMMAND_TABLE[static_cast<std::size_t>(msg->cmd)].handler(msg, info);
-    SendResMsg(fd, result, info);
+    Answer(fd, *msg);
 }
 
 }  // namespace TAVO::FileMigrateOrvane

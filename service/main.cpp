@@ -1,6 +1,8 @@
 // file_migrate_orvane does file-system work for an operating-system upgrade. It has no command line, no configuration
 // and no environment variables of its own. Its exit status is always 0.
+#include <fcntl.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
@@ -9,26 +11,41 @@
 
 namespace {
 
-/// The most descriptors that the daemon uses. A walk recurses: each level of a tree takes one descriptor and about 220
-/// bytes of stack, in a copy two descriptors and 350 bytes. With the usual 8 MB of stack a hostile tree exhausts the
-/// descriptors first, and that is an ordinary error.
+/// The most descriptors that the daemon uses. A walk takes at least one descriptor and some of its worker's stack for
+/// each level of a tree. The workers' stacks are sized by the limit, so that a tree that is too deep exhausts the
+/// descriptors first, which is an ordinary error.
 constexpr rlim_t MOST_DESCRIPTORS = 32768;
 
-/// Raises the soft limit as far as the hard limit and the stack allow; never lowers it.
-void RaiseDescriptorLimit() {
+/// Sets the soft limit to the hard one, or to the number for which the workers' stacks have room.
+void SetDescriptorLimit() {
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
-        limit.rlim_cur = std::max(limit.rlim_cur, std::min(limit.rlim_max, MOST_DESCRIPTORS));
+        limit.rlim_cur = std::min(limit.rlim_max, MOST_DESCRIPTORS);
         setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+/// Opens /dev/null for each of the descriptors 0 to 2 that is closed. Otherwise a connection could get the number of
+/// standard error, and log lines would go to that client.
+void FillStandardDescriptors() {
+    int fd = 0;
+    while (fd >= 0 && fd <= STDERR_FILENO) {
+        fd = open("/dev/null", O_RDWR);
+    }
+    if (fd > STDERR_FILENO) {
+        close(fd);
     }
 }
 
 }  // namespace
 
 int main() {
+    FillStandardDescriptors();
     // A send to a client that has hung up must fail instead of ending the daemon.
     (void)std::signal(SIGPIPE, SIG_IGN);  // cannot fail for this signal
-    RaiseDescriptorLimit();
+    // A write above the file-size limit must fail with EFBIG instead of ending the daemon.
+    (void)std::signal(SIGXFSZ, SIG_IGN);
+    SetDescriptorLimit();
     TAVO::FileMigrateOrvane::FileMigrateSocketServer server;
     server.CreateServer();
     return 0;

@@ -1,8 +1,9 @@
 #include "reply.h"
 
-#include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 
@@ -15,35 +16,64 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// The total time that the packages of one reply may wait for the client. The limit of a single send is not enough: a
-/// client that reads one package from time to time never reaches it.
-constexpr std::chrono::seconds PACKAGES_LIMIT{5};
+/// The longest time that one send may wait for the client to read.
+constexpr std::chrono::seconds SEND_LIMIT{3};
+/// The longest time that all sends of a reply may wait, plus a second for each BYTES_PER_SECOND that were sent. A
+/// client that reads at this rate receives everything; one that reads a package from time to time does not hold a
+/// worker for long.
+constexpr std::chrono::seconds REPLY_LIMIT{5};
+constexpr std::size_t BYTES_PER_SECOND = std::size_t{128} * 1024;
 
-/// Makes all further sends on the connection fail instead of waiting. Its replies are already incomplete, and each
-/// further request would make another worker wait for the client to read.
-void WaitNoMore(int fd) {
-    (void)fcntl(fd, F_SETFL, O_NONBLOCK);  // receiving never waits in any case
-}
+/// Sends records to one client within the time limits.
+class Sender {
+public:
+    explicit Sender(int connection) : fd(connection) {}
 
-/// Whether a failed send with this result had reached its time limit.
-bool HasTimedOut(int sent) {
-    return sent >= 0 || errno == EAGAIN;
-}
-
-/// @param waited  the time that the sends of this reply have taken so far; updated
-void SendPackage(int fd, const FileMigrateStrPkg& pkg, Clock::duration& waited) {
-    const Clock::time_point begin = Clock::now();
-    const auto sent = static_cast<int>(send(fd, &pkg, sizeof(pkg), waited > PACKAGES_LIMIT ? MSG_DONTWAIT : 0));
-    waited += Clock::now() - begin;
-    if (sent == static_cast<int>(sizeof(pkg))) {
-        LogError({"write %{public}d bytes to fd:%{public}d", "SendStrPkgs"}, sent, fd);
-        return;
+    /// Sends a record, which a local stream socket takes as a whole or not at all. A signal or a stop of the process
+    /// does not end it.
+    /// @return as from send(): -1 with EAGAIN if the client did not read in time
+    int Send(const void* record, std::size_t size) {
+        Clock::duration left = std::min<Clock::duration>(
+            SEND_LIMIT, REPLY_LIMIT + std::chrono::seconds(sentBytes / BYTES_PER_SECOND) - waited);
+        for (;;) {
+            const ssize_t sent = send(fd, record, size, MSG_DONTWAIT);
+            if (sent >= 0) {
+                sentBytes += static_cast<std::size_t>(sent);
+                return static_cast<int>(sent);
+            }
+            if (errno != EINTR && (errno != EAGAIN || !WaitForRoom(left))) {
+                return -1;
+            }
+        }
     }
-    LogError({"write extra msg to fd:%{public}d err, ret: %{public}d, errno: %{public}d", "SendStrPkgs"}, fd, sent,
-             errno);
-    if (HasTimedOut(sent)) {
-        WaitNoMore(fd);
+
+private:
+    /// Waits until the socket has room. False, with EAGAIN, if no time is left.
+    /// @param left  the time left for this record; reduced by the wait
+    bool WaitForRoom(Clock::duration& left) {
+        const auto milliseconds = std::chrono::ceil<std::chrono::milliseconds>(left).count();
+        if (milliseconds <= 0) {
+            errno = EAGAIN;
+            return false;
+        }
+        const Clock::time_point begin = Clock::now();
+        pollfd room{fd, POLLOUT, 0};
+        (void)poll(&room, 1, static_cast<int>(milliseconds));  // the next send finds out what happened
+        const Clock::duration passed = Clock::now() - begin;
+        waited += passed;
+        left -= passed;
+        return true;
     }
+
+    const int fd;
+    Clock::duration waited{};
+    std::size_t sentBytes = 0;
+};
+
+/// Ends a connection whose client has lost a part of a reply. The client sees the end of the stream instead of a gap
+/// that nothing shows. The event loop sees the hang-up and drops the connection.
+void EndStream(int fd) {
+    (void)shutdown(fd, SHUT_RDWR);  // fails if the client has hung up
 }
 
 }  // namespace
@@ -75,12 +105,10 @@ void SendResMsg(int fd, std::int32_t result, const extraInfo& info) {
     LogError("result:%{public}d, errCode:%{public}d, pkgNum:%{public}d, fd:%{public}d", result, info.errCode, pkgNum,
              fd);
     const FileMigrateResMsg msg{result, info.errCode, pkgNum};
-    const auto sent = static_cast<int>(send(fd, &msg, sizeof(msg), 0));
+    const int sent = Sender(fd).Send(&msg, sizeof(msg));
     if (sent != static_cast<int>(sizeof(msg))) {
         LogError("write res msg to fd:%{public}d err, ret: %{public}d, errno: %{public}d", fd, sent, errno);
-        if (HasTimedOut(sent)) {
-            WaitNoMore(fd);
-        }
+        EndStream(fd);
         return;
     }
     LogError("write %{public}d bytes to fd:%{public}d", sent, fd);
@@ -90,7 +118,7 @@ void SendResMsg(int fd, std::int32_t result, const extraInfo& info) {
 void SendStrPkgs(int fd, std::int32_t pkgNum, const std::vector<std::string_view>& packages) {
     FileMigrateStrPkg pkg{};
     pkg.pkgNum = pkgNum;
-    Clock::duration waited{};
+    Sender sender(fd);
     for (const std::string_view text : packages) {
         memset_s(pkg.data, sizeof(pkg.data), 0, sizeof(pkg.data));
         ++pkg.pkgIndex;
@@ -99,7 +127,13 @@ void SendStrPkgs(int fd, std::int32_t pkgNum, const std::vector<std::string_view
             LogError("strncpy_s ret:%{public}d", copied);
         }
         LogError("pkgNum:%{public}d, pkgIndex:%{public}d, fd:%{public}d", pkg.pkgNum, pkg.pkgIndex, fd);
-        SendPackage(fd, pkg, waited);
+        const int sent = sender.Send(&pkg, sizeof(pkg));
+        if (sent != static_cast<int>(sizeof(pkg))) {
+            LogError("write extra msg to fd:%{public}d err, ret: %{public}d, errno: %{public}d", fd, sent, errno);
+            EndStream(fd);
+            return;
+        }
+        LogError("write %{public}d bytes to fd:%{public}d", sent, fd);
     }
 }
 

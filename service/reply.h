@@ -15,11 +15,11 @@ namespace TAVO::FileMigrateOrvane {
 /// @return views of the list's own text
 [[nodiscard]] std::vector<std::string_view> PackStrings(const StringList& strs);
 
-/// Writes the result record and, if all of it was sent, the packages. A failed or short write is logged and not
-/// repeated.
+/// Writes the result record and then the packages. A client that does not read makes it wait for a few seconds at most.
+/// If a record cannot be sent, it logs that and ends the stream in both directions.
 void SendResMsg(int fd, std::int32_t result, const extraInfo& info);
 
-/// Writes the packages in order. A failure does not stop the packages that follow.
+/// Writes the packages in order, up to the first that cannot be sent.
 void SendStrPkgs(int fd, std::int32_t pkgNum, const std::vector<std::string_view>& packages);
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -1,13 +1,17 @@
 #include "socket_server.h"
 
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <ctime>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "bounded_copy.h"
 #include "control_socket.h"
@@ -23,8 +27,6 @@ constexpr int LISTEN_BACKLOG = 100;
 constexpr int WAIT_MS = 100;
 constexpr std::uint64_t IDLE_LIMIT_MS = 600000;
 constexpr std::uint32_t ACCEPT_PAUSE_MS = 100;
-/// The longest time that one send to a client that does not read may block a worker.
-constexpr timeval SEND_LIMIT = {.tv_sec = 3, .tv_usec = 0};
 
 /// Milliseconds of the monotonic clock, truncated to 32 bits; 0 if the clock fails.
 std::uint32_t MonotonicMs() {
@@ -52,7 +54,10 @@ int CreateServerSocket() {
         LogError("Failed to set socket path");
         return copied;
     }
-    if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0) {
+    const mode_t callers = umask(S_IXUSR | S_IRWXG | S_IRWXO);  // the socket gets mode 0600
+    const int bound = bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+    umask(callers);
+    if (bound < 0) {
         LogError("Failed to bind socket");
         return -1;
     }
@@ -72,10 +77,26 @@ bool Watch(int epfd, int operation, int fd, std::uint32_t flags) {
     return epoll_ctl(epfd, operation, fd, &event) == 0;
 }
 
+/// Walks need the other half, one or two descriptors for each level of a tree.
+std::size_t HalfOfDescriptorLimit() {
+    rlimit limit{};
+    (void)getrlimit(RLIMIT_NOFILE, &limit);  // cannot fail
+    return std::max<std::size_t>(limit.rlim_cur / 2, 1);
+}
+
 }  // namespace
 
 FileMigrateSocketServer::FileMigrateSocketServer()
-    : events{}, taskMutex{}, taskCond{}, taskTail(nullptr), exitFlag(false), acceptPaused(false), acceptPausedAt(0) {
+    : maxConnections(HalfOfDescriptorLimit()),
+      events{},
+      taskMutex{},
+      taskCond{},
+      taskTail(nullptr),
+      tasksInProgress(0),
+      exitFlag(false),
+      isShutDown(false),
+      acceptPaused(false),
+      acceptPausedAt(0) {
     memset_s(events, sizeof(events), 0, sizeof(events));
 }
 
@@ -113,13 +134,15 @@ void FileMigrateSocketServer::CreateServer() {
 
 void FileMigrateSocketServer::EpollHandler(int epfd, int listenFd) {
     std::uint32_t lastActivity = MonotonicMs();
-    while (true) {
+    while (!isShutDown) {
         const int count = epoll_wait(epfd, events, MAX_EVENTS, WAIT_MS);
         if (acceptPaused) {
             ResumeAccepting(epfd, listenFd);
         }
         if (count > 0) {
             HandleEvents(epfd, listenFd, count);
+        }
+        if (count > 0 || tasksInProgress > 0) {
             lastActivity = MonotonicMs();
             continue;
         }
@@ -163,25 +186,43 @@ void FileMigrateSocketServer::EpollAccept(int epfd, int listenFd) {
     UniqueFd accepted(accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC));
     if (!accepted) {
         LogError("Failed to accept client connect request");
+        if (errno == EINVAL) {
+            // The socket was shut down: it stays readable, and no client can connect any more.
+            isShutDown = true;
+            return;
+        }
         PauseAccepting(epfd, listenFd);
         return;
     }
     const int fd = accepted.Get();
     LogError("acceptfd: %{public}d", fd);
-    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &SEND_LIMIT, sizeof(SEND_LIMIT));
     if (!Watch(epfd, EPOLL_CTL_ADD, fd, EPOLLIN | EPOLLET)) {
         // Without the watch, the loop would never see the client's requests or its hang-up.
         LogError("epoll_ctl failed, connection dropped, fd: %{public}d, errno: %{public}d", fd, errno);
         return;
     }
+    AddConnection(std::move(accepted));
+    if (!HasRoomForConnection()) {
+        LogWarn("%{public}lu connections, no more are accepted until one is closed", maxConnections);
+        PauseAccepting(epfd, listenFd);
+    }
+}
+
+void FileMigrateSocketServer::AddConnection(UniqueFd accepted) {
     const std::lock_guard lock(fdMapMutex);
+    const int fd = accepted.Get();
     const bool isNew = fdMap.emplace(fd, 1).second;
     (void)accepted.Release();  // fdMap owns the descriptor now
     if (!isNew) {
-        LogError("%{public}d already in fdMap", fd);
+        LogError({"%{public}d already in fdMap", "EpollAccept"}, fd);
         return;
     }
-    LogDebug("insert %{public}d to fdMap", fd);
+    LogDebug({"insert %{public}d to fdMap", "EpollAccept"}, fd);
+}
+
+bool FileMigrateSocketServer::HasRoomForConnection() {
+    const std::lock_guard lock(fdMapMutex);
+    return fdMap.size() < maxConnections;
 }
 
 void FileMigrateSocketServer::DropConnection(int epfd, int fd) {
@@ -196,7 +237,7 @@ void FileMigrateSocketServer::PauseAccepting(int epfd, int listenFd) {
 }
 
 void FileMigrateSocketServer::ResumeAccepting(int epfd, int listenFd) {
-    if (MonotonicMs() - acceptPausedAt >= ACCEPT_PAUSE_MS) {
+    if (MonotonicMs() - acceptPausedAt >= ACCEPT_PAUSE_MS && HasRoomForConnection()) {
         acceptPaused = false;
         Watch(epfd, EPOLL_CTL_MOD, listenFd, EPOLLIN);
     }

@@ -1,4 +1,5 @@
 // The worker pool of FileMigrateSocketServer.
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -26,6 +27,31 @@ private:
     pthread_mutex_t& mutex;
 };
 
+/// The stack of a worker, besides the levels of a walk.
+constexpr std::size_t BASE_STACK = std::size_t{1} << 20;
+/// More than a level of any walk needs for each of its descriptors. Pages that are not used cost nothing.
+constexpr std::size_t STACK_PER_DESCRIPTOR = 1024;
+
+/// Sizes the workers' stacks for the deepest walk that the descriptor limit allows. The default size follows the stack
+/// limit of whoever started the daemon, and can be 2 MB.
+class WorkerAttributes {
+public:
+    WorkerAttributes() {
+        rlimit limit{};
+        (void)getrlimit(RLIMIT_NOFILE, &limit);  // cannot fail
+        pthread_attr_init(&attributes);
+        pthread_attr_setstacksize(&attributes, BASE_STACK + limit.rlim_cur * STACK_PER_DESCRIPTOR);
+    }
+    ~WorkerAttributes() { pthread_attr_destroy(&attributes); }
+    WorkerAttributes(const WorkerAttributes&) = delete;
+    WorkerAttributes& operator=(const WorkerAttributes&) = delete;
+
+    [[nodiscard]] const pthread_attr_t* Get() const { return &attributes; }
+
+private:
+    pthread_attr_t attributes{};
+};
+
 /// Reads one request and handles it. It never waits, because a task can be stale: another worker may have read the
 /// bytes, or the descriptor's number may belong to a new connection.
 void ServeOneRequest(int fd, FileMigrateRcvMsg& buffer) {
@@ -44,10 +70,11 @@ void ServeOneRequest(int fd, FileMigrateRcvMsg& buffer) {
 
 int FileMigrateSocketServer::ThreadPoolInit() {
     threads = std::make_unique<pthread_t[]>(WORKER_COUNT);
+    const WorkerAttributes attributes;
     for (int i = 0; i < WORKER_COUNT; ++i) {
         // The workers keep the name of the process. The kernel writes a task's name into its log lines, and the
         // kernel-log dump looks for that name.
-        if (pthread_create(&threads[static_cast<std::size_t>(i)], nullptr, ThreadTaskExecute, this) != 0) {
+        if (pthread_create(&threads[static_cast<std::size_t>(i)], attributes.Get(), ThreadTaskExecute, this) != 0) {
             ReleaseThreadTask(i);
             threads.reset();
             LogError("Failed to create thread.");
@@ -61,6 +88,7 @@ void FileMigrateSocketServer::AddThreadTask(int fd) {
     auto node = std::make_unique<TaskNode>(TaskNode{fd, nullptr});
     {
         const TaskLock lock(taskMutex);
+        ++tasksInProgress;
         TaskNode* const added = node.get();
         (taskHead == nullptr ? taskHead : taskTail->next) = std::move(node);
         taskTail = added;
@@ -90,18 +118,25 @@ void* FileMigrateSocketServer::ThreadTaskExecute(void* server) {
     memset_s(&buffer, sizeof(buffer), 0, sizeof(buffer));
     while (!self.exitFlag) {
         const int fd = self.GetThreadTask();
-        if (fd < 0 || !self.AddFdRef(fd)) {
-            continue;
+        if (fd >= 0) {
+            self.ServeTask(fd, buffer);
+            --self.tasksInProgress;
         }
-        try {
-            ServeOneRequest(fd, buffer);
-        } catch (const std::bad_alloc&) {
-            LogError("out of memory, request dropped, eventfd: %{public}d", fd);
-        }
-        self.SubFdRef(fd);
     }
     LogInfo("Task thread exit");
     return nullptr;
+}
+
+void FileMigrateSocketServer::ServeTask(int fd, FileMigrateRcvMsg& buffer) {
+    if (!AddFdRef(fd)) {
+        return;
+    }
+    try {
+        ServeOneRequest(fd, buffer);
+    } catch (const std::bad_alloc&) {
+        LogError("out of memory, request dropped, eventfd: %{public}d", fd);
+    }
+    SubFdRef(fd);
 }
 
 void FileMigrateSocketServer::ReleaseThreadTask(int count) {

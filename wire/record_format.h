@@ -28,7 +28,8 @@ inline constexpr const char* RECORD_FILE_ZELTO = "/data/zelto/update/migrate/fil
 inline constexpr const char* RECORD_FILE_AB = "/data/zelto/update/migrate/file_migrate_ab.txt";
 inline constexpr std::array RECORD_FILES = {RECORD_FILE_UPDATE, RECORD_FILE_ZELTO, RECORD_FILE_AB};
 
-// "NAME.txt" is rotated to "NAME_YYYYMMDDhhmmss.txt" in the same directory.
+// "NAME.txt" is rotated to "NAME_YYYYMMDDhhmmss.txt" in the same directory. The time is that of the rotation or a later
+// second whose name was free. The names sort in the order of writing, except across a restart with the clock set back.
 inline constexpr std::string_view RECORD_FILE_SUFFIX = ".txt";
 inline constexpr char ROTATION_SEPARATOR = '_';
 inline constexpr int ROTATION_LIMIT_KB = 256;  ///< a file that would reach this many allocated KB is rotated first

@@ -17,6 +17,7 @@ enum class ClientErrc {
     ConnectionClosed,    ///< the daemon closed the connection before the whole reply had arrived
     TimedOut,            ///< the limit passed; the daemon may still carry out a request that was sent
     MalformedReply,      ///< the bytes received are not a reply to the request
+    UntrustedPeer = 8,   ///< another user than the daemon's listens at the socket; nothing was sent
 };
 
 FILE_MIGRATE_EXPORT const std::error_category& ClientCategory() noexcept;

@@ -21,11 +21,14 @@ typedef struct file_migrate_options {
     int64_t connect_limit_ms;  // for connecting; 0 means no limit
     // From sending a request to the end of its reply; 0 means no limit. A move across file systems can take hours.
     int64_t reply_limit_ms;
+    // The user id of the process that listens at the socket. The client sends nothing to any other. Tests with a daemon
+    // of their own change it.
+    uint32_t daemon_user;
 } file_migrate_options;
 
 // The default options.
 #define FILE_MIGRATE_DEFAULT_OPTIONS \
-    { NULL, 5000, 0 }
+    { NULL, 5000, 0, 0 }
 
 typedef enum file_migrate_status {
     FILE_MIGRATE_ANSWERED = 0,           // the daemon's answer is in result and err_code
@@ -36,6 +39,7 @@ typedef enum file_migrate_status {
     FILE_MIGRATE_SYSTEM_ERROR = 5,       // a system call failed with the error number in system_error
     FILE_MIGRATE_NULL_ARGUMENT = 6,      // nothing was sent
     FILE_MIGRATE_NO_MEMORY = 7,          // the daemon may still carry out a request that was sent
+    FILE_MIGRATE_UNTRUSTED_PEER = 8,     // another user than the daemon's listens at the socket; nothing was sent
 } file_migrate_status;
 
 // The reply to a command; a plain value.

@@ -27,6 +27,9 @@ struct ClientOptions {
     std::chrono::milliseconds connectLimit{5000};  ///< for connecting; 0 means no limit
     /// From sending a request to the end of its reply; 0 means no limit. A move across file systems can take hours.
     std::chrono::milliseconds replyLimit{0};
+    /// The user id of the process that listens at the socket. The client sends nothing to any other. Tests with a
+    /// daemon of their own change it.
+    std::uint32_t daemonUser = 0;
 };
 
 /// Whether a command handles only the path or also other objects.

@@ -25,6 +25,8 @@ int ErrorNumberOf(const std::error_code& code) {
             return ETIMEDOUT;
         case ClientErrc::MalformedReply:
             return EBADMSG;
+        case ClientErrc::UntrustedPeer:
+            return EACCES;
     }
     return EIO;
 }

@@ -113,8 +113,18 @@ TEST(ClientConnection, FailsInTimeAndWithAReason) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
 }
 
+TEST(ClientConnection, NothingIsSentToADaemonOfAnotherUser) {
+    FakeDaemon daemon;
+    daemon.ListenAs(65534);
+    ClientOptions options = OptionsFor(daemon);
+    EXPECT_EQ(Client(options).IsExist("/a").failure.code, ClientErrc::UntrustedPeer);
+    EXPECT_TRUE(daemon.Requests().empty());
+    options.daemonUser = 65534;
+    EXPECT_TRUE(Client(options).MkDir("/a").Succeeded());
+}
+
 struct CClient {
-    explicit CClient(const std::string& socketPath) : options{socketPath.c_str(), 200, 200} {}
+    explicit CClient(const std::string& socketPath) : options{socketPath.c_str(), 200, 200, 0} {}
     ~CClient() { file_migrate_client_free(c); }
     const file_migrate_options options;
     file_migrate_client* const c = file_migrate_client_new(&options);

@@ -3,7 +3,9 @@
 #pragma once
 
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <mutex>
@@ -50,6 +52,13 @@ public:
         }
     }
     ~FakeDaemon() { shutdown(listener.Get(), SHUT_RDWR); }
+
+    /// Makes clients see another user as the one who listens.
+    void ListenAs(uid_t user) {
+        syscall(SYS_setresuid, -1, user, -1);  // of this thread only
+        listen(listener.Get(), 10);
+        syscall(SYS_setresuid, -1, 0, -1);
+    }
 
     /// The requests so far, each as "number|src|dst|user|group|perm|recurseOpt".
     [[nodiscard]] std::vector<std::string> Requests() const {

@@ -1,11 +1,13 @@
 // The process around the commands: its start and end, its connections and workers, and what it leaves on disk when a
 // system call fails under it.
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <fstream>
 
 #include "daemon_test.h"
@@ -69,17 +71,23 @@ protected:
     }();
 };
 
-TEST_F(ServerTest, EndsTenMinutesAfterTheLastEventAndFinishesWhatWasBegun) {
+TEST_F(ServerTest, EndsTenMinutesAfterTheLastEventOrRequest) {
     SetClock(1000);
     SetClock(1590);
-    Clients clients = Hold(5);
+    Clients clients = Hold(2);
     SetClock(2180);
-    EXPECT_TRUE(Found("EpollHandler end").empty()) << "not postponed";
+    EXPECT_TRUE(Found("EpollHandler end").empty()) << "not postponed by an event";
     SetClock(3000);
-    ASSERT_TRUE(Await("I .EpollHandler. Maser thread EpollHandler end\\."));
+    EXPECT_TRUE(Found("EpollHandler end").empty()) << "not postponed by the requests in progress";
+    clients.emplace_back();
+    EXPECT_EQ(clients.back().Call(EXISTING).result, 1);
     Release();
-    EXPECT_GE(std::count_if(clients.begin(), clients.end(), [](RawClient& c) { return c.Receive().has_value(); }), 4);
+    EXPECT_TRUE(clients[0].Receive() && clients[1].Receive());
+    SetClock(3590);
+    EXPECT_TRUE(Found("EpollHandler end").empty()) << "not postponed by the end of the requests";
+    SetClock(4200);
     EXPECT_EQ(daemon->WaitExit(), 0);
+    EXPECT_EQ(Found("I .EpollHandler. Maser thread EpollHandler end\\.").size(), 1U);
     EXPECT_EQ(Found("E .~FileMigrateSocketServer. closefd: \\d+, refcnt: 1").size(), clients.size());
 }
 
@@ -117,18 +125,101 @@ TEST_F(ServerTest, TakesTheSocketOfInitAndKeepsTheNameOfItsThreads) {
     for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(daemon->Pid()) + "/task")) {
         EXPECT_EQ(ReadFile(task.path() / "comm"), "file_migrate_or\n") << "what the kernel log will print";
     }
+    shutdown(listening.Get(), SHUT_RDWR);
+    EXPECT_EQ(daemon->WaitExit(), 0) << "no client can connect any more";
+    EXPECT_EQ(Found("Failed to accept").size(), 1U);
 }
 
-TEST_F(ServerTest, LogsToTheJournalWhereStandardErrorIsItsStream) {
-    const std::string calls = tree->Path("calls");
+TEST_F(ServerTest, LogLinesDoNotGoToAClientWhenStandardErrorIsClosed) {
+    Start({{}, {"sh", "-c", "exec \"$0\" \"$@\" <&- >&- 2>&-"}});
+    EXPECT_EQ(RawClient().Call(EXISTING).result, 1);
+    EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(daemon->Pid()) + "/fd/2"), "/dev/null");
+}
+
+TEST_F(ServerTest, SocketOfItsOwnAdmitsNobodyElseWhateverTheUmask) {
+    for (const char* umask : {"000", "777"}) {
+        Start({{}, {"sh", "-c", std::string("umask ") + umask + "; exec \"$0\" \"$@\""}});
+        EXPECT_EQ(Lstat(SOCKET_PATH).st_mode & 07777, 0600U) << umask;
+    }
+}
+
+/// The stack limit sets the default size of threads' stacks; "unlimited" means 2 MB.
+TEST_F(ServerTest, DeepestTreesFitOnTheStack) {
+    const std::string tower = "perl -e 'chdir \"" + tree->Path() + "\"; mkdir(\"d\", 0755), chdir \"d\" for 1..15000'";
+    for (const Command command : {Command::ChMod, Command::ChOwn, Command::UsedSpace, Command::MaxSize,
+                                  Command::CopyAll, Command::Remove, Command::TryRemove}) {
+        if (!std::filesystem::exists(tree->Path("d"))) {
+            ASSERT_EQ(std::system(tower.c_str()), 0);  // NOLINT(cert-env33-c,concurrency-mt-unsafe)
+        }
+        Start({{}, {"sh", "-c", "ulimit -s unlimited; exec \"$0\" \"$@\""}});
+        RawClient().Call({command, tree->Path("d"), tree->Path("copy"), "0", "0", "755", 2});
+        EXPECT_EQ(RawClient().Call(EXISTING).result, 1) << static_cast<int>(command);
+        EXPECT_EQ(std::system(("rm -rf " + tree->Path("copy")).c_str()), 0);  // NOLINT(cert-env33-c)
+    }
+}
+
+TEST_F(ServerTest, FileSizeLimitFailsTheRequestOnly) {
+    Start({{}, {"prlimit", "--fsize=1000000"}});
+    const std::string large = tree->File("large", std::string(2000000, 'x'));
+    const Reply reply = RawClient().Call({Command::CopyAll, large, tree->Path("copy")});
+    EXPECT_EQ(std::pair(reply.result, reply.errCode), std::pair(-1, EFBIG));
+}
+
+TEST_F(ServerTest, LargeRepliesGiveBackTheirMemoryAndAreAnsweredWithoutIt) {
+    if (IS_SANITIZED) {
+        GTEST_SKIP() << "the sanitizer's own memory would run out";
+    }
+    for (int i = 1000; i < 9000; ++i) {
+        tree->File("list/" + std::string(240, 'n') + std::to_string(i), "");
+    }
+    Start();
+    RawClient client;
+    EXPECT_EQ(client.Call(EXISTING).result, 1);
+    const long before = daemon->Used().residentKb;
+    EXPECT_GT(client.Call({Command::ListDir, tree->Path("list")}).packages.size(), 480U);
+    const auto isGivenBack = [&] { return daemon->Used().residentKb - before < 1024; };
+    EXPECT_TRUE(Becomes(isGivenBack, Deadline{5000})) << "the memory of a large reply is kept";
+    const rlimit limit{daemon->Used().dataKb * 1024UL + (1UL << 20), RLIM_INFINITY};
+    ASSERT_EQ(prlimit(daemon->Pid(), RLIMIT_DATA, &limit, nullptr), 0);
+    const Reply reply = client.Call({Command::ListDir, tree->Path("list")});
+    EXPECT_TRUE(reply.result == -1 && reply.errCode == ENOMEM && reply.packages.empty()) << reply.errCode;
+    EXPECT_EQ(client.Call(EXISTING).result, 1);
+}
+
+/// The journal's socket is replaced by one that the test reads, or does not read.
+TEST_F(ServerTest, LogsToTheJournalAndDoesNotWaitForIt) {
+    if (std::getenv("FILE_MIGRATE_SANDBOX") != std::string("private")) {
+        GTEST_SKIP() << "needs privilege: a mount namespace for a journal of its own";
+    }
+    sockaddr_un address{AF_UNIX, {}};
+    (tree->Dir("run/systemd/journal") + "/socket").copy(address.sun_path, sizeof(address.sun_path) - 1);
+    const UniqueFd journal(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(bind(journal.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    const auto entries = [&journal] {
+        std::string text(65536, '\0'), all;
+        for (ssize_t n = 0; (n = recv(journal.Get(), text.data(), text.size(), 0)) > 0;) {
+            all += text.substr(0, static_cast<std::size_t>(n));
+        }
+        return all;
+    };
     Start({{},
-           {"sh", "-c",
-            "export JOURNAL_STREAM=$(stat -Lc %d:%i /proc/self/fd/2); exec strace -qfs 99 -o " + calls +
-                " -e trace=sendmsg \"$0\" \"$@\""}});
-    ASSERT_TRUE(Becomes([&] { return ReadFile(calls).find("CreateServer") != std::string::npos; }));
-    const std::regex sent(R"re("MESSAGE=\[CreateServer:\d+\] Get socket .*"PRIORITY=6".*"CODE_FUNC=CreateServer")re");
-    EXPECT_TRUE(std::regex_search(ReadFile(calls), sent)) << ReadFile(calls);
+           {"unshare", "-m", "sh", "-c",
+            "mount --bind " + tree->Path("run") +
+                " /run; export JOURNAL_STREAM=$(stat -Lc %d:%i /proc/self/fd/2); exec \"$0\" \"$@\""}});
+    const std::regex first(
+        R"(MESSAGE=\[CreateServer:\d+\] Get socket [^\n]*\nPRIORITY=6\nSYSLOG_IDENTIFIER=FileMigrate)"
+        R"(Orvane\n(LOG_\w+=\d+\n)+CODE_FUNC=CreateServer\nCODE_LINE=\d+\n)");
+    const std::string begin = entries();
+    EXPECT_TRUE(std::regex_search(begin, first)) << begin;
     EXPECT_EQ(daemon->Log(), "");
+    RawClient client;
+    for (int i = 0; i < 100; ++i) {
+        client.Send(EXISTING);
+        ASSERT_TRUE(client.Receive(Deadline{3000})) << "the request waits for the journal";
+    }
+    const std::string taken = entries();
+    client.Call(EXISTING);
+    EXPECT_TRUE(std::regex_search(taken + entries(), std::regex("[0-9]+ lines are missing here")));
 }
 
 TEST_F(ServerTest, PeerThatLeavesWhileItIsServedIsDroppedOnce) {

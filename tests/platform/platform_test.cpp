@@ -72,7 +72,7 @@ TEST(Log, LineIsOneWriteWithLevelAndPlaceAndCannotBeForged) {
     dup2(saved.Get(), STDERR_FILENO);
     const std::string tag = " FileMigrateOrvane: [", own = tag + "TestBody:0] ";
     const std::string lines[] = {" E" + own + "open a\\x0ab\\x1b failed, errno=5\n",
-                                 " W" + tag + "Another:0] 755 7 8\n", " I" + own + longPath + "\n",
+                                 " W" + tag + "Another:0] 755 7 8\n", " I" + own + longPath.substr(0, 4091) + "[cut]\n",
                                  " D" + own + "done\n", ""};
     for (const std::string& line : lines) {
         char packet[8192] = {};

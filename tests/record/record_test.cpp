@@ -119,6 +119,19 @@ TEST_F(RecordTest, RotatesAt256KBAndDropsTheRecordWhenThatFails) {
     EXPECT_EQ(ReadFile(AB_FILE), "type:FRESH;");
 }
 
+TEST_F(RecordTest, RotationsWithinASecondReplaceNoFile) {
+    for (const std::string content : {"first", "second", "third"}) {
+        ASSERT_TRUE(WriteStringToFile(AB_FILE, content + std::string(256 * 1024, 'x'), SEEK_SET));
+        WriteRecordErrToFile("type:LAST;", RECORD_KIND_AB);
+    }
+    std::string order;
+    for (const std::string& file : RotatedFiles()) {
+        order += ReadFile(file).substr(0, 6) + " ";
+    }
+    EXPECT_EQ(order, "firstx second thirdx ");
+    EXPECT_EQ(ReadFile(AB_FILE), "type:LAST;");
+}
+
 TEST(SnapshotTest, AttributesInOrderAndAnUnreadableOneRepeatsTheEntryBefore) {
     ScratchTree tree;
     const std::string file = tree.File("f");

@@ -112,13 +112,14 @@ pid_t DaemonProcess::Pid() const {
 Usage DaemonProcess::Used() const {
     const std::string process = "/proc/" + std::to_string(Pid());
     const auto descriptors = std::distance(fs::directory_iterator(process + "/fd"), fs::directory_iterator());
-    long pages = 0;
-    std::ifstream(process + "/statm") >> pages >> pages;  // the second is what is resident
+    const long pageKb = sysconf(_SC_PAGESIZE) / 1024;
+    long size = 0, resident = 0, shared = 0, text = 0, library = 0, data = 0;
+    std::ifstream(process + "/statm") >> size >> resident >> shared >> text >> library >> data;
     clockid_t clock{};
     timespec used{};
     clock_getcpuclockid(Pid(), &clock);
     clock_gettime(clock, &used);
-    return {static_cast<std::size_t>(descriptors), pages * sysconf(_SC_PAGESIZE) / 1024,
+    return {static_cast<std::size_t>(descriptors), resident * pageKb, static_cast<unsigned long>(data * pageKb),
             static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9};
 }
 

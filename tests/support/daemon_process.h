@@ -31,7 +31,8 @@ inline constexpr bool IS_SANITIZED = false;
 struct Usage {
     std::size_t descriptors;
     long residentKb;
-    double cpuSeconds;  ///< of all threads
+    unsigned long dataKb;  ///< private writable memory, as RLIMIT_DATA counts it
+    double cpuSeconds;     ///< of all threads
 };
 
 class DaemonProcess {
