@@ -28,59 +28,59 @@ void AddPath(CLI::App& parser, const char* name, std::string& path, std::string 
 
 void AddPositionals(CLI::App& parser, const SubCommand& command, Words& words) {
     Arguments& arguments = words.arguments;
-    if (command.Is(TAKES_OWNER)) {
+    if (command.Is(TakesOwner)) {
         const auto split = [&](std::string& owner) { return SplitOwner(owner, arguments.user, arguments.group); };
         parser.add_option("OWNER", words.owner, "USER:GROUP, names or numbers")
             ->required()
             ->type_name("")
             ->transform(CLI::Validator(split, ""));
     }
-    if (command.Is(TAKES_MODE)) {
+    if (command.Is(TakesMode)) {
         parser.add_option("MODE", arguments.mode, "permission bits in octal, not 0")
             ->required()
             ->type_name("")
             ->transform(CLI::Validator(CheckMode, ""));
     }
-    if (command.Is(TAKES_PATH | TAKES_SOURCE)) {
-        AddPath(parser, command.Is(TAKES_SOURCE) ? "SOURCE" : "PATH", arguments.path,
-                command.Is(REMOVES_SOURCE) ? MakeAbsoluteBelowRoot : MakeAbsolute);
+    if (command.Is(TakesPath | TakesSource)) {
+        AddPath(parser, command.Is(TakesSource) ? "SOURCE" : "PATH", arguments.path,
+                command.Is(RemovesSource) ? MakeAbsoluteBelowRoot : MakeAbsolute);
     }
-    if (command.Is(TAKES_DESTINATION)) {
+    if (command.Is(TakesDestination)) {
         AddPath(parser, "DESTINATION", arguments.destination, MakeAbsolute);
     }
 }
 
 void AddChoices(CLI::App& parser, const SubCommand& command, Arguments& arguments) {
     CLI::Option* recursive = nullptr;
-    if (command.Is(TAKES_RECURSIVE)) {
+    if (command.Is(TakesRecursive)) {
         recursive = parser.add_flag_callback(
             "-r,--recursive", [&arguments] { arguments.recursion = Recursion::Recursive; }, command.recursiveHelp);
     }
-    if (command.Is(TAKES_KEEP_GOING)) {
+    if (command.Is(TakesKeepGoing)) {
         parser.add_flag("--keep-going", arguments.keepGoing, "continue after entries that cannot be removed");
     }
-    if (command.Is(TAKES_FROM_PARENT)) {
+    if (command.Is(TakesFromParent)) {
         parser.add_flag("--from-parent", arguments.fromParent, "use the parent directory's label")->excludes(recursive);
     }
 }
 
 void AddStyle(CLI::App& parser, const SubCommand& command, Words& words) {
     Arguments& arguments = words.arguments;
-    if (command.Is(TAKES_DRY_RUN)) {
-        if (command.Is(REMOVES_SOURCE) && command.Is(TAKES_DESTINATION)) {
+    if (command.Is(TakesDryRun)) {
+        if (command.Is(RemovesSource) && command.Is(TakesDestination)) {
             parser.add_flag("--strict", arguments.isStrict, "refuse if links or special files would be lost");
         }
-        if (command.Is(TAKES_FORCE)) {
+        if (command.Is(TakesForce)) {
             parser.add_flag("--force", arguments.isForced, "send it even if the source would be lost");
         }
         parser.add_flag("--dry-run", arguments.isDryRun, "change nothing; show what would be done");
     }
-    if (command.Is(TAKES_PROGRESS)) {
+    if (command.Is(TakesProgress)) {
         parser.add_option("--progress", words.progress, "show progress: always or never")
             ->check(CLI::IsMember({"always", "never"}).description(""))
             ->type_name("WHEN");
     }
-    if (command.Is(TAKES_HUMAN)) {
+    if (command.Is(TakesHuman)) {
         // In all other sub-commands "-h" prints the help.
         parser.set_help_flag("--help", "Print this help message and exit");
         parser.add_flag("-h,--human-readable", arguments.style.isHuman, "print 35M instead of 35840");
@@ -89,7 +89,7 @@ void AddStyle(CLI::App& parser, const SubCommand& command, Words& words) {
 }
 
 bool ShowsProgress(const SubCommand& command, const std::string& when) {
-    return command.Is(TAKES_PROGRESS) && (when.empty() ? isatty(STDERR_FILENO) == 1 : when == "always");
+    return command.Is(TakesProgress) && (when.empty() ? isatty(STDERR_FILENO) == 1 : when == "always");
 }
 
 void AddDaemonCommand(CLI::App& app, const SubCommand& command, const DaemonOptions& daemon, Action& chosen) {

@@ -130,27 +130,27 @@ Verdict OntoObject(const Place& source, const Place& destination, const Survey& 
 
 Verdict Judge(const SubCommand& command, const Place& source, const Place& destination, const Survey& survey) {
     const bool isDirectory = source.kind == Place::Kind::Directory;
-    const bool needsDirectory = command.Is(MEANS_CHILDREN) || (command.Is(TAKES_FORCE) && isDirectory);
-    const bool isMerged = !command.Is(MOVES) && isDirectory && destination.kind == Place::Kind::Directory;
+    const bool needsDirectory = command.Is(MeansChildren) || (command.Is(TakesForce) && isDirectory);
+    const bool isMerged = !command.Is(Moves) && isDirectory && destination.kind == Place::Kind::Directory;
     if (source.path != destination.path && IsWithin(destination, source)) {
         return {"it would fail: " + Printable(destination.path) + " lies inside the source", true};
     }
     if (!destination.Exists()) {
         return OntoNothing(destination, needsDirectory);
     }
-    return needsDirectory || isMerged ? IntoDirectory(destination, survey, command.Is(MOVES))
-                                      : OntoObject(source, destination, survey, command.Is(MOVES));
+    return needsDirectory || isMerged ? IntoDirectory(destination, survey, command.Is(Moves))
+                                      : OntoObject(source, destination, survey, command.Is(Moves));
 }
 
 /// What would not arrive.
 std::string LeftBehind(const SubCommand& command, const Arguments& arguments, const Preflight& preflight, bool isTree) {
     std::string text =
-        command.Is(MEANS_CHILDREN) && command.Is(MOVES) ? Printable(arguments.path) + " itself stays\n" : "";
+        command.Is(MeansChildren) && command.Is(Moves) ? Printable(arguments.path) + " itself stays\n" : "";
     if (preflight.losses) {
         const std::string lost = preflight.LossText();
         return text + (lost.empty() ? "no links or special files would be lost" : lost) + "\n";
     }
-    return command.Is(MOVES) || !isTree ? text : text + "links and special files would not be copied\n";
+    return command.Is(Moves) || !isTree ? text : text + "links and special files would not be copied\n";
 }
 
 Answer Unanswered(ExitStatus status, std::string why) {
@@ -171,7 +171,7 @@ std::optional<Answer> Refuse(const SubCommand& command, const Failure& connected
     if (source.kind == Place::Kind::Unknown) {
         return Unanswered(ExitStatus::Failed, "cannot be checked: the path goes through a link or a file");
     }
-    if (command.Is(MEANS_CHILDREN) && source.kind != Place::Kind::Directory) {
+    if (command.Is(MeansChildren) && source.kind != Place::Kind::Directory) {
         return Unanswered(ExitStatus::Failed,
                           "cannot be checked: the source is a link or a file; the command would fail if it is a file");
     }
@@ -183,7 +183,7 @@ void CountSource(const SubCommand& command, const Place& source, const Place& de
         ++survey.others;
         return;
     }
-    survey.directories += command.Is(MEANS_CHILDREN) ? 0 : 1;
+    survey.directories += command.Is(MeansChildren) ? 0 : 1;
     const bool isMerged = destination.kind == Place::Kind::Directory;
     survey.CountBelow(source.path, isMerged ? destination.path : std::string());
 }
@@ -196,7 +196,7 @@ Answer DryRun(const SubCommand& command, Client& client, const Arguments& argume
     if (std::optional<Answer> refusal = Refuse(command, connected, source)) {
         return *std::move(refusal);
     }
-    const bool goesSomewhere = command.Is(TAKES_DESTINATION);
+    const bool goesSomewhere = command.Is(TakesDestination);
     const Place destination = goesSomewhere ? Look(client, arguments.destination) : Place();
     Survey survey(client);
     CountSource(command, source, destination, survey);
@@ -217,7 +217,7 @@ Answer DryRun(const SubCommand& command, Client& client, const Arguments& argume
         answer.fields["would_fail"] = verdict.wouldFail;
     }
     if (verdict.wouldFail) {
-        const bool isLost = command.Is(TAKES_FORCE);
+        const bool isLost = command.Is(TakesForce);
         return Failed(std::move(answer),
                       verdict.text + (isLost ? "; " + Printable(source.path) + " would be removed and its files lost"
                                              : std::string()));

@@ -164,19 +164,19 @@ void Preflight::PutInto(Json& object) const {
 Preflight Inspect(const SubCommand& command, const Arguments& arguments) {
     Preflight preflight;
     struct stat st {};
-    if (!command.Is(REMOVES_SOURCE) || lstat(arguments.path.c_str(), &st) != 0) {
+    if (!command.Is(RemovesSource) || lstat(arguments.path.c_str(), &st) != 0) {
         return preflight;
     }
     for (const std::string& mount : MountsBelow(arguments.path)) {
         preflight.warnings.push_back(Printable(mount) + " is a mount point: the files mounted there are affected too");
     }
     const std::string directory =
-        command.Is(MEANS_CHILDREN) ? arguments.destination : Reader::ParentOf(arguments.destination);
-    const bool copies = command.Is(TAKES_FORCE) || (command.Is(MOVES) && IsAcross(arguments.path, directory));
+        command.Is(MeansChildren) ? arguments.destination : Reader::ParentOf(arguments.destination);
+    const bool copies = command.Is(TakesForce) || (command.Is(Moves) && IsAcross(arguments.path, directory));
     if (copies) {
         const Tree tree = LookAtTree(arguments.path);
         preflight.losses = tree.losses;
-        if (command.Is(TAKES_FORCE)) {
+        if (command.Is(TakesForce)) {
             preflight.refusal = CombinedCopyRefusal(arguments, tree);
         }
     }

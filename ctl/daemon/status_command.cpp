@@ -132,6 +132,7 @@ void AddRecordFile(const std::string& path, Answer& answer) {
 /// @param trouble  set if a file cannot be read: why, and who may read it
 std::optional<Reader::Record> LastRecord(bool includesRotated, std::string& trouble) {
     std::vector<Reader::RecordPath> paths;
+    paths.reserve(RECORD_FILES.size());
     for (const char* file : RECORD_FILES) {
         paths.push_back({file, /*mayBeMissing=*/true, includesRotated});
     }

@@ -35,60 +35,59 @@ constexpr const char* LABELS_ALL = "label everything below PATH too";
 
 constexpr SubCommand SUB_COMMANDS[] = {
     {"exists", nullptr, "Exit with 0 if PATH exists; links are followed.", nullptr, "exists /data/app && echo yes",
-     TAKES_PATH, QUICK, Do<[](Client& c, const Arguments& a) { return c.IsExist(a.path); }>},
-    {"is-dir", nullptr, "Exit with 0 if PATH is a directory and not a link.", nullptr, "is-dir /data/app", TAKES_PATH,
+     TakesPath, QUICK, Do<[](Client& c, const Arguments& a) { return c.IsExist(a.path); }>},
+    {"is-dir", nullptr, "Exit with 0 if PATH is a directory and not a link.", nullptr, "is-dir /data/app", TakesPath,
      QUICK, Do<[](Client& c, const Arguments& a) { return c.IsDir(a.path); }>},
-    {"ls", nullptr, "List the directory PATH; directories end in \"/\".", nullptr, "ls /data/app", TAKES_PATH, QUICK,
+    {"ls", nullptr, "List the directory PATH; directories end in \"/\".", nullptr, "ls /data/app", TakesPath, QUICK,
      Do<[](Client& c, const Arguments& a) { return c.ListDir(a.path); }>},
     {"prepare-dir", nullptr, "Create a directory with an owner and a mode.", MAKES_ANCESTORS,
      "prepare-dir -r system:system 0771 /data/app/el1",
-     TAKES_OWNER | TAKES_MODE | TAKES_PATH | MAKES_DIRECTORY | TAKES_RECURSIVE, QUICK,
+     TakesOwner | TakesMode | TakesPath | MakesDirectory | TakesRecursive, QUICK,
      Do<[](Client& c, const Arguments& a) { return c.PrepareDir(a.path, a.user, a.group, a.mode, a.recursion); }>},
     {"mkdir", nullptr, "Create the directory PATH with mode 0700.", MAKES_ANCESTORS, "mkdir -r /data/app/el1",
-     TAKES_PATH | MAKES_DIRECTORY | TAKES_RECURSIVE, QUICK,
+     TakesPath | MakesDirectory | TakesRecursive, QUICK,
      Do<[](Client& c, const Arguments& a) { return c.MkDir(a.path, a.recursion); }>},
     {"move", "moved", "Move SOURCE to the name DESTINATION.", nullptr, "move /data/app.old /data/app",
-     TAKES_SOURCE | TAKES_DESTINATION | TAKES_DRY_RUN | TAKES_PROGRESS | MOVES | REMOVES_SOURCE | OUTLIVES_US,
-     UNLIMITED, Do<[](Client& c, const Arguments& a) { return c.MoveAll(a.path, a.destination); }>},
+     TakesSource | TakesDestination | TakesDryRun | TakesProgress | Moves | RemovesSource | OutlivesUs, UNLIMITED,
+     Do<[](Client& c, const Arguments& a) { return c.MoveAll(a.path, a.destination); }>},
     {"move-children", "moved the children of", "Move every child of SOURCE into DESTINATION.", nullptr,
      "move-children /data/app.old /data/app",
-     TAKES_SOURCE | TAKES_DESTINATION | TAKES_DRY_RUN | TAKES_PROGRESS | MEANS_CHILDREN | MOVES | REMOVES_SOURCE |
-         OUTLIVES_US,
+     TakesSource | TakesDestination | TakesDryRun | TakesProgress | MeansChildren | Moves | RemovesSource | OutlivesUs,
      UNLIMITED, Do<[](Client& c, const Arguments& a) { return c.MoveSub(a.path, a.destination); }>},
     {"copy", "copied", "Copy SOURCE to DESTINATION, without links.", nullptr, "copy /data/app /data/app.bak",
-     TAKES_SOURCE | TAKES_DESTINATION | TAKES_DRY_RUN | TAKES_PROGRESS | OUTLIVES_US, UNLIMITED,
+     TakesSource | TakesDestination | TakesDryRun | TakesProgress | OutlivesUs, UNLIMITED,
      Do<[](Client& c, const Arguments& a) { return c.CopyAll(a.path, a.destination); }>},
     {"copy-children", "copied the children of", "Copy every child of SOURCE into DESTINATION.", nullptr,
      "copy-children /data/app /data/app.bak",
-     TAKES_SOURCE | TAKES_DESTINATION | TAKES_DRY_RUN | TAKES_PROGRESS | MEANS_CHILDREN | OUTLIVES_US, UNLIMITED,
+     TakesSource | TakesDestination | TakesDryRun | TakesProgress | MeansChildren | OutlivesUs, UNLIMITED,
      Do<[](Client& c, const Arguments& a) { return c.CopySub(a.path, a.destination); }>},
     {"copy-comb", "moved", "Copy with one owner and mode, then remove SOURCE.", nullptr,
      "copy-comb system:system 0640 /data/app.old /data/app",
-     TAKES_OWNER | TAKES_MODE | TAKES_SOURCE | TAKES_DESTINATION | TAKES_DRY_RUN | TAKES_PROGRESS | TAKES_FORCE |
-         REMOVES_SOURCE | OUTLIVES_US,
+     TakesOwner | TakesMode | TakesSource | TakesDestination | TakesDryRun | TakesProgress | TakesForce |
+         RemovesSource | OutlivesUs,
      UNLIMITED,
      Do<[](Client& c, const Arguments& a) { return c.CopyComb(a.path, a.destination, a.user, a.group, a.mode); }>},
     {"rm", "removed", "Remove PATH and everything below it.", nullptr, "rm --keep-going /data/app.old",
-     TAKES_PATH | TAKES_KEEP_GOING | TAKES_DRY_RUN | REMOVES_SOURCE | OUTLIVES_US, UNLIMITED,
+     TakesPath | TakesKeepGoing | TakesDryRun | RemovesSource | OutlivesUs, UNLIMITED,
      Do<[](Client& c, const Arguments& a) { return a.keepGoing ? c.TryRemove(a.path) : c.Remove(a.path); }>},
     {"restorecon", nullptr, "Give PATH the security label that the policy prescribes.", LABELS_ALL,
-     "restorecon -r /data/app", TAKES_PATH | TAKES_RECURSIVE | TAKES_FROM_PARENT | OUTLIVES_US, UNLIMITED,
+     "restorecon -r /data/app", TakesPath | TakesRecursive | TakesFromParent | OutlivesUs, UNLIMITED,
      Do<[](Client& c, const Arguments& a) {
          return a.fromParent ? c.RestoreconFromParent(a.path) : c.Restorecon(a.path, a.recursion);
      }>},
     {"chown", nullptr, "Change owner and group; links are not followed.", CHANGES_ALL, "chown -r system:1000 /data/app",
-     TAKES_OWNER | TAKES_PATH | TAKES_RECURSIVE | OUTLIVES_US, UNLIMITED,
+     TakesOwner | TakesPath | TakesRecursive | OutlivesUs, UNLIMITED,
      Do<[](Client& c, const Arguments& a) { return c.ChOwn(a.path, a.user, a.group, a.recursion); }>},
     {"chmod", nullptr, "Change the mode of PATH; it fails for a link.", CHANGES_ALL, "chmod 0750 /data/app",
-     TAKES_MODE | TAKES_PATH | TAKES_RECURSIVE | OUTLIVES_US, UNLIMITED,
+     TakesMode | TakesPath | TakesRecursive | OutlivesUs, UNLIMITED,
      Do<[](Client& c, const Arguments& a) { return c.ChMod(a.path, a.mode, a.recursion); }>},
     {"existing-path", nullptr, "Print PATH or its nearest existing ancestor.", nullptr,
-     "existing-path /data/app/el1/base", TAKES_PATH, QUICK,
+     "existing-path /data/app/el1/base", TakesPath, QUICK,
      Do<[](Client& c, const Arguments& a) { return c.ExistedPath(a.path); }>},
     {"du", nullptr, "Print the KB used by PATH and everything below it.", nullptr, "du /data/app",
-     TAKES_PATH | TAKES_HUMAN, UNLIMITED, Do<[](Client& c, const Arguments& a) { return c.UsedSpace(a.path); }>},
+     TakesPath | TakesHuman, UNLIMITED, Do<[](Client& c, const Arguments& a) { return c.UsedSpace(a.path); }>},
     {"largest", nullptr, "Print the KB of the largest file below PATH.", nullptr, "largest /data/app",
-     TAKES_PATH | TAKES_HUMAN, UNLIMITED, Do<[](Client& c, const Arguments& a) { return c.MaxSize(a.path); }>},
+     TakesPath | TakesHuman, UNLIMITED, Do<[](Client& c, const Arguments& a) { return c.MaxSize(a.path); }>},
 };
 
 /// The first keys of the JSON object: what was given on the command line.
@@ -96,17 +95,17 @@ Json ObjectOf(const SubCommand& command, const Arguments& arguments) {
     Json object;
     object["command"] = command.name;
     PutText(object, "path", arguments.path);
-    if (command.Is(TAKES_DESTINATION)) {
+    if (command.Is(TakesDestination)) {
         PutText(object, "destination", arguments.destination);
     }
-    if (command.Is(TAKES_OWNER)) {
+    if (command.Is(TakesOwner)) {
         PutText(object, "user", arguments.user);
         PutText(object, "group", arguments.group);
     }
-    if (command.Is(TAKES_MODE)) {
+    if (command.Is(TakesMode)) {
         object["mode"] = arguments.mode;
     }
-    if (command.Is(TAKES_RECURSIVE)) {
+    if (command.Is(TakesRecursive)) {
         object["recursive"] = arguments.recursion == Recursion::Recursive;
     }
     return object;
@@ -115,7 +114,7 @@ Json ObjectOf(const SubCommand& command, const Arguments& arguments) {
 /// Sends the request. If the daemon would not stop at Ctrl-C, a message says so.
 Answer Ask(const SubCommand& command, Client& client, const Arguments& arguments) {
     std::optional<InterruptNotice> notice;
-    if (command.Is(OUTLIVES_US)) {
+    if (command.Is(OutlivesUs)) {
         notice.emplace(std::string(isatty(STDERR_FILENO) == 1 ? "\n" : "") +
                        "orvanectl: interrupted; the daemon finishes what it has begun: " + command.name + " " +
                        Objects(command, arguments) + "\n");
@@ -126,7 +125,7 @@ Answer Ask(const SubCommand& command, Client& client, const Arguments& arguments
 Answer AskWithProgress(const SubCommand& command, Client& client, const ClientOptions& options,
                        const Arguments& arguments) {
     Progress progress(options, command.name,
-                      {arguments.path, arguments.destination, command.Is(MOVES), command.Is(MEANS_CHILDREN)});
+                      {arguments.path, arguments.destination, command.Is(Moves), command.Is(MeansChildren)});
     Answer answer = Ask(command, client, arguments);
     const std::string summary = progress.Summary();
     progress.End();
@@ -161,7 +160,7 @@ void ReportWarnings(const SubCommand& command, const Arguments& arguments, const
 /// that is a broken link.
 void Refine(const SubCommand& command, const Arguments& arguments, Answer& answer) {
     struct stat st {};
-    if (command.Is(MAKES_DIRECTORY) && answer.isOk && stat(arguments.path.c_str(), &st) == 0 && !S_ISDIR(st.st_mode)) {
+    if (command.Is(MakesDirectory) && answer.isOk && stat(arguments.path.c_str(), &st) == 0 && !S_ISDIR(st.st_mode)) {
         answer = Failed(std::move(answer), "the path exists and is not a directory");
     }
     if (answer.status == ExitStatus::SourceMissing && lstat(arguments.path.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
@@ -188,7 +187,7 @@ std::span<const SubCommand> SubCommands() {
 
 std::string Objects(const SubCommand& command, const Arguments& arguments) {
     return Printable(arguments.path) +
-           (command.Is(TAKES_DESTINATION) ? " -> " + Printable(arguments.destination) : std::string());
+           (command.Is(TakesDestination) ? " -> " + Printable(arguments.destination) : std::string());
 }
 
 ExitStatus Run(const SubCommand& command, const DaemonOptions& daemon, const Arguments& arguments) {

@@ -29,23 +29,23 @@ struct Arguments {
 
 /// What a sub-command accepts, and its properties. Positional arguments come in this order.
 enum Takes : unsigned {
-    TAKES_OWNER = 1U << 0,
-    TAKES_MODE = 1U << 1,
-    TAKES_PATH = 1U << 2,
-    TAKES_SOURCE = 1U << 3,  ///< a path followed by a destination
-    TAKES_DESTINATION = 1U << 4,
-    TAKES_RECURSIVE = 1U << 5,
-    TAKES_KEEP_GOING = 1U << 6,
-    TAKES_FROM_PARENT = 1U << 7,
-    TAKES_HUMAN = 1U << 8,
-    TAKES_DRY_RUN = 1U << 9,
-    TAKES_PROGRESS = 1U << 10,
-    TAKES_FORCE = 1U << 11,     ///< copies the source and removes it even if the copy failed
-    MEANS_CHILDREN = 1U << 12,  ///< works on the children of the source
-    MOVES = 1U << 13,           ///< renames if possible
-    REMOVES_SOURCE = 1U << 14,
-    MAKES_DIRECTORY = 1U << 15,
-    OUTLIVES_US = 1U << 16,  ///< may take long; the daemon finishes it even if orvanectl has ended
+    TakesOwner = 1U << 0,
+    TakesMode = 1U << 1,
+    TakesPath = 1U << 2,
+    TakesSource = 1U << 3,  ///< a path followed by a destination
+    TakesDestination = 1U << 4,
+    TakesRecursive = 1U << 5,
+    TakesKeepGoing = 1U << 6,
+    TakesFromParent = 1U << 7,
+    TakesHuman = 1U << 8,
+    TakesDryRun = 1U << 9,
+    TakesProgress = 1U << 10,
+    TakesForce = 1U << 11,     ///< copies the source and removes it even if the copy failed
+    MeansChildren = 1U << 12,  ///< works on the children of the source
+    Moves = 1U << 13,          ///< renames if possible
+    RemovesSource = 1U << 14,
+    MakesDirectory = 1U << 15,
+    OutlivesUs = 1U << 16,  ///< may take long; the daemon finishes it even if orvanectl has ended
 };
 
 struct SubCommand {

@@ -56,12 +56,13 @@ protected:
     /// The files that are whole in none of the directories.
     static std::string Missing(const std::vector<std::string>& directories) {
         std::string missing;
-        for (const auto& [name, content] : kFiles) {
-            const auto isWhole = [&](const std::string& top) {
-                return fs::is_regular_file(top + "/" + name) && ReadFile(top + "/" + name) == content;
+        for (const auto& file : kFiles) {
+            const auto isWhole = [&file](const std::string& top) {
+                const std::string path = top + "/" + file.first;
+                return fs::is_regular_file(path) && ReadFile(path) == file.second;
             };
             if (std::none_of(directories.begin(), directories.end(), isWhole)) {
-                missing += " " + name;
+                missing += " " + file.first;
             }
         }
         return missing;

@@ -274,6 +274,8 @@ TEST_F(RaceTest, NothingPrivateArrivesReadable) {
 TEST_F(RaceTest, MoveNeitherGivesAwayNorRemovesRootsFiles) {
     const DaemonOptions slowFlush{
         {}, {"strace", "-fqqo/dev/null", "-etrace=syncfs", "-einject=syncfs:delay_enter=1000000"}};
+    const DaemonOptions verySlowMkdir{
+        {}, {"strace", "-fqqo/dev/null", "-etrace=mkdirat", "-einject=mkdirat:delay_exit=200000"}};
     const struct {
         const char* copied;
         bool isAtFlush;
@@ -286,7 +288,7 @@ TEST_F(RaceTest, MoveNeitherGivesAwayNorRemovesRootsFiles) {
         Grow(tree->Path("s/roots"), SECRET);
         Grow(own, SECRET);
         EXPECT_EQ(isAtFlush ? 0 : chown(own.c_str(), 1, 1), 0);
-        Start(isAtFlush ? slowFlush : kSlowMkdir);
+        Start(isAtFlush ? slowFlush : verySlowMkdir);
         long swaps = 0;
         const auto once = [&, isAtFlush = isAtFlush, files = files](const Pair& objects) {
             if (swaps != 0 || (isAtFlush ? CountSecrets(*second) < files : !fs::exists(made + "/d"))) {
