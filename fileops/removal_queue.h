@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "directory_stream.h"
@@ -27,8 +28,8 @@ using QueuedHandle = std::shared_ptr<QueuedDirectory>;
 class RemovalQueue {
 public:
     /// @param source, destination  the request's paths, for messages
-    RemovalQueue(const std::string& source, const std::string& destination, const Report& where)
-        : top(source), target(destination), report(where) {}
+    RemovalQueue(std::string source, std::string destination, const Report& where)
+        : top(std::move(source)), target(std::move(destination)), report(where) {}
 
     /// Notes that a file was copied to an open directory, or is this open file.
     void NoteCopied(const UniqueFd& destination, dev_t device, std::int64_t bytes);
@@ -61,8 +62,8 @@ private:
     int RemoveDirectory(QueuedDirectory& directory);
     [[nodiscard]] std::string PathOf(const QueuedDirectory* directory) const;
 
-    const std::string& top;
-    const std::string& target;
+    const std::string top;  ///< copies: the walk's own text is that of the current entry
+    const std::string target;
     const Report& report;
     SourceWatch watch;
     RemovalGuard guard{watch};

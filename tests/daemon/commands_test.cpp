@@ -432,6 +432,10 @@ TEST_F(CommandsTest, CombinedCopyFlushesABatchAtATime) {
     EXPECT_EQ(Shell("ls t/d | wc -l; test ! -e s; grep -c syncfs ~/calls"), "5000\n2\n");
     EXPECT_EQ(Call(RequestOf(CopyComb, Expand("@/empty @/t 1 2 755"))).result, 0);
     EXPECT_EQ(Shell("grep -c syncfs ~/calls"), "2\n") << "nothing was copied";
+    ASSERT_TRUE(Shell("mkdir -p s t2; for i in $(seq 300); do mkdir -p s/d$i/e; done"));
+    EXPECT_EQ(Call(RequestOf(CopyComb, Expand("@/s @/t2 1 2 755"))).result, 0);
+    EXPECT_EQ(Found(Expand("Remove @/s/d\\d+ suc")).size() + Found(Expand("Remove @/s/d\\d+/e suc")).size(), 600U)
+        << "a batch in the middle of the walk names each directory by its own path";
 }
 
 /// Who goes on writing while his files are moved loses nothing.
