@@ -1,6 +1,6 @@
-// Access control lists. A copy does not get the one of its source, and keeps none that it inherited. If a file has a
-// list, the group bits of its mode are the list's mask. A copy with these bits would let the owning group do what only
-// a named user could do with the source.
+// Access control lists. A copy does not get the list of its source, and does not keep a list that it inherited. If a
+// file has a list, the group bits of its mode are the list's mask. A copy with these bits would let the owning group do
+// what only a named user could do with the source.
 #pragma once
 
 #include <sys/stat.h>

@@ -12,12 +12,13 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-/// The walk of TryCopy: entry by entry, going on past what fails.
+/// The walk of TryCopy, which continues after an entry that fails.
 class TryCopyWalk {
 public:
     TryCopyWalk(CopyJob& copyJob, CopyResult& copyResult) : job(copyJob), result(copyResult), report(copyJob.report) {}
 
-    /// The paths of the request. A destination that is open already is kept: its descriptor is as old as the copy.
+    /// Copies the request's source. If the destination is already open, keeps that descriptor, because it was opened
+    /// when the copy began.
     int CopyTop(const CopyPair& top);
 
 private:
@@ -88,8 +89,8 @@ int TryCopyWalk::CopyContents(DirectoryStream& from, const UniqueFd& into, const
     return from.ReadError() == 0 ? lastError : Fail(Step::OpenTryCopy, pair.src.path, from.ReadError(), report);
 }
 
-/// Fails every entry with the error for which the destination could not be opened. Going by the entries' paths instead
-/// could follow a link that has taken the destination's name.
+/// Reports for every entry the error that prevented opening the destination. Trying the entries by their paths could
+/// follow a link that has taken the destination's name.
 int TryCopyWalk::FailContents(DirectoryStream& from, const CopyPair& pair, int error) {
     int lastError = 0;
     VisitChildren(from, UniqueFd(), pair, [&](const CopyPair& child) {
@@ -103,7 +104,7 @@ int TryCopyWalk::FailContents(DirectoryStream& from, const CopyPair& pair, int e
 }
 
 /// The destination of a directory must exist. Directories below it are created with mode 0700. Entries that are neither
-/// regular files nor directories are left out.
+/// regular files nor directories are skipped.
 int TryCopy(const CopyPair& top, CopyJob& job, CopyResult& result) {
     result.skipped = 0;
     result.isOwned = false;

@@ -1,6 +1,6 @@
-// Copying. Symbolic links in the source are skipped, neither copied nor followed. Nothing is undone: what was copied
-// before a failure stays. copy_engine.h says which objects may be at the destination. For `err` and `recordKind` see
-// path_helpers.h.
+// Copying. Symbolic links in the source are skipped: they are neither copied nor followed. Nothing is undone: what was
+// copied before a failure stays. copy_engine.h says which objects may be at the destination. For `err` and `recordKind`
+// see path_helpers.h.
 #pragma once
 
 #include <string>

@@ -22,7 +22,7 @@ public:
     CombinedCopy(const CopyPair& top, Link topLink, const PermPara& permPara, const Report& where)
         : destinationLink(topLink), perm(permPara), report(where), queue(top.src.path, top.dst.path, where) {}
 
-    /// Copies what a request names and carries out what is left in the queue.
+    /// Copies the source of a request, then runs the rest of the queue.
     int CopyTop(const CopyPair& top, bool isDirectory);
 
 private:
@@ -52,8 +52,8 @@ private:
         {.finish = Finish::Nothing, .isKeptOpen = true}, report, learned, &queue.Watch(), {perm.uid, perm.gid}};
     /// Of the request's destination. If that cannot be opened this stays zero and matches no directory.
     struct stat destination {};
-    bool hasMetDestination = false;  ///< it is inside the source: the directories above it must not be removed
-    bool hasEnded = false;           ///< nothing more is copied or queued: what was not copied stays
+    bool hasMetDestination = false;  ///< inside the source, so the directories above it must not be removed
+    bool hasEnded = false;           ///< copy and queue nothing more; what was not copied stays
 };
 
 int CombinedCopy::CopyTop(const CopyPair& top, bool isDirectory) {
@@ -65,12 +65,13 @@ int CombinedCopy::CopyTop(const CopyPair& top, bool isDirectory) {
     return copyError;
 }
 
-/// Where the daemon itself has run out of something, every other file would fail like this one, and be removed.
+/// Ends the copy if the daemon has run out of descriptors or memory. Every other file would fail like this one, and be
+/// removed without a copy.
 void CombinedCopy::EndIfExhausted(int error) {
     hasEnded = hasEnded || error == EMFILE || error == ENFILE || error == ENOMEM;
 }
 
-/// Copies one file and gives the very file that was filled its mode and owner.
+/// Copies one file, then sets the copy's mode and owner by its open descriptor.
 int CombinedCopy::CopyAndFinish(const CopyPair& pair, const Level& level, CopyResult& result) {
     if (const int error = DoCopy(pair, file, result); error != 0) {
         return error;
@@ -138,7 +139,7 @@ int CombinedCopy::CopyContents(const CopyPair& pair, const Level& level) {
             lastError = error;
         }
     });
-    // Entries that were not read were not tried either.
+    // The listing may have ended early. The entries after that point were not copied.
     const int readError = level.from->stream.ReadError();
     return readError == 0 ? lastError : Fail(Step::OpenCopyComb, pair.src.path, readError, report);
 }
@@ -158,7 +159,8 @@ int CombinedCopy::CopyContents(const CopyPair& pair, const Level& level) {
     return OpenInto(pair, level);
 }
 
-/// Without a destination for the top, each entry is tried by its path and fails as that requires.
+/// If the request's destination cannot be opened, the copy goes on: each entry is tried by its path and reports its own
+/// failure.
 int CombinedCopy::OpenInto(const CopyPair& pair, Level& level) {
     level.into = OpenDirectory(pair.dst, pair.isTop ? destinationLink : Link::Refuse);
     struct stat st {};

@@ -15,7 +15,7 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-/// What mkdir() takes of a mode; it leaves set-id bits to the parent.
+/// The mode bits that mkdir() sets; it inherits the set-group-ID bit from the parent instead.
 constexpr mode_t DIRECTORY_BITS = 01777;
 constexpr int ANCESTOR_FLAGS = O_PATH | O_DIRECTORY | O_CLOEXEC;
 
@@ -24,17 +24,17 @@ bool IsOther(const struct stat& st) {
     return !S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode) && !S_ISLNK(st.st_mode);
 }
 
-/// A directory to be copied: open, or with the error that prevented it. What a look at the destination shows is
-/// reported before that error.
+/// A directory to copy: either open, or with the error that prevented it. An error at the destination takes precedence
+/// over this one.
 struct SourceDirectory {
     DirectoryStream stream;
-    mode_t mode = 0;  ///< what the copy may get of its mode
+    mode_t mode = 0;  ///< the bits of its mode that the copy may get
     int error = 0;
-    bool isSeen = true;  ///< it can be looked at
+    bool isSeen = true;  ///< lstat works on it
 };
 
-/// The copy of one tree. Functions that copy hand out the object at the destination in `made`; for the top that is the
-/// result's `destination`.
+/// The copy of one tree. The functions that copy store the object at the destination in `made`; for the top, that is
+/// the result's `destination`.
 class StrictCopy {
 public:
     StrictCopy(CopyJob& copyJob, CopyResult& copyResult) : job(copyJob), result(copyResult) {}
@@ -100,7 +100,7 @@ int StrictCopy::CopyContents(DirectoryStream& from, const CopyPair& pair, const 
     return from.ReadError();
 }
 
-/// Fills a new directory that others may reach. It gets its owner and mode at the end, also after a failure.
+/// Fills a new directory that others may reach. It gets its owner and mode at the end, even after a failure.
 int StrictCopy::FillNew(SourceDirectory& source, const CopyPair& pair, UniqueFd& made) {
     NewDirectory directory;
     if (const int error = OpenNew(pair, directory, made); error != 0) {
@@ -118,7 +118,7 @@ int StrictCopy::FillNew(SourceDirectory& source, const CopyPair& pair, UniqueFd&
     return error == 0 && hasFailed ? errno : error;
 }
 
-/// Fills a new directory that has its mode already. If it has an owner to get, that is last.
+/// Fills a new directory that already has its mode. Its owner, if it gets one, is set last.
 int StrictCopy::FillSheltered(SourceDirectory& source, const CopyPair& pair, UniqueFd& made) {
     made = OpenDirectory(pair.dst, Link::Refuse);
     if (!made) {
@@ -129,7 +129,7 @@ int StrictCopy::FillSheltered(SourceDirectory& source, const CopyPair& pair, Uni
     return error;
 }
 
-/// @return whether the directory has the owner it is meant to have
+/// @return false if the owner could not be set
 [[gnu::noinline]] bool StrictCopy::GiveOwner(const Entry& dst, const UniqueFd& directory) {
     const auto& [uid, gid] = job.owner;
     if (job.options.finish == Finish::OwnerAndMode && fchown(directory.Get(), uid, gid) != 0) {
@@ -180,8 +180,8 @@ int StrictCopy::FillSheltered(SourceDirectory& source, const CopyPair& pair, Uni
     return source;
 }
 
-/// Makes the directory at the destination, unless there is one. Makes it without a look first, which saves the look.
-/// Its mode comes from the open source: the name may belong to another directory since.
+/// Creates the directory at the destination unless it exists. It does not check first, which saves a call. The mode
+/// comes from the open source, because another directory may have taken the source's name.
 [[gnu::noinline]] int StrictCopy::MakeDirectory(const CopyPair& pair, const SourceDirectory& source, bool& isNew) {
     int makeError = source.error;
     if (makeError == 0) {
@@ -208,7 +208,7 @@ int StrictCopy::FillSheltered(SourceDirectory& source, const CopyPair& pair, Uni
     return S_ISDIR(existing.st_mode) ? source.error : EINVAL;
 }
 
-/// For what is neither a file nor a directory: a link is skipped, anything else is an error.
+/// Handles an entry that is neither a file nor a directory: a link is skipped, anything else is an error.
 [[gnu::noinline]] int StrictCopy::PassOver(const CopyPair& pair) {
     struct stat from {};
     if (const int error = Lstat(pair.src, from); error != 0) {
@@ -253,7 +253,7 @@ int FindOntoItself(const std::string& src, const std::string& dst) {
     }
     std::string path = dst;
     UniqueFd directory(open(path.c_str(), ANCESTOR_FLAGS));
-    // A link without a target, or one in a circle, is where its name is.
+    // For a missing path, a dangling link or a link loop, start from the directory that holds the name.
     while (!directory && (IsNotFound(errno) || errno == ELOOP) && DirName(path) != path) {
         path = DirName(path);
         directory = UniqueFd(open(path.c_str(), ANCESTOR_FLAGS));

@@ -1,9 +1,9 @@
-// The strict copy of a file or a tree: in the order of the directories, to the first failure. It reports only owners
-// that could not be given, after which it goes on; the failure that ends it is reported by copy.h. It keeps no state
+// The strict copy of a file or a tree. It takes the entries in the order of the directories and stops at the first
+// failure, which copy.h reports. If it cannot set an owner, it reports that itself and continues. It keeps no state
 // between calls and may run on any thread.
 //
-// The two paths of a request are resolved as they stand. Below them nothing is followed: a level is one open directory
-// on each side, and objects are names in them. A new directory is private until everything in it is copied.
+// The two paths of a request are resolved as usual. Below them no link is followed: each level has one open directory
+// on each side, and entries are names in these. A new directory is private until everything in it is copied.
 #pragma once
 
 #include <cstddef>
@@ -19,7 +19,7 @@ namespace TAVO::FileMigrateOrvane {
 ///         ENOTDIR for a link in place of a directory below the destination, or another error number
 [[nodiscard]] int CopyStrictly(const CopyPair& pair, CopyJob& job, CopyResult& result);
 
-/// Checks whether `dst` is the directory `src` (EEXIST), or is or would be inside it (EINVAL), by whatever names.
+/// Checks whether `dst` is the directory `src` (EEXIST), or is or would be inside it (EINVAL), under any name.
 /// @return 0 if neither
 [[nodiscard]] int FindOntoItself(const std::string& src, const std::string& dst);
 
@@ -27,8 +27,8 @@ namespace TAVO::FileMigrateOrvane {
 /// @return 0 or an error number
 [[nodiscard]] int OpenDestination(const Entry& dst, Link topLink, CopyResult& result);
 
-/// Calls `visit` with the pair for each entry of a source directory, while both paths' texts are those of the child.
-/// Ends as DirectoryStream::Next() does.
+/// Calls `visit` with the pair for each entry of a source directory. During the call the texts of both paths are those
+/// of the child. Afterwards ReadError() says whether the listing ended early.
 /// @param into  the destination's directory, see ChildOf()
 template <class Visit>
 void VisitChildren(DirectoryStream& from, const UniqueFd& into, const CopyPair& parents, Visit visit) {
@@ -39,13 +39,13 @@ void VisitChildren(DirectoryStream& from, const UniqueFd& into, const CopyPair& 
     }
 }
 
-/// Whether a walk that goes on past failures copies an entry. A type that could not be looked up counts as a file:
+/// Whether a walk that continues after failures copies an entry. A type that could not be looked up counts as a file:
 /// copying it fails with the reason.
 [[nodiscard]] inline bool IsToBeCopied(const Entry& src) {
     return src.type == DT_REG || src.type == DT_DIR || src.type == DT_UNKNOWN;
 }
 
-/// Notes an entry that such a walk leaves out or cannot enter.
+/// Notes an entry that such a walk skips or cannot enter.
 void NoteLeftOut(const Entry& src, const CopyJob& job);
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -13,17 +13,17 @@ constexpr mode_t SET_ID_BITS = S_ISUID | S_ISGID;
 constexpr mode_t PERMISSIONS = 0777;
 constexpr mode_t PRIVATE_FILE = 0600;
 
-// O_NONBLOCK: what was a file may have become a pipe.
+// O_NONBLOCK, because a pipe may have replaced the file.
 constexpr int SOURCE_FLAGS = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 constexpr int TARGET_FLAGS = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
-/// A file to be copied: open, or with the error that prevented it. What a look at the destination shows is reported
-/// before that error.
+/// A file to copy: either open, or with the error that prevented it. An error at the destination takes precedence over
+/// this one.
 struct Source {
     UniqueFd fd;
     struct stat status {};
     int error = 0;
-    bool isSeen = true;  ///< it has a status
+    bool isSeen = true;  ///< `status` is set
 };
 
 Source OpenSource(const Entry& entry) {
@@ -39,7 +39,7 @@ Source OpenSource(const Entry& entry) {
     return source;
 }
 
-/// One file on its way. Functions hand out the file that they fill.
+/// The copy of one file. The functions store the file that they fill in `made`.
 class FileCopy {
 public:
     FileCopy(const CopyPair& copyPair, CopyJob& copyJob, CopyResult& copyResult)
@@ -65,11 +65,11 @@ private:
     const CopyPair& pair;
     CopyJob& job;
     CopyResult& result;
-    /// The option. A file that is copied *into* a directory gets its source's mode, because the caller finishes the
-    /// directory.
+    /// The job's option. If the file is copied *into* a directory, the caller finishes the directory and not the file,
+    /// so Nothing becomes Mode.
     Finish finish;
     Source source;
-    mode_t mode = 0;       ///< what the copy may get of the source's mode
+    mode_t mode = 0;       ///< the bits of the source's mode that the copy may get
     bool hasMode = false;  ///< the file was created with its final mode
 };
 
@@ -90,8 +90,8 @@ int FileCopy::FindMode() {
     return finish == Finish::Nothing ? 0 : job.learned.acl.LimitMode(source.fd.Get(), source.status, mode);
 }
 
-/// Creates the file without a look first: mostly nothing is there, and that saves the look. Where nobody else can reach
-/// it, it is created with its final mode, which saves a call too.
+/// Creates the file without checking first: usually nothing is there, and the check would cost a call. In a directory
+/// that nobody else can reach, the file is created with its final mode, which saves another call.
 /// @param made  stays empty if the file was not created
 int FileCopy::Create(const Entry& dst, UniqueFd& made) {
     source.error = source.error == 0 ? FindMode() : source.error;
@@ -146,7 +146,8 @@ int FileCopy::CopyInto(UniqueFd& directory) {
     return S_ISREG(existing.st_mode) ? Overwrite(inside, file) : EINVAL;
 }
 
-/// Whether an existing file must not be filled: its owner may hold it open or mapped, and would reach what it becomes.
+/// Whether an existing file must not be filled in place: its owner may have it open or mapped, and could read the new
+/// content.
 bool FileCopy::IsForeign(const struct stat& existing) const {
     const uid_t next = job.options.finish == Finish::Mode ? source.status.st_uid : job.owner.uid;
     return existing.st_uid != geteuid() && existing.st_uid != next;
@@ -162,7 +163,7 @@ int FileCopy::Overwrite(const Entry& dst, UniqueFd& made) {
     if (!made || fstat(made.Get(), &old) != 0) {
         return errno;
     }
-    // The name may belong to another object since the first look.
+    // Another object may have taken the name since the first look.
     if (!S_ISREG(old.st_mode) || IsSame(source.status, old)) {
         return S_ISREG(old.st_mode) ? EEXIST : EINVAL;
     }
@@ -171,11 +172,11 @@ int FileCopy::Overwrite(const Entry& dst, UniqueFd& made) {
             return errno;
         }
         const int error = Create(dst, made = UniqueFd());
-        return error == EEXIST ? EBUSY : error;  // EEXIST would say that it is its own source
+        return error == EEXIST ? EBUSY : error;  // the caller takes EEXIST for a copy onto itself
     }
     const mode_t next = finish == Finish::Nothing ? source.status.st_mode : mode;
     const mode_t common = old.st_mode & next & PERMISSIONS;
-    hasMode = false;  // what was created has gone, and the mode of this file is an older one
+    hasMode = false;  // this file existed before and has its old mode
     if (ftruncate(made.Get(), 0) != 0 || fchmod(made.Get(), common) != 0) {
         return errno;
     }
@@ -202,7 +203,7 @@ int FileCopy::Fill(const Entry& dst, int out) {
     return fchmod(out, FinalMode(out)) == 0 ? 0 : errno;
 }
 
-/// Takes back the mode of a file that did not get its data or its owner. @return `error`
+/// Makes a file private again if it did not get its data or its owner. @return `error`
 int FileCopy::MakePrivate(int out, int error) {
     return fchmod(out, PRIVATE_FILE) == 0 || error != 0 ? error : errno;
 }

@@ -1,4 +1,5 @@
-// What the parts of a copy share: the two sides, what the caller wants, what was learned, what comes out.
+// The types that the parts of a copy share: the two sides, the options, what is remembered between copies, and the
+// result.
 #pragma once
 
 #include <sys/stat.h>
@@ -35,10 +36,10 @@ enum class Finish {
 struct CopyOptions {
     Link topLink = Link::Follow;  ///< for a link at the top of the destination
     Finish finish = Finish::Mode;
-    bool isKeptOpen = false;  ///< the caller goes on with the open copy and closes it
+    bool isKeptOpen = false;  ///< the caller uses the open copy and closes it
 };
 
-/// What one copy of a request learns for the next.
+/// What is learned in one copy and used in the next copies of the same request.
 class Learned {
 public:
     FileData data;
@@ -60,26 +61,26 @@ struct CopyJob {
     int ownerError = 0;  ///< of an object that did not get its owner; it was reported, and the copy went on
 };
 
-/// What a copy hands out, also if it failed.
+/// What a copy returns, even if it fails.
 struct CopyResult {
     /// The object at the destination, open since the copy began: the file that was filled, or the directory. Empty if
     /// nothing was copied.
     UniqueFd destination = UniqueFd();
-    /// The destination has to be named by its path even so: that is a link to the directory, or the descriptor only
-    /// serves to act on the names in it.
+    /// The destination still has to be named by its path, because the path is a link to the directory, or because the
+    /// descriptor was opened with O_PATH and serves only to act on names in it.
     bool isByName = false;
-    bool isOwned = false;      ///< the destination and everything in it has got the job's owner
+    bool isOwned = false;      ///< the destination and everything in it have the job's owner
     struct stat source {};     ///< of the top of the source, once it is open; st_ino is 0 before
     struct stat directory {};  ///< of `destination`, if that is a directory; st_ino is 0 otherwise
     off_t bytes = 0;           ///< in the file that was copied last
-    std::size_t skipped = 0;   ///< entries left out because of their type
-    /// The request names one object twice (EEXIST), or a destination inside its source (EINVAL). Trying in another way
-    /// or removing the source could only do harm. Nothing was changed, unless a bind mount or a rename hid this until
+    std::size_t skipped = 0;   ///< entries skipped because of their type
+    /// The request names one object twice (EEXIST), or a destination inside its source (EINVAL). A second attempt or a
+    /// removal of the source could only do harm. Nothing was changed, unless a bind mount or a rename hid this until
     /// the walk reached its own destination.
     bool isOntoItself = false;
 };
 
-/// Notes an object of the source whose copy begins, or that is left out.
+/// Notes an object of the source when its copy begins or when it is skipped.
 inline void NoteSource(const struct stat& source, const CopyJob& job) {
     if (job.watch != nullptr) {
         job.watch->Note(source);

@@ -10,7 +10,7 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-// O_NONBLOCK: what was a directory may have become a pipe.
+// O_NONBLOCK, because a pipe may have replaced the directory.
 constexpr int OPEN_FLAGS = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
 
 bool IsSelfOrParent(const char* name) {

@@ -1,8 +1,8 @@
 // Walking directories by descriptor. A walk holds one stream, and so one descriptor, for each level; a copy holds a
 // second one, of the destination. Each object belongs to one thread.
 //
-// A walk recurses once for each level, and a hostile tree may be as deep as the descriptors allow. What a walk does not
-// need in its own stack frame is in functions that are not inlined.
+// A walk recurses once for each level, and a hostile tree may be as deep as the descriptors allow. To keep a walk's
+// stack frame small, functions with large locals are not inlined into it.
 #pragma once
 
 #include <dirent.h>

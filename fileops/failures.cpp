@@ -10,7 +10,7 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-/// A literal as a template argument: the log takes formats and names of functions only while compiling.
+/// A string literal as a template argument, because the log accepts formats and function names only at compile time.
 template <std::size_t SIZE>
 struct Literal {
     consteval Literal(const char (&literal)[SIZE]) { std::copy_n(literal, SIZE, text); }  // NOLINT(google-explicit-*)

@@ -67,11 +67,11 @@ int FailLookup(Identity identity, const char* name, int code, const Report& repo
 /// A directory that does not exist is logged but not recorded.
 int FailListDir(const std::string& path, int error, const Report& report);
 int FailCopy(const std::string& src, const std::string& dst, int error, const Report& report);
-/// A copy at `dst` could not be written to its disk.
+/// The copy at `dst` could not be flushed to disk.
 int FailFlush(const std::string& src, const std::string& dst, int error, const Report& report);
 /// EXDEV, after which a move copies, is logged but not recorded.
 int FailRename(const std::string& src, const std::string& dst, int error, const Report& report);
-/// Another object has taken the name of the source while it was copied. @return ESTALE
+/// Another object took the name of the source during the copy. @return ESTALE
 int FailExchanged(const std::string& path, const Report& report);
 /// @param mode  permission bits
 int FailMkDir(const std::string& path, unsigned int mode, int error, const Report& report);

@@ -14,7 +14,8 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-/// Checks that the source is still what was copied. If nothing was, only its name says who the owner is.
+/// Checks that the source's name still leads to the object that was copied. If nothing was copied, the owner is looked
+/// up by that name.
 int CheckSource(const Entry& src, const struct stat& copied, CopyJob& job) {
     struct stat st {};
     if (const int error = Lstat(src, st); error != 0) {
@@ -27,8 +28,8 @@ int CheckSource(const Entry& src, const struct stat& copied, CopyJob& job) {
     return IsSame(st, copied) ? 0 : FailExchanged(src.path, job.report);
 }
 
-/// Gives everything at the destination the owner of the source. If this move created the destination, the copy has done
-/// that object by object.
+/// Gives everything at the destination the owner of the source. If this move created the destination, the copy has
+/// already done so for each object.
 int ChOwnCopy(const Entry& dst, const CopyResult& copy, const CopyJob& job) {
     if (copy.isOwned) {
         return job.ownerError;
@@ -39,14 +40,14 @@ int ChOwnCopy(const Entry& dst, const CopyResult& copy, const CopyJob& job) {
     return error != 0 ? error : job.ownerError;
 }
 
-/// The copy has to be on its disk before the source is removed: a power cut must not lose both.
+/// The copy must be on its disk before the source is removed, because a power cut must not lose both.
 int Flush(const std::string& src, const std::string& dst, const CopyResult& copy, const Report& report) {
     const int error = copy.destination ? SyncFileSystem(copy.destination, dst) : 0;
     return error == 0 ? 0 : FailFlush(src, dst, error, report);
 }
 
-/// Removes what was copied, and nothing else that has taken its name since: a directory is emptied by descriptor, and
-/// an object that was copied as a file is not entered. What has changed since it was copied stays.
+/// Removes the source, but not another object that has taken its name: a directory is emptied by descriptor, and a
+/// source that was copied as a file is not entered. Entries that have changed since they were copied stay.
 int RemoveSource(Entry src, const struct stat& copied, const CopyJob& job) {
     RemovalGuard guard{*job.watch};
     src.type = S_ISDIR(copied.st_mode) ? DT_DIR : DT_REG;

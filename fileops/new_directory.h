@@ -1,6 +1,6 @@
 // A directory that this process creates and then opens. In between, the owner of the parent can put another directory
-// in its place, even one of root's that this user cannot enter. If the daemon then changed the owner or mode of "the
-// new directory", it would give that directory to the user.
+// in its place, even a directory of root's that the owner cannot enter. If the daemon then changed the owner or mode of
+// "the new directory", it would give that directory to the user.
 //
 // So a directory is created with a mode that no finished directory has. NewDirectory accepts one only if it has that
 // mode, is empty or was born since the caller began, and is not in use by another worker. Everything here may be called
@@ -41,8 +41,8 @@ public:
     ~NewDirectory();
 
     /// Opens the directory that mkdir() has just created with NEW_DIRECTORY_MODE.
-    /// @param start  InodeClock() before that. Needed if other workers may have put something into the directory since:
-    ///               then only its birth tells it from an older one
+    /// @param start  InodeClock() before that. Needed if other workers may have put something into the directory since.
+    ///               Then only the time of its creation distinguishes it from an older one
     /// @return 0, EEXIST if its name belongs to another object, or why it cannot be opened
     [[nodiscard]] int Open(const Entry& entry, const std::optional<timespec>& start = std::nullopt);
 

@@ -24,7 +24,7 @@ namespace TAVO::FileMigrateOrvane {
 [[nodiscard]] int DoChOwnRecurse(const UniqueFd& object, std::string& path, const OwnerIds& owner,
                                  const Report& report);
 
-/// The same for the mode; fails for each symbolic link in the tree, after everything else was changed.
+/// The same for the mode. Each symbolic link in the tree is a failure, and everything else is still changed.
 [[nodiscard]] int DoChModRecurse(const std::string& path, unsigned int mode, int& err, int recordKind);
 
 /// DoChMod, then DoChOwn; a set-id bit comes last, when the owner is final.

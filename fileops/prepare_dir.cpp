@@ -20,7 +20,7 @@ namespace {
 /// One level of a path that is being created.
 struct Level {
     bool isNew = false;        ///< this request has created it
-    NewDirectory directory{};  ///< what was created, if it has been opened
+    NewDirectory directory{};  ///< the created directory, once it is open
 };
 
 /// DoMkDir that also returns whether the directory is new.

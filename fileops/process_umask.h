@@ -1,4 +1,4 @@
-// The process's file-creation mask. The system call can only be asked by changing the mask for all threads.
+// The process's file-creation mask. umask(2) cannot read it without changing it for all threads.
 #pragma once
 
 #include <sys/types.h>

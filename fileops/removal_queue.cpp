@@ -13,7 +13,7 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-// A whole batch.
+// A batch is complete when it reaches any of these.
 constexpr std::int64_t BATCH_BYTES = std::int64_t{64} << 20;
 constexpr std::size_t BATCH_REMOVALS = 4096;
 constexpr std::size_t BATCH_DIRECTORIES = 256;

@@ -1,6 +1,6 @@
-// What a combined copy has copied and not removed yet. A source is removed only after its copy was written to its disk;
-// writing each file would take sixty times as long, so removals gather and are carried out in their order, a batch at a
-// time. The space that source and copy take together is bounded by the batch. One thread.
+// The sources that a combined copy still has to remove. A source may be removed only after its copy was flushed to
+// disk. Flushing each file would take sixty times as long, so removals are queued and carried out in order, one batch
+// per flush. The size of a batch also limits how much space sources and copies take together. Used by one thread.
 #pragma once
 
 #include <cstdint>
@@ -31,15 +31,15 @@ public:
     RemovalQueue(std::string source, std::string destination, const Report& where)
         : top(std::move(source)), target(std::move(destination)), report(where) {}
 
-    /// Notes that a file was copied to an open directory, or is this open file.
+    /// Notes that a file was copied. @param destination  the open directory that received it, or the open copy itself
     void NoteCopied(const UniqueFd& destination, dev_t device, std::int64_t bytes);
     /// Queues a source file, copied or not. @param directory  null for the path of the request
     void AddFile(const QueuedHandle& directory, const char* name);
-    /// Queues a source directory, with everything that is still in it by then.
+    /// Queues a source directory. Everything that it still holds when its turn comes is removed with it.
     void AddDirectory(const QueuedHandle& directory);
-    /// Carries out what is queued if that is a whole batch. @return as Run()
+    /// Runs the queue if it holds a whole batch. @return as Run()
     int RunIfFull();
-    /// Writes what was copied to its disk, then removes what is queued. If it cannot be written, everything stays.
+    /// Flushes the copies to disk, then removes the queued sources. If a flush fails, no source is removed.
     /// @return 0 or the error number of a failed flush
     int Run();
 
@@ -49,8 +49,8 @@ public:
 
 private:
     struct Removal {
-        QueuedHandle directory;  ///< that holds the file, or that is removed itself
-        std::string name;        ///< of the file; empty for a directory
+        QueuedHandle directory;  ///< holds the file, or is to be removed itself
+        std::string name;        ///< the file's; empty if the directory itself is to be removed
     };
     struct Target {
         dev_t device;
@@ -62,7 +62,7 @@ private:
     int RemoveDirectory(QueuedDirectory& directory);
     [[nodiscard]] std::string PathOf(const QueuedDirectory* directory) const;
 
-    const std::string top;  ///< copies: the walk's own text is that of the current entry
+    const std::string top;  ///< copied, because the walk extends its own text to the current entry
     const std::string target;
     const Report& report;
     SourceWatch watch;

@@ -15,7 +15,7 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-/// @param below  the result for what the directory held
+/// @param below  the result of removing the directory's contents
 [[gnu::noinline]] int DoRmDir(const Entry& entry, int below, const Report& report) {
     if (unlinkat(entry.dirFd, entry.name, AT_REMOVEDIR) == 0) {
         return below;
@@ -52,7 +52,7 @@ int TryRemoveEntry(const Entry& entry, const Report& report) {
     return DoRmDir(entry, result, report);
 }
 
-/// What is gone already needs no removing.
+/// An entry that does not exist any more counts as removed.
 int UnlinkIfThere(const Entry& entry, int flags) {
     return unlinkat(entry.dirFd, entry.name, flags) == 0 || errno == ENOENT ? 0 : errno;
 }
@@ -78,7 +78,7 @@ int UnlinkChild(const Entry& entry, RemovalGuard* guard) {
     return error == ENOENT ? 0 : error;
 }
 
-/// Whether an open directory must not be entered. @return 0 or an error number
+/// Checks that an open directory may be emptied. @return 0 or an error number
 [[gnu::noinline]] int CheckDirectory(const DirectoryStream& stream, const RemovalGuard* guard) {
     struct stat now {};
     if (guard == nullptr) {

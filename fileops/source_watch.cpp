@@ -9,7 +9,7 @@ bool IsSameTime(const timespec& one, const timespec& other) {
 
 }  // namespace
 
-// The clock that inodes get their times from.
+// Inodes get their times from this clock.
 SourceWatch::SourceWatch() {
     clock_gettime(CLOCK_REALTIME_COARSE, &start);
 }
@@ -43,7 +43,7 @@ bool SourceWatch::HasChanged(const struct stat& now) const {
            !(seen.isUnlinked ? IsSameTime(now.st_mtim, seen.modified) : IsSameTime(now.st_ctim, seen.changed));
 }
 
-/// A file system that keeps whole seconds shows the beginning of the second in which the change was made.
+/// Some file systems store whole seconds, so a change appears to be made at the beginning of its second.
 bool SourceWatch::IsRecent(const timespec& changed) const {
     return changed.tv_sec > start.tv_sec ||
            (changed.tv_sec == start.tv_sec && (changed.tv_nsec == 0 || changed.tv_nsec >= start.tv_nsec));

@@ -1,9 +1,9 @@
-// Whether an object of a source has changed since it was copied. An owner may go on writing while a move or a combined
-// copy runs; what he wrote after his file was copied must not be removed.
+// Detects changes to a source that was already copied. The owner of a tree may go on writing while a move or a combined
+// copy runs. What is written to a file after it was copied must not be removed.
 //
-// Every change shows in an object's ctime, so one that is older than the copy tells that nothing has changed, and needs
-// no memory. Only objects that had changed just before they were copied are remembered, and directories that were read.
-// Belongs to one request, so to one thread.
+// Every change updates an object's ctime. If that is older than the copy, the object has not changed, so nothing about
+// it has to be remembered. Only two kinds are remembered: objects that had changed just before they were copied, and
+// directories that were read. Belongs to one request, so to one thread.
 #pragma once
 
 #include <sys/stat.h>
@@ -19,13 +19,13 @@ class SourceWatch {
 public:
     SourceWatch();
 
-    /// Notes an object, as it is when its copy begins or when it is left out.
+    /// Notes the state of an object when its copy begins, or when the copy skips it.
     void Note(const struct stat& st);
-    /// Notes that one of several names of an unchanged object is removed, which changes its ctime.
+    /// Notes that an unchanged object is about to lose one of several names, which changes its ctime.
     void NoteUnlink(const struct stat& st);
 
-    /// Whether an object has changed since it was noted. One that was added since counts as changed. A directory that
-    /// was noted does not count: its entries are looked at one by one.
+    /// Whether an object has changed since it was noted. An object that was added later counts as changed. A directory
+    /// that was noted never does, because its entries are checked one by one.
     [[nodiscard]] bool HasChanged(const struct stat& now) const;
 
 private:
@@ -34,7 +34,7 @@ private:
         timespec changed;   ///< st_ctim
         timespec modified;  ///< st_mtim
         off_t size;
-        bool isUnlinked;  ///< by one of its names: only `modified` and `size` count
+        bool isUnlinked;  ///< it lost a name, so compare only `modified` and `size`
     };
     [[nodiscard]] bool IsRecent(const timespec& changed) const;
 
