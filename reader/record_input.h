@@ -53,11 +53,11 @@ public:
     /// @param err  set if reading failed
     Progress ReadOn(ReadResult& result, int& err);
 
-    /// Adds what was kept. Call it when the file will not grow any more.
+    /// Adds the record that was kept, as far as it was written. Call it when the file will not grow any more.
     void Finish(ReadResult& result);
 
-    /// For a file that is being written, after its end was reached: adds what was kept if nothing followed it for a
-    /// few calls, and starts again if the file was truncated.
+    /// For a file that is being written, after its end was reached. If the incomplete record has not grown for a few
+    /// calls, it is added as it is. If the file was truncated, reading starts again.
     void Poll(ReadResult& result);
 
     /// Closes the file until the next ReadOn, so that more files can be read in turn than there are descriptors. Call

@@ -10,7 +10,7 @@
 namespace TAVO::FileMigrateOrvane::Reader {
 namespace {
 
-/// How many possible ends of a line are tried: for a record, and for the mere question whether one begins there.
+/// How many possible ends of a line are tried to read a record, and to find out whether a record begins at a position.
 constexpr int MOST_LINES = 32;
 constexpr int MOST_LINES_INSIDE = 4;
 constexpr std::size_t PER_LINE = 16;

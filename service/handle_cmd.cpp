@@ -60,7 +60,7 @@ static_assert(IsCommandTableComplete(), "every command needs its entry, at the i
 
 constexpr std::int32_t MAX_RECURSE_OPT = 2;
 
-/// Bytes of result strings from which on their memory is returned to the system.
+/// If the result strings have more bytes than this, their memory is returned to the system.
 constexpr std::size_t LARGE_REPLY = std::size_t{1} << 20;
 
 void Refuse(const std::string& type, const std::string& field, const std::string& value) {
@@ -116,8 +116,8 @@ bool IsRecvMsgValid(const FileMigrateRcvMsg& msg) {
     return true;
 }
 
-/// Runs the command and writes the reply. A request that runs out of memory is answered with ENOMEM; nothing of its
-/// reply has been sent by then.
+/// Runs the command and writes the reply. A request that runs out of memory is answered with ENOMEM. Memory is not
+/// allocated after the first part of a reply was sent.
 void Answer(int fd, const FileMigrateRcvMsg& msg) {
     extraInfo info{};
     try {
@@ -125,7 +125,7 @@ void Answer(int fd, const FileMigrateRcvMsg& msg) {
         SendResMsg(fd, result, info);
         if (info.strs.Joined().size() > LARGE_REPLY) {
             info.strs = {};
-            malloc_trim(0);  // returns the memory to the system, which each worker's heap would keep
+            malloc_trim(0);  // each worker's heap would keep the memory
         }
     } catch (const std::bad_alloc&) {
         LogError("out of memory, cmd: %{public}d, fd: %{public}d", msg.cmd, fd);

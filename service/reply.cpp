@@ -29,8 +29,8 @@ class Sender {
 public:
     explicit Sender(int connection) : fd(connection) {}
 
-    /// Sends a record, which a local stream socket takes as a whole or not at all. A signal or a stop of the process
-    /// does not end it.
+    /// Sends a record, which a local stream socket takes as a whole or not at all. It goes on after a signal or after
+    /// the process was stopped.
     /// @return as from send(): -1 with EAGAIN if the client did not read in time
     int Send(const void* record, std::size_t size) {
         Clock::duration left = std::min<Clock::duration>(
