@@ -113,7 +113,7 @@ TEST(RecordParserTest, ReadsWhatTheDaemonWrites) {
     RecordMoveErr(src, dst, 1, RECORD_KIND_AB);
     RecordChownErr(dst, 0, 4294967295, 1, RECORD_KIND_AB);
     RecordHandleCmdErr("INVALID_MODE", "perm", "-,;times:1;", RECORD_KIND_AB);
-    const ParsedRecords parsed = ParseRecords(ReadFile(AB_FILE), Input::Whole);
+    const ParsedRecords parsed = ParseRecords(ReadFile(RECORD_FILE_AB), Input::Whole);
     EXPECT_EQ(Digest(parsed), "MOVE " + src + ">" + dst + "/13 CHOWN " + dst + ">/4 INVALID_MODE >perm/0");
     EXPECT_EQ(std::get<AttributeSnapshot>(parsed.records[0].snapshots[1]).value, value);
 }

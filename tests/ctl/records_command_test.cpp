@@ -111,16 +111,16 @@ TEST_F(RecordsCommand, EscapesAllBytesOfRecords) {
 
 TEST_F(RecordsCommand, ReadsAllFilesInOrderOfTime) {
     EXPECT_NE(RunTool("records").err.find("there are no records"), std::string::npos);
-    const std::string rotated = std::regex_replace(AB_FILE, std::regex("\\.txt"), "_2026112110153");
-    Append(BI_FILE_OLD, Line("ISDIR", "/data/n3", 2, "101533"));
-    Append(BI_FILE, Line("ISDIR", "/data/n1", 2, "101531") + Line("ISDIR", "/data/n4", 2, "101530"));
+    const std::string rotated = std::regex_replace(RECORD_FILE_AB, std::regex("\\.txt"), "_2026112110153");
+    Append(RECORD_FILE_UPDATE, Line("ISDIR", "/data/n3", 2, "101533"));
+    Append(RECORD_FILE_ZELTO, Line("ISDIR", "/data/n1", 2, "101531") + Line("ISDIR", "/data/n4", 2, "101530"));
     Append(rotated + "2.txt", Line("ISDIR", "/data/n2", 2, "101532"));
     Append(rotated + "1.txt", Line("ISDIR", "/data/n0", 2, "101530"));
-    Append(AB_FILE, Line("ISDIR", "/data/n5", 13, "101534"));
+    Append(RECORD_FILE_AB, Line("ISDIR", "/data/n5", 13, "101534"));
     EXPECT_EQ(Numbers(RunTool("records").out), "0 1 4 2 3 5 ");
     const Finished summary = RunTool("records --summary");
     EXPECT_TRUE(std::regex_search(summary.out, std::regex(" 5 .* ENOENT +[^\n]*\n +1 .* EACCES"))) << summary.out;
-    std::filesystem::permissions(AB_FILE, std::filesystem::perms::none);
+    std::filesystem::permissions(RECORD_FILE_AB, std::filesystem::perms::none);
     const Finished other = RunTool("records", WITHOUT_PRIVILEGE);
     EXPECT_EQ(Numbers(other.out), "0 1 4 2 3 ");
     EXPECT_TRUE(other.status == 1 && other.err.find("run this as root") != other.err.npos) << other.err;
@@ -155,14 +155,14 @@ TEST_F(RecordsCommand, FailureWithCauseAndDump) {
     EXPECT_TRUE(std::regex_search(RunTool("records -v").out, std::regex("likely cause: .*immutable")));
     const std::string time = json::parse(RunTool("records --json").out)["time"];
     const std::string name = "MOVE@" + std::regex_replace(time, std::regex("[-T:]"), "");
-    Append(KMSG_DIR + ("/" + name), "denied \x1b[2J\n");
+    Append(DUMP_DIRECTORY + ("/" + name), "denied \x1b[2J\n");
     EXPECT_NE(RunTool("dumps").out.find(" EPERM  rename  " + tree->Path("a")), std::string::npos);
     EXPECT_NE(RunTool("dumps " + name).out.find("denied \\x1b[2J\n"), std::string::npos);
     EXPECT_EQ(json::parse(RunTool("dumps --json " + name).out)["record"]["src"], tree->Path("a"));
     EXPECT_EQ(json::parse(RunTool("dumps --json MOVE").out)["error"], "ENOENT");
-    Append(KMSG_DIR + std::string("/COPY@20261121101530"), "");
+    Append(DUMP_DIRECTORY + std::string("/COPY@20261121101530"), "");
     EXPECT_NE(RunTool("dumps COPY@20261121101530").err.find(": empty: "), std::string::npos);
-    std::filesystem::permissions(AB_FILE, std::filesystem::perms::none);
+    std::filesystem::permissions(RECORD_FILE_AB, std::filesystem::perms::none);
     const Finished other = RunTool("dumps", WITHOUT_PRIVILEGE);
     EXPECT_TRUE(other.status == 1 && other.out.find("  unknown record\n") != other.out.npos) << other.out;
     EXPECT_NE(RunTool("dumps MOVE").err.find("the dumps are:\n  COPY@20261121101530\n  " + name), std::string::npos);

@@ -121,9 +121,9 @@ protected:
     /// A line "TYPE,field:value,..." for each record, then "dump TYPE" for each kernel-log dump. Empty fields are left
     /// out, and so are the request's source and the reply's error number.
     [[nodiscard]] std::string Recorded(const std::string& src, const std::string& errCode) const {
-        return *Shell(std::string("exec 2>/dev/null; grep -ao 'type:[^;]*,times:' ") + AB_FILE +
+        return *Shell(std::string("exec 2>/dev/null; grep -ao 'type:[^;]*,times:' ") + RECORD_FILE_AB +
                       " | sed -E 's/type://; s|,src:" + src + ",|,|; s/,errno:" + errCode + ",/,/; s/,times://; :a; " +
-                      "s/,(dst|user|group|perm|recurseOpt):(,|$)/\\2/; ta'; ls " + KMSG_DIR +
+                      "s/,(dst|user|group|perm|recurseOpt):(,|$)/\\2/; ta'; ls " + DUMP_DIRECTORY +
                       " | sed 's/\\W.*//; s/^/dump /'");
     }
 

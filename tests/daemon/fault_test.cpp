@@ -77,7 +77,7 @@ protected:
     /// "crashed"
     std::string Outcome(const Way& way, const std::string& expression) {
         MakeTrees();
-        std::ofstream(AB_FILE) << std::string(260 * 1024, ' ');  // the first record rotates it
+        std::ofstream(RECORD_FILE_AB) << std::string(260 * 1024, ' ');  // the first record rotates it
         const FileMigrateRcvMsg request = Request{way.cmd, Path(way.src), Path(way.dst), "0", "1000", "0750"}.Wire();
         const auto log = [this, before = daemon->Log().size()] { return daemon->Log().substr(before); };
         const pid_t strace = Trace(daemon->Pid(), expression);
@@ -107,7 +107,7 @@ protected:
             return isSuccess ? "untrue" : "lost";
         }
         static const std::regex logged(R"(update/migrate/[^\n]* failed|errno: \d+, eventfd|err, ret: -1|dropped)");
-        const std::string record = fs::exists(AB_FILE) ? ReadFile(AB_FILE) : "";
+        const std::string record = fs::exists(RECORD_FILE_AB) ? ReadFile(RECORD_FILE_AB) : "";
         const bool isReported = record.find("type:") != record.npos || std::regex_search(log(), logged);
         return isSuccess ? "ok-succeeded" : isReported ? "ok-failed" : "unreported";
     }
@@ -167,7 +167,7 @@ TEST_F(FaultTest, FullDiskFailsTheRequestAndKeepsTheSource) {
     Start();
     for (const Command cmd : {CopyAll, MoveAll, CopyComb, IsDir}) {
         MakeTrees();
-        const std::string small = cmd == IsDir ? fs::path(AB_FILE).parent_path().string() : tree->Dir("sub");
+        const std::string small = cmd == IsDir ? fs::path(RECORD_FILE_AB).parent_path().string() : tree->Dir("sub");
         if (mount("small", small.c_str(), "tmpfs", 0, "size=64k") != 0) {
             GTEST_SKIP() << "needs privilege: a mount";
         }
@@ -176,7 +176,7 @@ TEST_F(FaultTest, FullDiskFailsTheRequestAndKeepsTheSource) {
         const Reply reply = RawClient().Call({cmd, Path(cmd == IsDir ? "@missing" : "@src"), dst, "0", "0", "0700"});
         EXPECT_TRUE(reply.result == -1 && reply.errCode == (cmd == IsDir ? ENOENT : ENOSPC)) << reply.errCode;
         EXPECT_EQ(HasFiles("@src"), cmd != CopyComb);
-        EXPECT_TRUE(cmd == IsDir || ReadFile(AB_FILE).find("errno:28,") != std::string::npos);
+        EXPECT_TRUE(cmd == IsDir || ReadFile(RECORD_FILE_AB).find("errno:28,") != std::string::npos);
         umount2(small.c_str(), MNT_DETACH);
     }
     EXPECT_TRUE(daemon->WaitForLog("file_migrate_ab.txt failed, errno: 28."));
@@ -197,7 +197,7 @@ TEST_F(FaultTest, UnreadableDirectoriesStayAndAreRecorded) {
         ASSERT_TRUE(chmod(Path("@src/d").c_str(), 0) == 0 && chown(Path("@src/d").c_str(), 1000, 1000) == 0);
         const Reply reply = RawClient().Call({way.cmd, Path(way.src), Path(way.dst), "0", "0", "0700"});
         EXPECT_TRUE(reply.result == -1 && reply.errCode == EACCES) << record << reply.errCode;
-        EXPECT_TRUE(HasFiles("@src") && ReadFile(AB_FILE).starts_with(record)) << record;
+        EXPECT_TRUE(HasFiles("@src") && ReadFile(RECORD_FILE_AB).starts_with(record)) << record;
         EXPECT_TRUE(*way.arrived == '\0' || fs::exists(Path(way.arrived) + "/other")) << "the rest was not copied";
     }
 }
@@ -216,7 +216,7 @@ TEST_F(FaultTest, DirectoriesThatCannotBeReadToTheirEndAreFailures) {
         Start({{}, {"strace", "-fqqo/dev/null", "-P", Path("@src/d"), "-einject=getdents64:error=EIO"}});
         const Reply reply = RawClient().Call({way.cmd, Path(way.src), Path(way.dst), "0", "0", "0700", 2});
         EXPECT_TRUE(reply.result == -1) << record << reply.errCode;
-        EXPECT_TRUE(HasFiles(way.arrived) && ReadFile(AB_FILE).find(record) != std::string::npos) << record;
+        EXPECT_TRUE(HasFiles(way.arrived) && ReadFile(RECORD_FILE_AB).find(record) != std::string::npos) << record;
     }
 }
 

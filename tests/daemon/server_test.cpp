@@ -35,7 +35,7 @@ protected:
 
     /// Sends requests that are not answered until Release(): their record goes into a pipe that nobody reads.
     Clients Hold(std::size_t count) {
-        EXPECT_EQ(mkfifo(AB_FILE, 0600), 0);
+        EXPECT_EQ(mkfifo(RECORD_FILE_AB, 0600), 0);
         Clients clients(count);
         SendAll(clients, IsMissingADirectory());
         EXPECT_TRUE(Await("HandleCmd", std::min<std::size_t>(count, 4)) && Await("AddThreadTask", count));
@@ -43,9 +43,9 @@ protected:
     }
 
     void Release() {
-        if (std::filesystem::is_fifo(AB_FILE)) {
-            recordReader = UniqueFd(open(AB_FILE, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-            unlink(AB_FILE);
+        if (std::filesystem::is_fifo(RECORD_FILE_AB)) {
+            recordReader = UniqueFd(open(RECORD_FILE_AB, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+            unlink(RECORD_FILE_AB);
         }
     }
 

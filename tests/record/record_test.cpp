@@ -85,7 +85,8 @@ TEST_F(RecordTest, ComposersWriteTheirSnapshotsInOrderAndThenTheDump) {
         row.record(RECORD_KIND_NONE);
         EXPECT_TRUE(Records().empty() && KernelLogDumps().empty()) << "kind 0 is to write nothing";
         row.record(RECORD_KIND_AB);
-        EXPECT_EQ(std::regex_replace(ReadFile(AB_FILE), std::regex(",times:[0-9]{14};"), ";"), "type:" + row.text);
+        EXPECT_EQ(std::regex_replace(ReadFile(RECORD_FILE_AB), std::regex(",times:[0-9]{14};"), ";"),
+                  "type:" + row.text);
         EXPECT_EQ(KernelLogDumps().size(), row.dump.empty() ? 0U : 1U) << row.text;
         EXPECT_EQ(KernelLogDumps(row.dump).size(), row.dump.empty() ? 0U : 1U) << row.text;
     }
@@ -95,20 +96,20 @@ TEST_F(RecordTest, KindChoosesTheFile) {
     for (const int kind : {1, 2, 3, 0, 4, -1}) {
         WriteRecordErrToFile("type:" + std::to_string(kind) + ";", kind);
     }
-    EXPECT_EQ(Records(BI_FILE_OLD), Strings{"type:1;"});
-    EXPECT_EQ(Records(BI_FILE), Strings{"type:2;"});
-    EXPECT_EQ(Records(AB_FILE), Strings{"type:3;"});
-    EXPECT_EQ(Lstat(AB_FILE).st_mode & 07777, 0644U);
+    EXPECT_EQ(Records(RECORD_FILE_UPDATE), Strings{"type:1;"});
+    EXPECT_EQ(Records(RECORD_FILE_ZELTO), Strings{"type:2;"});
+    EXPECT_EQ(Records(RECORD_FILE_AB), Strings{"type:3;"});
+    EXPECT_EQ(Lstat(RECORD_FILE_AB).st_mode & 07777, 0644U);
 }
 
 TEST_F(RecordTest, RotatesAt256KBAndDropsTheRecordWhenThatFails) {
-    ASSERT_TRUE(WriteStringToFile(AB_FILE, std::string(252 * 1024, 'x'), SEEK_END));
-    ASSERT_EQ(Lstat(AB_FILE).st_blocks, 252 * 2) << "the figures below need this allocation";
+    ASSERT_TRUE(WriteStringToFile(RECORD_FILE_AB, std::string(252 * 1024, 'x'), SEEK_END));
+    ASSERT_EQ(Lstat(RECORD_FILE_AB).st_blocks, 252 * 2) << "the figures below need this allocation";
     WriteRecordErrToFile(std::string(4 * 1024 - 1, 'a'), RECORD_KIND_AB);  // 252 + 3 KB
     EXPECT_TRUE(RotatedFiles().empty());
     {
         ScratchTree guard;
-        guard.MakeImmutable(AB_FILE);
+        guard.MakeImmutable(RECORD_FILE_AB);
         WriteRecordErrToFile("type:DROPPED;", RECORD_KIND_AB);
     }
     EXPECT_TRUE(RotatedFiles().empty());
@@ -116,12 +117,12 @@ TEST_F(RecordTest, RotatesAt256KBAndDropsTheRecordWhenThatFails) {
     ASSERT_EQ(RotatedFiles().size(), 1U);
     EXPECT_TRUE(std::regex_search(RotatedFiles().front(), std::regex("/file_migrate_ab_[0-9]{14}\\.txt$")));
     EXPECT_EQ(ReadFile(RotatedFiles().front()).size(), 256U * 1024 - 1);
-    EXPECT_EQ(ReadFile(AB_FILE), "type:FRESH;");
+    EXPECT_EQ(ReadFile(RECORD_FILE_AB), "type:FRESH;");
 }
 
 TEST_F(RecordTest, RotationsWithinASecondReplaceNoFile) {
     for (const std::string content : {"first", "second", "third"}) {
-        ASSERT_TRUE(WriteStringToFile(AB_FILE, content + std::string(256 * 1024, 'x'), SEEK_SET));
+        ASSERT_TRUE(WriteStringToFile(RECORD_FILE_AB, content + std::string(256 * 1024, 'x'), SEEK_SET));
         WriteRecordErrToFile("type:LAST;", RECORD_KIND_AB);
     }
     std::string order;
@@ -129,7 +130,7 @@ TEST_F(RecordTest, RotationsWithinASecondReplaceNoFile) {
         order += ReadFile(file).substr(0, 6) + " ";
     }
     EXPECT_EQ(order, "firstx second thirdx ");
-    EXPECT_EQ(ReadFile(AB_FILE), "type:LAST;");
+    EXPECT_EQ(ReadFile(RECORD_FILE_AB), "type:LAST;");
 }
 
 TEST(SnapshotTest, AttributesInOrderAndAnUnreadableOneRepeatsTheEntryBefore) {

@@ -52,7 +52,7 @@ protected:
         if (!HasFailure() || !tree) {
             return;
         }
-        for (const char* file : {BI_FILE_OLD, BI_FILE, AB_FILE}) {
+        for (const char* file : RECORD_FILES) {
             for (const std::string& record : Records(file)) {
                 GTEST_LOG_(INFO) << file << ": " << record;
             }

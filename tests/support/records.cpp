@@ -25,7 +25,7 @@ std::vector<std::string> FilesWithPrefix(const fs::path& prefix) {
 }  // namespace
 
 void ClearRecords() {
-    for (const char* file : {BI_FILE_OLD, AB_FILE}) {
+    for (const char* file : RECORD_FILES) {
         const fs::path directory = fs::path(file).parent_path();
         fs::create_directories(directory);
         for (const auto& entry : fs::directory_iterator(directory)) {
@@ -46,11 +46,12 @@ std::vector<std::string> Records(const std::string& file) {
 }
 
 std::vector<std::string> RotatedFiles() {
-    return FilesWithPrefix("/data/zelto/update/migrate/file_migrate_ab_");
+    const fs::path file(RECORD_FILE_AB);
+    return FilesWithPrefix(file.parent_path() / (file.stem().native() + ROTATION_SEPARATOR));
 }
 
 std::vector<std::string> KernelLogDumps(const std::string& type) {
-    return FilesWithPrefix(std::string(KMSG_DIR) + "/" + (type.empty() ? "" : type + "@"));
+    return FilesWithPrefix(fs::path(DUMP_DIRECTORY) / (type.empty() ? "" : type + DUMP_SEPARATOR));
 }
 
 }  // namespace TAVO::FileMigrateOrvane::Testing

@@ -5,18 +5,15 @@
 #include <string>
 #include <vector>
 
-namespace TAVO::FileMigrateOrvane::Testing {
+#include "record_format.h"
 
-inline constexpr const char* BI_FILE_OLD = "/data/update/migrate/file_migrate_bi.txt";
-inline constexpr const char* BI_FILE = "/data/zelto/update/migrate/file_migrate_bi.txt";
-inline constexpr const char* AB_FILE = "/data/zelto/update/migrate/file_migrate_ab.txt";
-inline constexpr const char* KMSG_DIR = "/data/zelto/update/migrate/file_migrate_fail_kmsg";
+namespace TAVO::FileMigrateOrvane::Testing {
 
 /// Empties the record directories. Creates them if they are missing, because the daemon does not.
 void ClearRecords();
 
 /// The records of a file in order, each from its "type:" to its last ";". A missing file has no records.
-std::vector<std::string> Records(const std::string& file = AB_FILE);
+std::vector<std::string> Records(const std::string& file = RECORD_FILE_AB);
 
 /// Absolute paths of the rotated record files, oldest first.
 std::vector<std::string> RotatedFiles();
