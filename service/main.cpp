@@ -1,11 +1,14 @@
-// file_migrate_orvane does file-system work for an operating-system upgrade. It has no command line, no configuration
-// and no environment variables of its own. Its exit status is always 0.
+// file_migrate_orvane does file-system work for an operating-system upgrade. It takes no arguments but --version, and
+// no configuration. Its exit status is 0, or 2 after any other argument.
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <span>
 
 #include "socket_server.h"
 
@@ -37,10 +40,24 @@ void FillStandardDescriptors() {
     }
 }
 
+/// Prints the version. Refuses any other argument, because a daemon that `--help` or a misspelled option starts would
+/// surprise whoever typed it.
+/// @return the exit status
+int AnswerArguments(std::span<char*> arguments) {
+    if (arguments.size() == 1 && std::strcmp(arguments[0], "--version") == 0) {
+        return std::puts("file_migrate_orvane " DAEMON_VERSION) < 0 ? 1 : 0;
+    }
+    (void)std::fputs("usage: file_migrate_orvane [--version]\n", stderr);
+    return 2;
+}
+
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
     FillStandardDescriptors();
+    if (argc > 1) {
+        return AnswerArguments({argv + 1, static_cast<std::size_t>(argc - 1)});
+    }
     // A send to a client that has hung up must fail instead of ending the daemon.
     (void)std::signal(SIGPIPE, SIG_IGN);  // cannot fail for this signal
     // A write above the file-size limit must fail with EFBIG instead of ending the daemon.

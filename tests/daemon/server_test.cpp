@@ -109,6 +109,17 @@ TEST_F(ServerTest, GivesUpWithoutSocketOrWorkers) {
                                     "E [ThreadPoolInit] Failed to create thread."}));
 }
 
+TEST_F(ServerTest, RefusesArguments) {
+    for (const auto& [arguments, status, output] : {std::tuple{"--version", 0, "^file_migrate_orvane [0-9.]+\n$"},
+                                                    {"--help", 2, "^usage: .*\n$"},
+                                                    {"--version x", 2, "^usage: .*\n$"},
+                                                    {"''", 2, "^usage: .*\n$"}}) {
+        Start({{}, {"sh", "-c", std::string("exec \"$0\" ") + arguments + " >&2"}, false});
+        EXPECT_EQ(daemon->WaitExit(), W_EXITCODE(status, 0)) << arguments;
+        EXPECT_TRUE(std::regex_match(daemon->Log(), std::regex(output))) << arguments << ": " << daemon->Log();
+    }
+}
+
 TEST_F(ServerTest, TakesTheSocketOfInitAndKeepsTheNameOfItsThreads) {
     sockaddr_un address{AF_UNIX, {}};
     tree->Path("socket").copy(address.sun_path, sizeof(address.sun_path) - 1);
