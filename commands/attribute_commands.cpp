@@ -21,7 +21,8 @@ std::int32_t ProcessRestoreconCmd(const FileMigrateRcvMsg* msg, extraInfo& info)
 std::int32_t ProcessChOwnCmd(const FileMigrateRcvMsg* msg, extraInfo& info) {
     const Owner owner = DecodeOwner(msg, info);
     if (!owner.IsWhole()) {
-        LogError("transform uid gid %{public}s %{public}s failed", msg->user, msg->group);
+        LogFailure({"DECODE_OWNER", info.errCode, msg->src}, "transform uid gid %{public}s %{public}s failed",
+                   msg->user, msg->group);
         return -1;
     }
     const PathPara para{msg->src, owner.uid, owner.gid, NOT_GIVEN, msg->recurseOpt};
@@ -32,7 +33,8 @@ std::int32_t ProcessChModCmd(const FileMigrateRcvMsg* msg, extraInfo& info) {
     const std::uint32_t mode = ModeOf(msg);
     if (mode == 0) {
         info.errCode = errno;
-        LogError("transform mode %{public}s failed, errno=%{public}d", msg->perm, info.errCode);
+        LogFailure({RecordTypeName("TRANSFORM_MODE"), info.errCode, msg->src},
+                   "transform mode %{public}s failed, errno=%{public}d", msg->perm, info.errCode);
         RecordModErr(RecordTypeName("TRANSFORM_MODE"), msg->perm, info.errCode, RECORD_KIND_AB);
         return -1;
     }

@@ -13,11 +13,11 @@ namespace TAVO::FileMigrateOrvane {
 
 std::int32_t ProcessCopyCombCmd(const FileMigrateRcvMsg* msg, extraInfo& info) {
     if (IsPathExist(msg->src, info.errCode, RECORD_KIND_AB) == 0) {
-        LogError("src %{public}s not exist", msg->src);
+        LogFailure({"SOURCE_ABSENT", ENOENT, msg->src, msg->dst}, "src %{public}s not exist", msg->src);
         return SOURCE_ABSENT;
     }
     if (LacksOwnerOrMode(msg)) {
-        LogError("owner or dac para not provided");
+        LogFailure({RecordTypeName("PARA_EMPTY"), EINVAL, msg->src, msg->dst}, "owner or dac para not provided");
         info.errCode = EINVAL;
         RecordEmptyErr(RecordTypeName("PARA_EMPTY"), msg, EINVAL, RECORD_KIND_AB);
         return -1;
@@ -25,13 +25,15 @@ std::int32_t ProcessCopyCombCmd(const FileMigrateRcvMsg* msg, extraInfo& info) {
     const Owner owner = DecodeOwner(msg, info);
     const std::uint32_t mode = ModeOf(msg);
     if (!owner.IsWhole()) {
-        LogError("decode uid gid failed: %{public}s %{public}s", msg->user, msg->group);
+        LogFailure({"DECODE_OWNER", info.errCode, msg->src, msg->dst}, "decode uid gid failed: %{public}s %{public}s",
+                   msg->user, msg->group);
         return -1;
     }
     if (mode == 0) {
         info.errCode = errno;
         RecordModErr(RecordTypeName("TRANSFORM_MODE"), msg->perm, info.errCode, RECORD_KIND_AB);
-        LogError("transform mode %{public}s failed, errno=%{public}d", msg->perm, info.errCode);
+        LogFailure({RecordTypeName("TRANSFORM_MODE"), info.errCode, msg->src, msg->dst},
+                   "transform mode %{public}s failed, errno=%{public}d", msg->perm, info.errCode);
         return -1;
     }
     const PermPara perm{owner.uid, owner.gid, mode};

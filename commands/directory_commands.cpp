@@ -12,7 +12,8 @@ namespace TAVO::FileMigrateOrvane {
 
 std::int32_t ProcessPrepareDirCmd(const FileMigrateRcvMsg* msg, extraInfo& info) {
     if (LacksOwnerOrMode(msg)) {
-        LogError("dir %{public}s owner or dac para not provided", msg->src);
+        LogFailure({RecordTypeName("PARA_EMPTY"), EINVAL, msg->src}, "dir %{public}s owner or dac para not provided",
+                   msg->src);
         info.errCode = EINVAL;
         RecordEmptyErr(RecordTypeName("PARA_EMPTY"), msg, EINVAL, RECORD_KIND_AB);
         return -1;
@@ -20,13 +21,15 @@ std::int32_t ProcessPrepareDirCmd(const FileMigrateRcvMsg* msg, extraInfo& info)
     const Owner owner = DecodeOwner(msg, info);
     const std::uint32_t mode = ModeOf(msg);
     if (!owner.IsWhole()) {
-        LogError("decode uid gid for %{public}s failed: %{public}s %{public}s", msg->src, msg->user, msg->group);
+        LogFailure({"DECODE_OWNER", info.errCode, msg->src},
+                   "decode uid gid for %{public}s failed: %{public}s %{public}s", msg->src, msg->user, msg->group);
         return -1;
     }
     if (mode == 0) {
         info.errCode = errno;
         RecordModErr(RecordTypeName("TRANSFORM_MODE"), msg->perm, info.errCode, RECORD_KIND_AB);
-        LogError("transform mode failed: %{public}s %{public}s, errno=%{public}d", msg->src, msg->perm, info.errCode);
+        LogFailure({RecordTypeName("TRANSFORM_MODE"), info.errCode, msg->src},
+                   "transform mode failed: %{public}s %{public}s, errno=%{public}d", msg->src, msg->perm, info.errCode);
         return -1;
     }
     const PathPara para{msg->src, owner.uid, owner.gid, mode, msg->recurseOpt};

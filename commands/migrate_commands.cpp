@@ -21,7 +21,8 @@ std::int32_t OpenFailed(const std::string& src, int error, extraInfo& info) {
     if (!isAbsent) {
         RecordNormalErr(RecordTypeName("OPEN_MIGRATESUB"), src, error, RECORD_KIND_AB);
     }
-    LogError({"failed to open dir %{public}s, errno=%{public}d", "ProcessMigrateSubCmd"}, src, error);
+    LogFailure({RecordTypeName("OPEN_MIGRATESUB"), error, src},
+               {"failed to open dir %{public}s, errno=%{public}d", "ProcessMigrateSubCmd"}, src, error);
     return isAbsent ? SOURCE_ABSENT : -1;
 }
 
@@ -48,7 +49,7 @@ std::int32_t ProcessMigrateSubCmd(const FileMigrateRcvMsg* msg, extraInfo& info)
 
 std::int32_t ProcessMigrateAllCmd(const FileMigrateRcvMsg* msg, extraInfo& info) {
     if (IsPathExist(msg->src, info.errCode, RECORD_KIND_NONE) == 0) {
-        LogError("src %{public}s not exist", msg->src);
+        LogFailure({"SOURCE_ABSENT", ENOENT, msg->src, msg->dst}, "src %{public}s not exist", msg->src);
         return SOURCE_ABSENT;
     }
     const auto carry = IsCommand(msg, Command::CopyAll) ? Copy : Move;

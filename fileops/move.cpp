@@ -81,7 +81,7 @@ int MoveByCopy(const CopyPair& top, CopyJob& job) {
     error = error == 0 ? Flush(src, dst, copy, report) : error;
     error = error == 0 ? RemoveSource(top.src, copy.source, job) : error;
     if (error == 0) {
-        LogInfo("MoveByCopy %{public}s to %{public}s suc", src, dst);
+        LogRoutine(LogLevel::Info, "MoveByCopy %{public}s to %{public}s suc", src, dst);
     }
     return error;
 }
@@ -90,7 +90,7 @@ int DoMove(const std::string& src, const std::string& dst, const Report& report)
     if (rename(src.c_str(), dst.c_str()) != 0) {
         return FailRename(src, dst, errno, report);
     }
-    LogInfo("MoveByRename %{public}s to %{public}s suc", src, dst);
+    LogRoutine(LogLevel::Info, "MoveByRename %{public}s to %{public}s suc", src, dst);
     return 0;
 }
 
@@ -99,7 +99,7 @@ int MoveTo(const std::string& src, const std::string& dst, Link topLink, const R
     if (const int error = DoMove(src, dst, report); error != EXDEV) {
         return error;
     }
-    LogError({"rename %{public}s to %{public}s failed EXDEV, use copy", "Move"}, src, dst);
+    LogRoutine(LogLevel::Error, {"rename %{public}s to %{public}s failed EXDEV, use copy", "Move"}, src, dst);
     TopPath from(src);
     TopPath to(dst);
     if (const int error = CheckSlashes(from, to); error != 0) {

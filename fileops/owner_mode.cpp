@@ -168,9 +168,7 @@ int SetModeAndOwner(const UniqueFd& object, const std::string& path, const PermP
 int ChOwn(const PathPara& para, int& err, int recordKind) {
     const auto& [path, uid, gid, mode, recurseOpt] = para;
     if (uid == NOT_GIVEN || gid == NOT_GIVEN) {
-        LogError("Invalid uid:gid");
-        err = EINVAL;
-        return -1;
+        return ResultOf(RefuseOwner(path, {err, recordKind}));
     }
     if (recurseOpt != RECURSE_ALL && recurseOpt != RECURSE_NONE) {
         return ResultOf(RefuseOption(Operation::ChOwn, path, recurseOpt, {err, recordKind}));
@@ -179,17 +177,15 @@ int ChOwn(const PathPara& para, int& err, int recordKind) {
     if (change(path, uid, gid, err, recordKind) != 0) {
         return -1;
     }
-    LogInfo("%{public}s %{public}s %{public}u %{public}u suc", recurseOpt == RECURSE_ALL ? "DoChOwnRecurse" : "DoChOwn",
-            path, uid, gid);
+    LogRoutine(LogLevel::Info, "%{public}s %{public}s %{public}u %{public}u suc",
+               recurseOpt == RECURSE_ALL ? "DoChOwnRecurse" : "DoChOwn", path, uid, gid);
     return 0;
 }
 
 int ChMod(const PathPara& para, int& err, int recordKind) {
     const auto& [path, uid, gid, mode, recurseOpt] = para;
     if (mode == NOT_GIVEN) {
-        LogWarn("invalid mode");
-        err = EINVAL;
-        return -1;
+        return ResultOf(RefuseMode(path, {err, recordKind}));
     }
     if (recurseOpt != RECURSE_ALL && recurseOpt != RECURSE_NONE) {
         return ResultOf(RefuseOption(Operation::ChMod, path, recurseOpt, {err, recordKind}));
@@ -198,8 +194,8 @@ int ChMod(const PathPara& para, int& err, int recordKind) {
     if (change(path, mode, err, recordKind) != 0) {
         return -1;
     }
-    LogInfo("%{public}s %{public}s %{public}o suc", recurseOpt == RECURSE_ALL ? "DoChModRecurse" : "DoChMod", path,
-            mode);
+    LogRoutine(LogLevel::Info, "%{public}s %{public}s %{public}o suc",
+               recurseOpt == RECURSE_ALL ? "DoChModRecurse" : "DoChMod", path, mode);
     return 0;
 }
 

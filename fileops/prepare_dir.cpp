@@ -63,14 +63,13 @@ int PrepareOne(const Entry& directory, const PermPara& perm, Level& level, const
                             : LeaveExisting(directory, perm, probeError, report);
     }
     if (error != 0) {
-        report.err = error;
-        LogError({"DoPrepareDir %{public}s failed: %{public}u, %{public}u, %{public}o", "DoPrepareDir"}, directory.path,
-                 perm.uid, perm.gid, perm.mode);
-    } else if (level.isNew) {
-        LogInfo({"DoPrepareDir %{public}s suc: %{public}u, %{public}u, %{public}o", "DoPrepareDir"}, directory.path,
-                perm.uid, perm.gid, perm.mode);
+        return FailPrepareDir(directory.path, {perm.uid, perm.gid}, perm.mode, error, report);
     }
-    return error;
+    if (level.isNew) {
+        LogRoutine(LogLevel::Info, {"DoPrepareDir %{public}s suc: %{public}u, %{public}u, %{public}o", "DoPrepareDir"},
+                   directory.path, perm.uid, perm.gid, perm.mode);
+    }
+    return 0;
 }
 
 /// Calls `make` with each ancestor written in the path, the outermost first, and then with the path itself; stops at
@@ -117,7 +116,7 @@ int DoMkDir(const Entry& directory, const Report& report) {
 int MkDir(const std::string& path, int recurseOpt, int& err, int recordKind) {
     const Report report{err, recordKind};
     if (IsPathExist(path, err, RECORD_KIND_NONE) == 1) {
-        LogInfo("dir %{public}s already exists", path);
+        LogRoutine(LogLevel::Info, "dir %{public}s already exists", path);
         return 0;
     }
     if (recurseOpt == RECURSE_ALL) {
@@ -127,7 +126,7 @@ int MkDir(const std::string& path, int recurseOpt, int& err, int recordKind) {
         if (ForEachLevel(path, report, make) != 0) {
             return -1;
         }
-        LogInfo("DoMkDirRecurse %{public}s suc", path);
+        LogRoutine(LogLevel::Info, "DoMkDirRecurse %{public}s suc", path);
         return 0;
     }
     if (recurseOpt == RECURSE_NONE) {
@@ -135,7 +134,7 @@ int MkDir(const std::string& path, int recurseOpt, int& err, int recordKind) {
         if (DoMkDir(TopEntry(path, text), report) != 0) {
             return -1;
         }
-        LogInfo("DoMkDir %{public}s suc", path);
+        LogRoutine(LogLevel::Info, "DoMkDir %{public}s suc", path);
         return 0;
     }
     return ResultOf(RefuseOption(Operation::MkDir, path, recurseOpt, report));
@@ -145,7 +144,7 @@ int PrepareDir(const PathPara& para, int& err, int recordKind) {
     const Report report{err, recordKind};
     const PermPara perm{para.uid, para.gid, para.mode};
     if (IsPathExist(para.path, err, recordKind) == 1) {
-        LogInfo("dir %{public}s already exists", para.path);
+        LogRoutine(LogLevel::Info, "dir %{public}s already exists", para.path);
         return 0;
     }
     if (para.recurseOpt == RECURSE_ALL) {

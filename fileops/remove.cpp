@@ -148,7 +148,7 @@ int FinishRemove(int error, const std::string& path, const Report& report) {
     if (error != 0) {
         return Fail(Step::Remove, path, error, report);
     }
-    LogInfo({"Remove %{public}s suc", "Remove"}, path);
+    LogRoutine(LogLevel::Info, {"Remove %{public}s suc", "Remove"}, path);
     return 0;
 }
 

@@ -20,7 +20,7 @@ int RestoreCon(const std::string& path, const int& recurseOpt, int& err, int rec
             (void)Fail(Step::Restorecon, path, errno, {err, recordKind});
             return -1;
         }
-        LogInfo("Restorecon %{public}s suc", path);
+        LogRoutine(LogLevel::Info, "Restorecon %{public}s suc", path);
         return 0;
     }
     if (recurseOpt == RECURSE_ALL) {
@@ -28,7 +28,7 @@ int RestoreCon(const std::string& path, const int& recurseOpt, int& err, int rec
             (void)Fail(Step::RestoreconRecurse, path, errno, {err, recordKind});
             return -1;
         }
-        LogInfo("RestoreconRecurseParallel %{public}s suc", path);
+        LogRoutine(LogLevel::Info, "RestoreconRecurseParallel %{public}s suc", path);
         return 0;
     }
     return ResultOf(RefuseOption(Operation::RestoreCon, path, recurseOpt, {err, recordKind}));
@@ -39,7 +39,7 @@ int RestoreConFromParent(const std::string& path, int& err, int recordKind) {
         (void)FailRestoreconFromParent(path, ret, errno, {err, recordKind});
         return -1;
     }
-    LogInfo("RestoreconFromParentDir %{public}s suc", path);
+    LogRoutine(LogLevel::Info, "RestoreconFromParentDir %{public}s suc", path);
     return 0;
 }
 

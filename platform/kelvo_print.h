@@ -1,7 +1,8 @@
-// The platform log. KelvoPrint writes one line to the journal if standard error is connected to it, otherwise one line
-// to standard error. Any thread may call it. It keeps errno, never waits and never throws. If there is no memory for a
-// long line, it cuts the line. If the log does not take a line at once, the line is lost, and a later line tells how
-// many were lost. A text of PATH_MAX bytes or more is cut to PATH_MAX bytes and ends with "[cut]".
+// The platform log. KelvoPrint writes one line to the journal if standard error is connected to it and the line is for
+// its reader (see LogKind), otherwise one line to standard error. Any thread may call it. It keeps errno, never waits
+// and never throws. If there is no memory for a long line, it cuts the line. If the log does not take a line at once,
+// the line is lost, and a later line tells how many were lost. A text of PATH_MAX bytes or more is cut to PATH_MAX
+// bytes and ends with "[cut]".
 //
 // Formats are checked by the compiler: a conversion that does not match its argument, or a wrong number of arguments,
 // does not build. The "%{public}" marker is the log's own syntax and is removed from the output.
@@ -18,10 +19,40 @@ namespace TAVO::FileMigrateOrvane {
 
 enum class LogLevel : int { Debug = 3, Info = 4, Warn = 5, Error = 6 };
 
-/// The origin and the classification of a line. The journal stores each of these in a field.
+/// For whom a line is. Only the journal makes a difference; standard error gets all lines with the letter of their
+/// level.
+enum class LogKind {
+    Event,    ///< for the operator; the level gives the priority
+    Request,  ///< for the operator: a request that changes something, at priority "notice" whatever its level
+    Routine,  ///< for somebody who debugs the daemon: sent only if asked for, at priority "debug"
+};
+
+/// What failed or was refused. The journal stores these in fields of the line, so that a search for
+/// FAILURE_MESSAGE_ID finds the failures of all operations.
+struct LogFailureFields {
+    const char* operation;  ///< the type of the record of this failure, or the name of the step if it leaves no record
+    int error;
+    std::string_view source{};  ///< empty if there is none, as the destination
+    std::string_view destination{};
+};
+
+/// The catalog in packaging/ explains the messages with this number.
+inline constexpr std::string_view FAILURE_MESSAGE_ID = "71b641936aa142ccbf26d4524c5dc02c";
+
+struct LogMark {
+    // NOLINTNEXTLINE(google-explicit-constructor): most callers give only the level.
+    constexpr LogMark(LogLevel lineLevel, LogKind lineKind = LogKind::Event, const LogFailureFields* fields = nullptr)
+        : level(lineLevel), kind(lineKind), failure(fields) {}
+
+    LogLevel level;
+    LogKind kind;
+    const LogFailureFields* failure;  ///< null for a line that does not report a failure of a request
+};
+
+/// The origin and the classification of a line. The journal stores these in fields.
 struct LogSite {
     int type;
-    LogLevel level;
+    LogMark mark;
     unsigned int domain;
     const char* tag;
     const char* function;
@@ -138,9 +169,9 @@ private:
 /// Writes one line to the platform log.
 /// @param type, domain, tag  the platform's classification of the program
 template <class... Args>
-void KelvoPrint(int type, LogLevel level, unsigned int domain, const char* tag,
+void KelvoPrint(int type, LogMark mark, unsigned int domain, const char* tag,
                 const KelvoFormat<std::type_identity_t<Args>...>& format, const Args&... args) noexcept {
-    Detail::WriteLogLine(LogSite{type, level, domain, tag, format.function, format.line}, format.text, {args...});
+    Detail::WriteLogLine(LogSite{type, mark, domain, tag, format.function, format.line}, format.text, {args...});
 }
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -61,7 +61,7 @@ bool ReadKmsgToFile(const std::string& path) {
         LogError("get kernel log buf size failed, errno=%{public}d", errno);
         return false;
     }
-    LogInfo("kernel log buf curLen=%{public}d", size);
+    LogRoutine(LogLevel::Info, "kernel log buf curLen=%{public}d", size);
     const int length = std::min(size, DUMP_LIMIT);
     const std::unique_ptr<char[]> buffer(new (std::nothrow) char[static_cast<std::size_t>(length) + 1]);
     if (buffer == nullptr) {
@@ -73,11 +73,11 @@ bool ReadKmsgToFile(const std::string& path) {
         LogError("read kernel log buffer failed, errno=%{public}d", errno);
         return false;
     }
-    LogInfo("read kernel log buffer len=%{public}d", count);
+    LogRoutine(LogLevel::Info, "read kernel log buffer len=%{public}d", count);
     if (!WriteMatchingLines({buffer.get(), static_cast<std::size_t>(count)}, path)) {
         return false;
     }
-    LogInfo("filter orig kmsg and write succ");
+    LogRoutine(LogLevel::Info, "filter orig kmsg and write succ");
     return true;
 }
 

@@ -44,6 +44,13 @@ std::string Failed(std::string_view object, std::string_view step) {
     return Concat({object, step, std::to_string(errno), RecordKey::END});
 }
 
+/// Many records are about an object that does not exist or has no inode flags. The record says so, and the operator
+/// need not read it in the journal once more for each part of the record.
+LogMark MarkOf(int error) {
+    const bool isUsual = error == ENOENT || error == ENOTDIR || error == ENOTTY;
+    return {LogLevel::Error, isUsual ? LogKind::Routine : LogKind::Event};
+}
+
 std::string XattrFailure(const std::string& path) {
     return Failed(Concat({RecordKey::XATTR, path}), RecordKey::SNAPSHOT_ERRNO);
 }
@@ -95,7 +102,7 @@ std::string CapabilitySet(std::uint32_t upper, std::uint32_t lower) {
 std::string GetStat(const std::string& path) {
     struct stat st {};
     if (lstat(path.c_str(), &st) != 0) {
-        LogError("lstat %{public}s failed, errno=%{public}d", path, errno);
+        Log(MarkOf(errno), "lstat %{public}s failed, errno=%{public}d", path, errno);
         return Failed(Concat({STAT, path}), SNAPSHOT_ERRNO);
     }
     const std::array values = {std::to_string(st.st_dev),   std::to_string(st.st_ino),  std::to_string(st.st_mode),
@@ -113,7 +120,8 @@ std::string GetStat(const std::string& path) {
 std::string GetXattr(const std::string& path) {
     const ssize_t length = llistxattr(path.c_str(), nullptr, 0);
     if (length < 1) {
-        LogError("%{public}s determine buflen failed, buflen=%{public}ld, errno=%{public}d", path, length, errno);
+        Log(length == 0 ? LogMark(LogLevel::Error, LogKind::Routine) : MarkOf(errno),  // 0: no attributes
+            "%{public}s determine buflen failed, buflen=%{public}ld, errno=%{public}d", path, length, errno);
         return XattrFailure(path);
     }
     const MallocBuffer keys = Allocate(static_cast<std::size_t>(length));
@@ -140,7 +148,7 @@ std::string XattrVal(char* keys, long length, const std::string& path) {
                 return XattrFailure(path);
             }
         } else if (size == 0) {
-            LogInfo("getxattr %{public}s no value", path);
+            LogRoutine(LogLevel::Info, "getxattr %{public}s no value", path);
             entry = Concat({XATTR, path, XATTR_KEY, key, XATTR_NO_VALUE, END});
         }
         // A key whose value cannot be read repeats the entry before it. Of two equal fragments, one may be such a key.
@@ -155,7 +163,7 @@ std::string XattrVal(char* keys, long length, const std::string& path) {
 std::string GetInodeFlag(const std::string& path) {
     char resolved[PATH_MAX];
     if (realpath(path.c_str(), resolved) == nullptr) {
-        LogError("%{public}s is not exist or invalid, errno=%{public}d.", path, errno);
+        Log(MarkOf(errno), "%{public}s is not exist or invalid, errno=%{public}d.", path, errno);
         return Failed(path, FAILED_REALPATH);
     }
     const UniqueFd place(open(resolved, O_PATH | O_CLOEXEC));
@@ -166,7 +174,7 @@ std::string GetInodeFlag(const std::string& path) {
     }
     std::uint32_t flags = 0;
     if (!fd || ioctl(fd.Get(), FS_IOC_GETFLAGS, &flags) < 0) {
-        LogError("Failed to get flag, errno=%{public}d.", errno);
+        Log(MarkOf(errno), "Failed to get flag, errno=%{public}d.", errno);
         return Failed(resolved, FAILED_IOCTL);
     }
     return Concat({resolved, INODE_FLAGS, std::bitset<INODE_FLAG_DIGITS>(flags).to_string(), END});

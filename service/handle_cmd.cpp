@@ -23,29 +23,30 @@ namespace {
 struct TableEntry {
     Command command;
     CommandHandler handler;
+    LogKind kind;  ///< of the line that the log gets for a request
 };
 
 /// Indexed by the command number, which is part of the wire protocol: entries never move.
 constexpr std::array<TableEntry, COMMAND_COUNT> COMMAND_TABLE = {{
-    {Command::IsExist, ProcessIsExistCmd},
-    {Command::IsDir, ProcessIsDirCmd},
-    {Command::ListDir, ProcessListDirCmd},
-    {Command::PrepareDir, ProcessPrepareDirCmd},
-    {Command::MoveSub, ProcessMigrateSubCmd},
-    {Command::MoveAll, ProcessMigrateAllCmd},
-    {Command::CopySub, ProcessMigrateSubCmd},
-    {Command::CopyAll, ProcessMigrateAllCmd},
-    {Command::Remove, ProcessRemoveCmd},
-    {Command::Restorecon, ProcessRestoreconCmd},
-    {Command::RestoreconFromParent, ProcessRestoreconCmd},
-    {Command::TryRemove, ProcessRemoveCmd},
-    {Command::MkDir, ProcessMkDirCmd},
-    {Command::ChOwn, ProcessChOwnCmd},
-    {Command::ChMod, ProcessChModCmd},
-    {Command::ExistedPath, ProcessExistedPathCmd},
-    {Command::UsedSpace, ProcessUsedSpaceCmd},
-    {Command::MaxSize, ProcessMaxSizeCmd},
-    {Command::CopyComb, ProcessCopyCombCmd},
+    {Command::IsExist, ProcessIsExistCmd, LogKind::Routine},
+    {Command::IsDir, ProcessIsDirCmd, LogKind::Routine},
+    {Command::ListDir, ProcessListDirCmd, LogKind::Routine},
+    {Command::PrepareDir, ProcessPrepareDirCmd, LogKind::Request},
+    {Command::MoveSub, ProcessMigrateSubCmd, LogKind::Request},
+    {Command::MoveAll, ProcessMigrateAllCmd, LogKind::Request},
+    {Command::CopySub, ProcessMigrateSubCmd, LogKind::Request},
+    {Command::CopyAll, ProcessMigrateAllCmd, LogKind::Request},
+    {Command::Remove, ProcessRemoveCmd, LogKind::Request},
+    {Command::Restorecon, ProcessRestoreconCmd, LogKind::Request},
+    {Command::RestoreconFromParent, ProcessRestoreconCmd, LogKind::Request},
+    {Command::TryRemove, ProcessRemoveCmd, LogKind::Request},
+    {Command::MkDir, ProcessMkDirCmd, LogKind::Request},
+    {Command::ChOwn, ProcessChOwnCmd, LogKind::Request},
+    {Command::ChMod, ProcessChModCmd, LogKind::Request},
+    {Command::ExistedPath, ProcessExistedPathCmd, LogKind::Routine},
+    {Command::UsedSpace, ProcessUsedSpaceCmd, LogKind::Routine},
+    {Command::MaxSize, ProcessMaxSizeCmd, LogKind::Routine},
+    {Command::CopyComb, ProcessCopyCombCmd, LogKind::Request},
 }};
 
 consteval bool IsCommandTableComplete() {
@@ -86,7 +87,8 @@ bool AreTextsValid(const FileMigrateRcvMsg& msg) {
     };
     for (const auto& field : fields) {
         if (!IsTextValid(field.text, field.width)) {
-            LogError({"Invalid String: %{public}s", "IsRecvMsgValid"}, field.name);
+            LogFailure({RecordTypeName("INVALID_STR"), EINVAL}, {"Invalid String: %{public}s", "IsRecvMsgValid"},
+                       field.name);
             Refuse(RecordTypeName("INVALID_STR"), field.name, "");
             return false;
         }
@@ -99,17 +101,18 @@ bool IsRecvMsgValid(const FileMigrateRcvMsg& msg) {
         return false;
     }
     if (static_cast<std::uint32_t>(msg.cmd) >= COMMAND_COUNT) {
-        LogError("Invalid cmd: %{public}d", msg.cmd);
+        LogFailure({RecordTypeName("INVALID_CMD"), EINVAL, msg.src, msg.dst}, "Invalid cmd: %{public}d", msg.cmd);
         Refuse(RecordTypeName("INVALID_CMD"), "cmd", std::to_string(msg.cmd));
         return false;
     }
     if (std::strchr(msg.perm, '-') != nullptr) {
-        LogError("Invalid perm: %{public}s", msg.perm);
+        LogFailure({RecordTypeName("INVALID_MODE"), EINVAL, msg.src, msg.dst}, "Invalid perm: %{public}s", msg.perm);
         Refuse(RecordTypeName("INVALID_MODE"), "perm", msg.perm);
         return false;
     }
     if (static_cast<std::uint32_t>(msg.recurseOpt) > MAX_RECURSE_OPT) {
-        LogError("Invalid recurseOpt: %{public}d", msg.recurseOpt);
+        LogFailure({RecordTypeName("INVALID_RECURSEOPT"), EINVAL, msg.src, msg.dst}, "Invalid recurseOpt: %{public}d",
+                   msg.recurseOpt);
         Refuse(RecordTypeName("INVALID_RECURSEOPT"), "recurseOpt", std::to_string(msg.recurseOpt));
         return false;
     }
@@ -128,7 +131,8 @@ void Answer(int fd, const FileMigrateRcvMsg& msg) {
             malloc_trim(0);  // each worker's heap would keep the memory
         }
     } catch (const std::bad_alloc&) {
-        LogError("out of memory, cmd: %{public}d, fd: %{public}d", msg.cmd, fd);
+        LogFailure({"HANDLE_CMD", ENOMEM, msg.src, msg.dst}, "out of memory, cmd: %{public}d, fd: %{public}d", msg.cmd,
+                   fd);
         info = {ENOMEM, {}};
         SendResMsg(fd, -1, info);
     }
@@ -138,16 +142,17 @@ void Answer(int fd, const FileMigrateRcvMsg& msg) {
 
 void HandleCmd(const int& fd, const char* recvBuf, const int& recvBufSize) {
     if (recvBuf == nullptr || recvBufSize != static_cast<int>(sizeof(FileMigrateRcvMsg))) {
-        LogError("recvBufSize error: %{public}d, expect: %{public}lu", recvBufSize, sizeof(FileMigrateRcvMsg));
+        LogFailure({RecordTypeName("RECVBUFSIZE"), EINVAL}, "recvBufSize error: %{public}d, expect: %{public}lu",
+                   recvBufSize, sizeof(FileMigrateRcvMsg));
         Refuse(RecordTypeName("RECVBUFSIZE"), "recvbufsize", std::to_string(recvBufSize));
         return;
     }
     const auto* msg = reinterpret_cast<const FileMigrateRcvMsg*>(recvBuf);
     if (!IsRecvMsgValid(*msg)) {
-        LogError("Invalid RecvMsg!");
+        LogRoutine(LogLevel::Error, "Invalid RecvMsg!");  // follows the line that says what is invalid
         return;
     }
-    LogError(
+    Log({LogLevel::Error, COMMAND_TABLE[static_cast<std::size_t>(msg->cmd)].kind},
         "cmd: %{public}d, src: %{public}s, dst: %{public}s, user: %{public}s, group: %{public}s, "
         "recurseOpt: %{public}d, perm: %{public}s, fd: %{public}d",
         msg->cmd, msg->src, msg->dst, msg->user, msg->group, msg->recurseOpt, msg->perm, fd);

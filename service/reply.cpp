@@ -102,16 +102,17 @@ std::vector<std::string_view> PackStrings(const StringList& strs) {
 void SendResMsg(int fd, std::int32_t result, const extraInfo& info) {
     const std::vector<std::string_view> packages = PackStrings(info.strs);
     const auto pkgNum = static_cast<std::int32_t>(packages.size());
-    LogError("result:%{public}d, errCode:%{public}d, pkgNum:%{public}d, fd:%{public}d", result, info.errCode, pkgNum,
-             fd);
+    Log({LogLevel::Error, result < 0 ? LogKind::Event : LogKind::Routine},
+        "result:%{public}d, errCode:%{public}d, pkgNum:%{public}d, fd:%{public}d", result, info.errCode, pkgNum, fd);
     const FileMigrateResMsg msg{result, info.errCode, pkgNum};
     const int sent = Sender(fd).Send(&msg, sizeof(msg));
     if (sent != static_cast<int>(sizeof(msg))) {
-        LogError("write res msg to fd:%{public}d err, ret: %{public}d, errno: %{public}d", fd, sent, errno);
+        LogFailure({"SEND_REPLY", errno}, "write res msg to fd:%{public}d err, ret: %{public}d, errno: %{public}d", fd,
+                   sent, errno);
         EndStream(fd);
         return;
     }
-    LogError("write %{public}d bytes to fd:%{public}d", sent, fd);
+    LogRoutine(LogLevel::Error, "write %{public}d bytes to fd:%{public}d", sent, fd);
     SendStrPkgs(fd, pkgNum, packages);
 }
 
@@ -124,16 +125,18 @@ void SendStrPkgs(int fd, std::int32_t pkgNum, const std::vector<std::string_view
         ++pkg.pkgIndex;
         const int copied = strncpy_s(pkg.data, sizeof(pkg.data), text.data(), text.length());
         if (copied != 0) {
-            LogError("strncpy_s ret:%{public}d", copied);
+            LogFailure({"SEND_REPLY", copied}, "strncpy_s ret:%{public}d", copied);
         }
-        LogError("pkgNum:%{public}d, pkgIndex:%{public}d, fd:%{public}d", pkg.pkgNum, pkg.pkgIndex, fd);
+        LogRoutine(LogLevel::Error, "pkgNum:%{public}d, pkgIndex:%{public}d, fd:%{public}d", pkg.pkgNum, pkg.pkgIndex,
+                   fd);
         const int sent = sender.Send(&pkg, sizeof(pkg));
         if (sent != static_cast<int>(sizeof(pkg))) {
-            LogError("write extra msg to fd:%{public}d err, ret: %{public}d, errno: %{public}d", fd, sent, errno);
+            LogFailure({"SEND_REPLY", errno},
+                       "write extra msg to fd:%{public}d err, ret: %{public}d, errno: %{public}d", fd, sent, errno);
             EndStream(fd);
             return;
         }
-        LogError("write %{public}d bytes to fd:%{public}d", sent, fd);
+        LogRoutine(LogLevel::Error, "write %{public}d bytes to fd:%{public}d", sent, fd);
     }
 }
 

@@ -103,7 +103,7 @@ FileMigrateSocketServer::FileMigrateSocketServer()
 FileMigrateSocketServer::~FileMigrateSocketServer() {
     const std::lock_guard lock(fdMapMutex);
     for (const auto& [fd, refcnt] : fdMap) {
-        LogError("closefd: %{public}d, refcnt: %{public}d", fd, refcnt);
+        LogRoutine(LogLevel::Error, "closefd: %{public}d, refcnt: %{public}d", fd, refcnt);
         close(fd);
     }
 }
@@ -124,7 +124,7 @@ void FileMigrateSocketServer::CreateServer() {
         const int epfd = epoll_create1(EPOLL_CLOEXEC);
         Watch(epfd, EPOLL_CTL_ADD, listenFd, EPOLLIN);
         EpollHandler(epfd, listenFd);
-        LogError("closefd: %{public}d", epfd);
+        LogRoutine(LogLevel::Error, "closefd: %{public}d", epfd);
         close(epfd);
         ReleaseThreadTask(WORKER_COUNT);
     }
@@ -175,7 +175,7 @@ void FileMigrateSocketServer::HandlerEpollin(int epfd, int listenFd, const epoll
     if (fd == listenFd) {
         EpollAccept(epfd, listenFd);
     } else if ((event.events & EPOLLHUP) != 0) {
-        LogError("EPOLLHUP fd: %{public}d", fd);
+        LogRoutine(LogLevel::Error, "EPOLLHUP fd: %{public}d", fd);
         DropConnection(epfd, fd);
     } else if ((event.events & EPOLLIN) != 0 && fd >= 0) {
         AddThreadTask(fd);
@@ -195,7 +195,7 @@ void FileMigrateSocketServer::EpollAccept(int epfd, int listenFd) {
         return;
     }
     const int fd = accepted.Get();
-    LogError("acceptfd: %{public}d", fd);
+    LogRoutine(LogLevel::Error, "acceptfd: %{public}d", fd);
     if (!Watch(epfd, EPOLL_CTL_ADD, fd, EPOLLIN | EPOLLET)) {
         // Without the watch, the loop would never see the client's requests or its hang-up.
         LogError("epoll_ctl failed, connection dropped, fd: %{public}d, errno: %{public}d", fd, errno);
@@ -217,7 +217,7 @@ void FileMigrateSocketServer::AddConnection(UniqueFd accepted) {
         LogError({"%{public}d already in fdMap", "EpollAccept"}, fd);
         return;
     }
-    LogDebug({"insert %{public}d to fdMap", "EpollAccept"}, fd);
+    LogRoutine(LogLevel::Debug, {"insert %{public}d to fdMap", "EpollAccept"}, fd);
 }
 
 bool FileMigrateSocketServer::HasRoomForConnection() {
@@ -247,11 +247,11 @@ bool FileMigrateSocketServer::AddFdRef(int fd) {
     const std::lock_guard lock(fdMapMutex);
     const auto entry = fdMap.find(fd);
     if (entry == fdMap.end()) {
-        LogError("%{public}d not found int fdMap", fd);
+        LogRoutine(LogLevel::Error, "%{public}d not found int fdMap", fd);  // its client has hung up
         return false;
     }
     ++entry->second;
-    LogDebug("fd:%{public}d, refcnt:%{public}d", fd, entry->second);
+    LogRoutine(LogLevel::Debug, "fd:%{public}d, refcnt:%{public}d", fd, entry->second);
     return true;
 }
 
@@ -270,11 +270,11 @@ bool FileMigrateSocketServer::SubFdRef(int fd) {
         // Closed while the lock is held, so that no thread takes a reference on the number in between.
         fdMap.erase(entry);
         close(fd);
-        LogInfo("clear and close fd: %{public}d", fd);
+        LogRoutine(LogLevel::Info, "clear and close fd: %{public}d", fd);
         return true;
     }
     --entry->second;
-    LogDebug("fd:%{public}d, refcnt:%{public}d", fd, entry->second);
+    LogRoutine(LogLevel::Debug, "fd:%{public}d, refcnt:%{public}d", fd, entry->second);
     return true;
 }
 

@@ -57,11 +57,14 @@ private:
 void ServeOneRequest(int fd, FileMigrateRcvMsg& buffer) {
     const auto received = static_cast<int>(recv(fd, &buffer, sizeof(buffer), MSG_DONTWAIT));
     if (received < 0) {
-        LogError({"Readline error, errno: %{public}d, eventfd: %{public}d", "ThreadTaskExecute"}, errno, fd);
+        // Another worker has read the request, or the client has hung up.
+        const bool isStale = errno == EAGAIN || errno == ECONNRESET;
+        Log({LogLevel::Error, isStale ? LogKind::Routine : LogKind::Event},
+            {"Readline error, errno: %{public}d, eventfd: %{public}d", "ThreadTaskExecute"}, errno, fd);
     } else if (received == 0) {
-        LogError({"Readline null, eventfd: %{public}d", "ThreadTaskExecute"}, fd);
+        LogRoutine(LogLevel::Error, {"Readline null, eventfd: %{public}d", "ThreadTaskExecute"}, fd);
     } else {
-        LogDebug({"Handle eventfd: %{public}d", "ThreadTaskExecute"}, fd);
+        LogRoutine(LogLevel::Debug, {"Handle eventfd: %{public}d", "ThreadTaskExecute"}, fd);
         HandleCmd(fd, reinterpret_cast<const char*>(&buffer), received);
     }
 }
@@ -95,7 +98,7 @@ void FileMigrateSocketServer::AddThreadTask(int fd) {
         // Wakes all workers although one would do: before glibc 2.41, pthread_cond_signal could fail to wake any.
         pthread_cond_broadcast(&taskCond);
     }
-    LogError("eventfd: %{public}d", fd);
+    LogRoutine(LogLevel::Error, "eventfd: %{public}d", fd);
 }
 
 int FileMigrateSocketServer::GetThreadTask() {
@@ -108,7 +111,7 @@ int FileMigrateSocketServer::GetThreadTask() {
     }
     const int fd = taskHead->fd;
     taskHead = std::move(taskHead->next);
-    LogError("GetThreadTask eventfd: %{public}d", fd);
+    LogRoutine(LogLevel::Error, "GetThreadTask eventfd: %{public}d", fd);
     return fd;
 }
 
@@ -123,7 +126,7 @@ void* FileMigrateSocketServer::ThreadTaskExecute(void* server) {
             --self.tasksInProgress;
         }
     }
-    LogInfo("Task thread exit");
+    LogRoutine(LogLevel::Info, "Task thread exit");
     return nullptr;
 }
 
@@ -134,7 +137,7 @@ void FileMigrateSocketServer::ServeTask(int fd, FileMigrateRcvMsg& buffer) {
     try {
         ServeOneRequest(fd, buffer);
     } catch (const std::bad_alloc&) {
-        LogError("out of memory, request dropped, eventfd: %{public}d", fd);
+        LogFailure({"HANDLE_CMD", ENOMEM}, "out of memory, request dropped, eventfd: %{public}d", fd);
     }
     SubFdRef(fd);
 }
@@ -148,7 +151,7 @@ void FileMigrateSocketServer::ReleaseThreadTask(int count) {
     for (int i = 0; i < count; ++i) {
         pthread_join(threads[static_cast<std::size_t>(i)], nullptr);
     }
-    LogInfo("ReleaseThreadTask wait taskthread exit.");
+    LogRoutine(LogLevel::Info, "ReleaseThreadTask wait taskthread exit.");
     // Freed one by one, because destroying the chain at its head recurses once for each node.
     while (taskHead != nullptr) {
         taskHead = std::move(taskHead->next);

@@ -197,42 +197,6 @@ TEST_F(ServerTest, LargeRepliesGiveBackTheirMemoryAndAreAnsweredWithoutIt) {
     EXPECT_EQ(client.Call(EXISTING).result, 1);
 }
 
-/// The journal's socket is replaced by one that the test reads, or does not read.
-TEST_F(ServerTest, LogsToTheJournalAndDoesNotWaitForIt) {
-    if (std::getenv("FILE_MIGRATE_SANDBOX") != std::string("private")) {
-        GTEST_SKIP() << "needs privilege: a mount namespace for a journal of its own";
-    }
-    sockaddr_un address{AF_UNIX, {}};
-    (tree->Dir("run/systemd/journal") + "/socket").copy(address.sun_path, sizeof(address.sun_path) - 1);
-    const UniqueFd journal(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    ASSERT_EQ(bind(journal.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-    const auto entries = [&journal] {
-        std::string text(65536, '\0'), all;
-        for (ssize_t n = 0; (n = recv(journal.Get(), text.data(), text.size(), 0)) > 0;) {
-            all += text.substr(0, static_cast<std::size_t>(n));
-        }
-        return all;
-    };
-    Start({{},
-           {"unshare", "-m", "sh", "-c",
-            "mount --bind " + tree->Path("run") +
-                " /run; export JOURNAL_STREAM=$(stat -Lc %d:%i /proc/self/fd/2); exec \"$0\" \"$@\""}});
-    const std::regex first(
-        R"(MESSAGE=\[CreateServer:\d+\] Get socket [^\n]*\nPRIORITY=6\nSYSLOG_IDENTIFIER=FileMigrate)"
-        R"(Orvane\n(LOG_\w+=\d+\n)+CODE_FUNC=CreateServer\nCODE_LINE=\d+\n)");
-    const std::string begin = entries();
-    EXPECT_TRUE(std::regex_search(begin, first)) << begin;
-    EXPECT_EQ(daemon->Log(), "");
-    RawClient client;
-    for (int i = 0; i < 100; ++i) {
-        client.Send(EXISTING);
-        ASSERT_TRUE(client.Receive(Deadline{3000})) << "the request waits for the journal";
-    }
-    const std::string taken = entries();
-    client.Call(EXISTING);
-    EXPECT_TRUE(std::regex_search(taken + entries(), std::regex("[0-9]+ lines are missing here")));
-}
-
 TEST_F(ServerTest, PeerThatLeavesWhileItIsServedIsDroppedOnce) {
     const Strings gone{"refcnt:2", "EPOLLHUP", "refcnt:1", "err, ret: -1, errno: 32", "clear and close"};
     const Strings half{"refcnt:2", "refcnt:3", "Readline null", "refcnt:2", "refcnt:1", "EPOLLHUP", "clear and close"};

@@ -64,10 +64,10 @@ TEST(Log, LineIsOneWriteWithLevelAndPlaceAndCannotBeForged) {
     LogError("open %{public}s failed, errno=%{public}d", forged, 5);
     LogWarn({"%{public}o %{public}u %{public}lu", "Another"}, 493U, 7U, 8UL);
     LogInfo("%{public}s", longPath);
-    LogDebug("done");
+    LogRoutine(LogLevel::Debug, "done");
     close(STDERR_FILENO);
     errno = ENOSPC;
-    LogDebug("lost");
+    LogRoutine(LogLevel::Debug, "lost");
     EXPECT_EQ(errno, ENOSPC) << "kept, also where the line could not be written";
     dup2(saved.Get(), STDERR_FILENO);
     const std::string tag = " FileMigrateOrvane: [", own = tag + "TestBody:0] ";
