@@ -1,9 +1,13 @@
 // The sources that a combined copy still has to remove. A source may be removed only after its copy was flushed to
 // disk. Flushing each file would take sixty times as long, so removals are queued and carried out in order, one batch
-// per flush. The size of a batch also limits how much space sources and copies take together. Used by one thread.
+// per flush. The walk copies the next batch while one is flushed. The size of a batch also limits how much space
+// sources and copies take together, which is two batches at most.
+//
+// Used by one thread. For a flush it starts a second thread, which does nothing else.
 #pragma once
 
 #include <cstdint>
+#include <future>
 #include <memory>
 #include <string>
 #include <utility>
@@ -37,10 +41,11 @@ public:
     void AddFile(const QueuedHandle& directory, const char* name);
     /// Queues a source directory. Everything that it still holds when its turn comes is removed with it.
     void AddDirectory(const QueuedHandle& directory);
-    /// Runs the queue if it holds a whole batch. @return as Run()
+    /// If the queue holds a whole batch, starts its flush and removes the batch before it. @return as Run()
     int RunIfFull();
-    /// Flushes the copies to disk, then removes the queued sources. If a flush fails, no source is removed.
-    /// @return 0 or the error number of a failed flush
+    /// Flushes the copies to disk, then removes the queued sources. After a failed flush no source is removed, and
+    /// nothing more may be queued.
+    /// @return 0 or the error number of a failed flush, now or earlier
     int Run();
 
     /// The last error of a removal; 0 if none failed.
@@ -57,21 +62,36 @@ private:
         UniqueFd object;
     };
 
-    int Flush();
+    struct Batch {
+        std::vector<Removal> removals;
+        std::vector<Target> targets;  ///< one for each file system that was copied to
+        std::int64_t bytes = 0;
+        std::size_t directories = 0;
+    };
+
+    /// Waits for the flush of the last batch, starts that of the new one and meanwhile removes the last one. Does
+    /// nothing after a failed flush.
+    void Advance(std::launch policy);
+    /// Flushes `flushing`. Runs on the second thread.
+    [[nodiscard]] int Flush() const;
+    void Remove(Batch& batch);
     int RemoveFile(const Removal& removal);
-    int RemoveDirectory(QueuedDirectory& directory);
-    [[nodiscard]] std::string PathOf(const QueuedDirectory* directory) const;
+    int RemoveDirectory(const QueuedHandle& handle);
+    /// @return the directory's path for messages, valid until the next call
+    std::string& PathOf(const QueuedHandle& directory);
 
     const std::string top;  ///< copied, because the walk extends its own text to the current entry
     const std::string target;
     const Report& report;
     SourceWatch watch;
     RemovalGuard guard{watch};
-    std::vector<Removal> removals;
-    std::vector<Target> targets;  ///< one for each file system that was copied to since the last flush
-    std::int64_t bytes = 0;
-    std::size_t directories = 0;
+    Batch gathering;        ///< the batch that the walk is copying
+    Batch flushing;         ///< the batch before it, which `flushed` is for
+    QueuedHandle named;     ///< the directory that PathOf() was last called with
+    std::string namedPath;  ///< its path
+    int flushError = 0;
     int removalError = 0;
+    std::future<int> flushed;  ///< last, because its destructor waits for the thread that uses the other members
 };
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -436,6 +436,11 @@ TEST_F(CommandsTest, CombinedCopyFlushesABatchAtATime) {
     EXPECT_EQ(Call(RequestOf(CopyComb, Expand("@/s @/t2 1 2 755"))).result, 0);
     EXPECT_EQ(Found(Expand("Remove @/s/d\\d+ suc")).size() + Found(Expand("Remove @/s/d\\d+/e suc")).size(), 600U)
         << "a batch in the middle of the walk names each directory by its own path";
+    Start({{}, {"strace", "-fqqo/dev/null", "-etrace=syncfs", "-einject=syncfs:error=EIO"}});
+    ASSERT_TRUE(Shell("mkdir -p s/d t3; for i in $(seq 9000); do : >s/d/$i; done"));
+    const Reply reply = Call(RequestOf(CopyComb, Expand("@/s @/t3 1 2 755")));
+    EXPECT_TRUE(reply.result == -1 && reply.errCode == EIO) << "a batch in the middle of the walk was not written";
+    EXPECT_EQ(Shell("ls s/d | wc -l"), "9000\n");
 }
 
 /// Who goes on writing while his files are moved loses nothing.
