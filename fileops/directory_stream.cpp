@@ -1,7 +1,10 @@
 #include "directory_stream.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 
@@ -9,6 +12,9 @@
 
 namespace TAVO::FileMigrateOrvane {
 namespace {
+
+/// How much the kernel lists in one call.
+constexpr std::size_t PART_SIZE = 32768;
 
 // O_NONBLOCK, because a pipe may have replaced the directory.
 constexpr int OPEN_FLAGS = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
@@ -29,21 +35,6 @@ int Lstat(const Entry& entry, struct stat& st) {
         return entry.type;
     }
     return static_cast<unsigned char>(Lstat(entry, st) == 0 ? IFTODT(st.st_mode) : mode_t{DT_UNKNOWN});
-}
-
-DirectoryStream::DirectoryStream(int fd) {
-    UniqueFd owner(fd);
-    if (owner) {
-        stream.reset(fdopendir(owner.Get()));
-        if (stream != nullptr) {
-            (void)owner.Release();  // the stream owns it now
-        }
-    }
-}
-
-void DirectoryStream::Closer::operator()(DIR* directory) const {
-    const ErrnoKeeper keeper;
-    closedir(directory);
 }
 
 DirectoryStream DirectoryStream::Open(const Entry& entry) {
@@ -72,21 +63,36 @@ DirectoryStream DirectoryStream::Of(const UniqueFd& directory) {
 }
 
 const dirent* DirectoryStream::Next() {
-    while (true) {
-        errno = 0;
-        const dirent* entry = readdir(stream.get());  // NOLINT(concurrency-mt-unsafe): one thread has the stream
-        if (entry == nullptr) {
-            readError = errno;
-        }
-        if (entry == nullptr || !IsSelfOrParent(entry->d_name)) {
+    while (at < size || ReadPart()) {
+        const auto* entry = reinterpret_cast<const dirent*>(part.get() + at);
+        at += entry->d_reclen;
+        if (!IsSelfOrParent(entry->d_name)) {
             return entry;
         }
     }
+    return nullptr;
 }
 
-bool DirectoryStream::Is(const struct stat& directory) const {
+/// As with readdir(), the listing of a directory that has been removed ends without an error.
+[[gnu::noinline]] bool DirectoryStream::ReadPart() {
+    alignas(dirent) std::array<std::byte, PART_SIZE> listed;
+    const ssize_t got = getdents64(Fd(), listed.data(), listed.size());
+    readError = got < 0 && errno != ENOENT ? errno : 0;
+    size = got > 0 ? static_cast<std::size_t>(got) : 0;
+    at = 0;
+    part = std::make_unique_for_overwrite<std::byte[]>(size);
+    std::copy_n(listed.begin(), size, part.get());
+    return size > 0;
+}
+
+void DirectoryStream::Rewind() {
+    (void)lseek(Fd(), 0, SEEK_SET);
+    size = at = 0;
+}
+
+bool DirectoryStream::Is(const struct stat& other) const {
     struct stat st {};
-    return fstat(Fd(), &st) == 0 && IsSame(st, directory);
+    return fstat(Fd(), &st) == 0 && IsSame(st, other);
 }
 
 UniqueFd OpenDirectory(const Entry& entry, Link link) {

@@ -8,6 +8,7 @@
 #include <dirent.h>
 #include <sys/stat.h>
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -31,11 +32,11 @@ public:
     /// A stream of a directory that is open for reading.
     [[nodiscard]] static DirectoryStream Of(const UniqueFd& directory);
 
-    explicit operator bool() const { return stream != nullptr; }
-    [[nodiscard]] int Fd() const { return dirfd(stream.get()); }
-    void Close() { stream.reset(); }
+    explicit operator bool() const { return static_cast<bool>(directory); }
+    [[nodiscard]] int Fd() const { return directory.Get(); }
+    void Close() { (void)directory.Close(); }
     /// Whether this is the given directory, and not another one that had the same name when the stream was opened.
-    [[nodiscard]] bool Is(const struct stat& directory) const;
+    [[nodiscard]] bool Is(const struct stat& other) const;
 
     /// The next entry except "." and "..", or null at the end or after an error, see ReadError(). Valid until the next
     /// call.
@@ -44,7 +45,7 @@ public:
     [[nodiscard]] int ReadError() const { return readError; }
 
     /// Goes back to the first entry.
-    void Rewind() { rewinddir(stream.get()); }
+    void Rewind();
 
     /// What Next() returned, as an entry. The type is looked up if the file system does not list it.
     /// @param path  its text, already that of the child (see ChildPath)
@@ -54,12 +55,15 @@ public:
     }
 
 private:
-    struct Closer {
-        void operator()(DIR* directory) const;
-    };
-    explicit DirectoryStream(int fd);
+    explicit DirectoryStream(int fd) : directory(fd) {}
+    bool ReadPart();
 
-    std::unique_ptr<DIR, Closer> stream;
+    UniqueFd directory;
+    /// The entries that the kernel listed last. No larger than needed, because a walk has one for each level. The C
+    /// library's streams take 32 KB each and two more calls to open.
+    std::unique_ptr<std::byte[]> part;
+    std::size_t size = 0;  ///< of `part`
+    std::size_t at = 0;    ///< of the next entry in `part`
     int readError = 0;
 };
 

@@ -241,7 +241,7 @@ TEST_F(FaultTest, ExhaustedDaemonEndsACombinedCopy) {
 
 /// Some file systems list names without types.
 TEST_F(FaultTest, EntriesWithoutATypeAreLookedUp) {
-    Start({WithFault("readdir@types=none")});
+    Start({WithFault("getdents64@types=none")});
     for (const Way& way : {Way{CopyComb, "@src", "@sub", "@sub"}, Way{MoveAll, "@src", "~dst", "~dst"},
                            Way{CopyAll, "@src", "@dst", "@dst"}, Way{CopyAll, "@pipe", "@dst", "@dst"},
                            Way{TryRemove, "@src", "", ""}, Way{Remove, "@src", "", ""}}) {

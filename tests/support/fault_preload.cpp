@@ -8,7 +8,7 @@
 //   klogctl@text=FILE        the kernel log is the content of FILE
 //   pthread_create@N=ERRNO   the N-th thread, counted from 0, is not created
 //   accept@N=ERRNO           the first N accepts fail
-//   readdir@types=none       directories are listed without the entries' types
+//   getdents64@types=none    directories are listed without the entries' types
 #include <dirent.h>
 #include <dlfcn.h>
 #include <pthread.h>
@@ -103,12 +103,14 @@ int accept4(int fd, sockaddr* address, socklen_t* length, int flags) {
     return fault.empty() ? Next(&accept4, "accept4")(fd, address, length, flags) : FailWith(fault);
 }
 
-dirent* readdir(DIR* directory) {
-    dirent* const entry = Next(&readdir, "readdir")(directory);
-    if (entry != nullptr && !FaultAt("readdir", "types").empty()) {
+ssize_t getdents64(int fd, void* buffer, size_t length) noexcept {
+    const ssize_t size = Next(&getdents64, "getdents64")(fd, buffer, length);
+    for (ssize_t at = 0; at < size && !FaultAt("getdents64", "types").empty();) {
+        auto* const entry = reinterpret_cast<dirent*>(static_cast<char*>(buffer) + at);
         entry->d_type = DT_UNKNOWN;
+        at += entry->d_reclen;
     }
-    return entry;
+    return size;
 }
 
 }  // extern "C"
