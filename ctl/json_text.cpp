@@ -1,6 +1,7 @@
 #include "json_text.h"
 
 #include <cstdio>
+#include <cstdlib>
 
 #include "text.h"
 
@@ -17,6 +18,14 @@ std::string Hexadecimal(std::string_view bytes) {
     return text;
 }
 
+std::string FromHexadecimal(const std::string& digits) {
+    std::string bytes;
+    for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
+        bytes += static_cast<char>(std::strtoul(digits.substr(i, 2).c_str(), nullptr, 16));
+    }
+    return bytes;
+}
+
 std::string Line(const Json& value) {
     return value.dump(-1, ' ', /*ensure_ascii=*/true, Json::error_handler_t::replace);
 }
@@ -29,6 +38,11 @@ void PutText(Json& object, const std::string& key, std::string_view text) {
     if (Json::parse(Line(object[key])).get_ref<const std::string&>() != text) {
         object[key + "_hex"] = Hexadecimal(text);
     }
+}
+
+std::string TextOf(const Json& object, const std::string& key) {
+    const auto bytes = object.find(key + "_hex");
+    return bytes != object.end() ? FromHexadecimal(bytes->get<std::string>()) : object.at(key).get<std::string>();
 }
 
 void PutError(Json& object, int errorNumber) {

@@ -13,6 +13,10 @@ using Json = nlohmann::ordered_json;
 /// Sets `key` to the text. If the text is not valid UTF-8, also sets `key` + "_hex": two lower-case digits per byte.
 void PutText(Json& object, const std::string& key, std::string_view text);
 
+/// The text that PutText set, whether or not it is valid UTF-8.
+/// @throw Json::exception  if there is no such text
+std::string TextOf(const Json& object, const std::string& key);
+
 /// Sets "errno" to the number and "error" to its name, or to null for 0.
 void PutError(Json& object, int errorNumber);
 

@@ -84,6 +84,14 @@ void RecordSummary::Add(const Reader::LocatedRecord& located) {
     directories[TopDirectory(record)].Add(record.times);
 }
 
+GroupCounts RecordSummary::Counts() const {
+    GroupCounts counts;
+    for (const auto& [group, tally] : groups) {
+        counts[group] = tally.count;
+    }
+    return counts;
+}
+
 std::string RecordSummary::Text() const {
     if (all.count == 0) {
         return "no records\n";

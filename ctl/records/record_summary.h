@@ -13,6 +13,9 @@
 
 namespace TAVO::FileMigrateOrvane::Ctl {
 
+/// The number of records with each value of a property.
+using GroupCounts = std::map<std::string, std::size_t>;
+
 class RecordSummary {
 public:
     /// @param property  one of PROPERTIES; empty for failures and directories
@@ -25,6 +28,9 @@ public:
     /// The tables, with the most frequent entries first.
     [[nodiscard]] std::string Text() const;
     [[nodiscard]] Json ToJson() const;
+
+    /// The number of records by the property; empty without one.
+    [[nodiscard]] GroupCounts Counts() const;
 
 private:
     struct Tally {

@@ -29,7 +29,9 @@ constexpr const char* FOOTER =
     "\n"
     "Examples:\n"
     "  orvanectl records -v --path /data/app      what failed there, and why\n"
-    "  orvanectl records --summary --since -1h    how often each failure occurred";
+    "  orvanectl records --summary --since -1h    how often each failure occurred\n"
+    "  orvanectl records --by cause --json >first.json\n"
+    "  orvanectl records --against first.json     which causes are new, which are gone";
 
 std::string CheckType(const std::string& type) {
     const bool isKnown = std::ranges::any_of(RECORD_TYPES, [&](std::string_view known) {
@@ -81,7 +83,7 @@ void AddFilters(CLI::App& parser, RecordsOptions& options) {
 /// Refuses combinations of options that make no sense.
 void Check(const RecordsOptions& options, bool isFollowing) {
     if (isFollowing && options.isSummary) {
-        throw CLI::ValidationError("--follow", "cannot be combined with --summary");
+        throw CLI::ValidationError("--follow", "cannot be combined with --summary, --by or --against");
     }
     if (isFollowing && std::ranges::find(options.files, Reader::STANDARD_INPUT) != options.files.end()) {
         throw CLI::ValidationError("--follow", "standard input cannot be followed");
@@ -118,6 +120,16 @@ void AddRecordsCommand(CLI::App& app, Action& chosen) {
                                                        std::end(RecordSummary::PROPERTIES)))
                     .description(""))
         ->type_name("WHAT");
+    parser
+        ->add_option_function<std::string>(
+            "--against",
+            [options](const std::string& earlier) {
+                options->against = earlier;
+                options->isSummary = true;
+            },
+            "compare with a printed --by summary or a directory")
+        ->check(CLI::ExistingPath.description(""))
+        ->type_name("EARLIER");
     parser->add_option("--directory", options->directories, "read the record files copied to this directory")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
@@ -132,6 +144,9 @@ void AddRecordsCommand(CLI::App& app, Action& chosen) {
     parser->footer(FOOTER);
     parser->callback([options, isFollowing, &chosen] {
         Check(*options, *isFollowing);
+        if (!options->against.empty() && options->by.empty()) {
+            options->by = "cause";
+        }
         chosen = [options, isFollowing] { return *isFollowing ? FollowRecords(*options) : ShowRecords(*options); };
     });
 }

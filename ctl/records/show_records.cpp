@@ -14,10 +14,10 @@
 #include <utility>
 
 #include "advice.h"
+#include "record_comparison.h"
 #include "record_files.h"
-#include "record_json.h"
+#include "record_output.h"
 #include "record_summary.h"
-#include "record_table.h"
 #include "text.h"
 
 namespace TAVO::FileMigrateOrvane::Ctl {
@@ -25,7 +25,6 @@ namespace {
 
 constexpr int POLL_INTERVAL = 200;  // ms
 constexpr std::size_t FORMER_RECORDS = 10;
-constexpr std::size_t OUTPUT_BUFFER = std::size_t{1} << 16U;
 
 enum class Rotated { LeftOut, Included };
 
@@ -37,6 +36,15 @@ std::string HostOf(const std::string& directory, const std::string& hostFrom) {
         std::ifstream(path / hostFrom) >> host;
     }
     return host;
+}
+
+/// The columns that the names of the machines need.
+std::size_t HostWidth(const RecordsOptions& options) {
+    std::size_t width = 0;
+    for (const std::string& directory : options.directories) {
+        width = std::max(width, Printable(HostOf(directory, options.hostFrom)).size());
+    }
+    return width;
 }
 
 std::vector<Reader::RecordPath> PathsOf(const RecordsOptions& options, Rotated rotated) {
@@ -51,56 +59,6 @@ std::vector<Reader::RecordPath> PathsOf(const RecordsOptions& options, Rotated r
     }
     return paths.empty() ? Reader::AllRecordPaths() : paths;
 }
-
-/// Prints the selected records.
-class Output {
-public:
-    explicit Output(const RecordsOptions& wanted)
-        : options(wanted), style{MayColour(STDOUT_FILENO), wanted.isVerbose}, summary(wanted.by) {
-        static std::array<char, OUTPUT_BUFFER> buffer;  // used until the program ends
-        for (const std::string& directory : wanted.directories) {
-            hostWidth = std::max(hostWidth, Printable(HostOf(directory, wanted.hostFrom)).size());
-        }
-        (void)std::setvbuf(stdout, buffer.data(), _IOFBF, buffer.size());
-    }
-
-    void Show(const Reader::LocatedRecord& located) {
-        hasShown = true;
-        if (options.isSummary) {
-            summary.Add(located);
-        } else if (options.isJson) {
-            PrintJsonLine(ToJson(located));
-        } else {
-            const std::string text = RecordInWords(located.record, style);
-            std::string host = Printable(located.host);
-            host.resize(std::max(host.size(), hostWidth), ' ');
-            Write(host.empty() ? text : host + "  " + text);
-        }
-    }
-
-    /// @param mayBeEmpty  whether to print a summary of no records
-    void ShowSummary(bool mayBeEmpty) const {
-        if (options.isJson) {
-            PrintJsonLine(summary.ToJson());
-        } else if (hasShown || mayBeEmpty) {
-            Write(summary.Text());
-        }
-    }
-
-    [[nodiscard]] bool HasShown() const { return hasShown; }
-
-    /// False if standard output was closed or the disk is full.
-    [[nodiscard]] static bool Flush() { return std::fflush(stdout) == 0 && std::ferror(stdout) == 0; }
-
-private:
-    static void Write(const std::string& text) { (void)std::fwrite(text.data(), 1, text.size(), stdout); }
-
-    const RecordsOptions& options;
-    std::size_t hostWidth = 0;
-    TableStyle style;
-    RecordSummary summary;
-    bool hasShown = false;
-};
 
 std::string InWords(const Reader::ReadTrouble& trouble) {
     if (trouble.errorNumber != 0) {
@@ -127,7 +85,7 @@ void ReportMissingFiles(const RecordsOptions& options) {
 
 /// Says why no record was shown.
 /// @param left  the number of records that the filter left out
-void ReportNothingShown(const RecordsOptions& options, const Reader::RecordStream& stream, const Output& output,
+void ReportNothingShown(const RecordsOptions& options, const Reader::RecordStream& stream, const RecordOutput& output,
                         bool isReadable, std::size_t left) {
     if (isReadable && !stream.HasFiles()) {
         ReportMissingFiles(options);
@@ -149,7 +107,7 @@ ExitStatus WriteFailure() {
     return ExitStatus::Failed;
 }
 
-void ShowFormer(Reader::RecordStream& stream, Output& output, const RecordFilter& filter) {
+void ShowFormer(Reader::RecordStream& stream, RecordOutput& output, const RecordFilter& filter) {
     std::deque<Reader::LocatedRecord> former;
     while (std::optional<Reader::LocatedRecord> next = NextWanted(stream, filter)) {
         former.push_back(std::move(*next));
@@ -168,6 +126,42 @@ bool Wait() {
     return poll(&out, 1, POLL_INTERVAL) <= 0;
 }
 
+/// The counts of the earlier records in a directory. The filter's time does not apply to them.
+/// @return nothing if a file could not be read, which was reported
+std::optional<GroupCounts> CountRecordsIn(const std::string& directory, const RecordsOptions& options) {
+    RecordFilter filter = options.filter;
+    filter.since.clear();
+    filter.until.clear();
+    Reader::RecordStream stream(Reader::RecordPathsIn(directory, HostOf(directory, options.hostFrom)),
+                                Reader::Reading::Once);
+    RecordSummary summary(options.by);
+    while (const std::optional<Reader::LocatedRecord> next = stream.NextInAnyOrder()) {
+        if (Matches(filter, next->record)) {
+            summary.Add(*next);
+        }
+    }
+    if (!ReportTroubles(stream)) {
+        return std::nullopt;
+    }
+    if (!stream.HasFiles()) {
+        Complain(Printable(directory), "there are no record files in this directory");
+        return std::nullopt;
+    }
+    return summary.Counts();
+}
+
+std::optional<GroupCounts> CountsBefore(const RecordsOptions& options) {
+    if (std::filesystem::is_directory(options.against)) {
+        return CountRecordsIn(options.against, options);
+    }
+    std::string why;
+    std::optional<GroupCounts> counts = ReadSummary(options.against, options.by, why);
+    if (!counts) {
+        Complain(Printable(options.against), why);
+    }
+    return counts;
+}
+
 }  // namespace
 
 bool ReportTroubles(Reader::RecordStream& stream) {
@@ -180,8 +174,15 @@ bool ReportTroubles(Reader::RecordStream& stream) {
 }
 
 ExitStatus ShowRecords(const RecordsOptions& options) {
+    std::optional<GroupCounts> before;
+    if (!options.against.empty()) {
+        before = CountsBefore(options);
+        if (!before) {
+            return ExitStatus::Failed;
+        }
+    }
     Reader::RecordStream stream(PathsOf(options, Rotated::LeftOut), Reader::Reading::Once);
-    Output output(options);
+    RecordOutput output(options, HostWidth(options));
     std::size_t left = 0;
     std::deque<Reader::LocatedRecord> kept;  // for the last ones, or to reverse them
     const bool keeps = options.lastCount > 0 || options.isReversed;
@@ -203,15 +204,15 @@ ExitStatus ShowRecords(const RecordsOptions& options) {
     for (const Reader::LocatedRecord& located : kept) {
         output.Show(located);
     }
-    if (!Output::Flush()) {
+    if (!RecordOutput::Flush()) {
         return WriteFailure();
     }
     const bool isReadable = ReportTroubles(stream);
     ReportNothingShown(options, stream, output, isReadable, left);
     if (options.isSummary) {
-        output.ShowSummary(isReadable && left == 0);
+        output.ShowSummary(before, isReadable && left == 0);
     }
-    if (!Output::Flush()) {
+    if (!RecordOutput::Flush()) {
         return WriteFailure();
     }
     return isReadable ? ExitStatus::Success : ExitStatus::Failed;
@@ -219,12 +220,12 @@ ExitStatus ShowRecords(const RecordsOptions& options) {
 
 ExitStatus FollowRecords(const RecordsOptions& options) {
     Reader::RecordStream stream(PathsOf(options, Rotated::Included), Reader::Reading::Following);
-    Output output(options);
+    RecordOutput output(options, HostWidth(options));
     ShowFormer(stream, output, options.filter);
     if (ReportTroubles(stream) && !stream.HasFiles()) {
         ReportMissingFiles(options);
     }
-    while (Output::Flush()) {
+    while (RecordOutput::Flush()) {
         (void)ReportTroubles(stream);
         if (!Wait()) {
             return ExitStatus::Success;

@@ -19,7 +19,7 @@ declare -gA _orvanectl_options=(
     [du]='--human-readable --json'
     [largest]='--human-readable --json'
     [status]='--json'
-    [records]='--since --until --type --errno --path --verbose --json --summary --by --directory --host-from --lines --reverse --follow'
+    [records]='--since --until --type --errno --path --verbose --json --summary --by --against --directory --host-from --lines --reverse --follow'
     [dumps]='--directory --json'
 )
 declare -g _orvanectl_types='COPY MOVE CHOWN CHMOD MKDIR Unlink RMDIR REMOVE RESTORECON_NORECURSE'
@@ -34,7 +34,7 @@ _orvanectl_parse() {
     command='' operands=0
     for ((i = 1; i < ${#words[@]}; i++)); do
         case ${words[i]} in
-        --socket | --timeout | --progress | --since | --until | --type | --errno | --path | --by | --directory | --host-from | --lines | -n) ((i++)) ;;
+        --socket | --timeout | --progress | --since | --until | --type | --errno | --path | --by | --against | --directory | --host-from | --lines | -n) ((i++)) ;;
         -*) ;;
         *) if [[ -z $command ]]; then command=${words[i]}; else ((++operands)); fi ;;
         esac
@@ -67,7 +67,7 @@ _orvanectl() {
     --errno) mapfile -t COMPREPLY < <(compgen -W "$_orvanectl_errors" -- "$current") && return ;;
     --timeout | --since | --until | --lines | -n) return ;;
     --directory) compopt -o dirnames 2>/dev/null && return ;;
-    --socket | --path | --host-from) compopt -o default 2>/dev/null && return ;;
+    --socket | --path | --against | --host-from) compopt -o default 2>/dev/null && return ;;
     esac
     if [[ $current == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$_orvanectl_common ${_orvanectl_options[${command:-none}]-}" -- "$current")

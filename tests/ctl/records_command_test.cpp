@@ -95,6 +95,46 @@ TEST_F(RecordsCommand, ReadsTheFilesOfManyMachines) {
               "MOVE@20261121101530                   7 B        1 line     no record\n");
 }
 
+TEST_F(RecordsCommand, ComparesWithEarlierRecords) {
+    const std::string old = tree->Path("old"), now = tree->Path("now"), file = tree->Path("first.json");
+    for (int i = 0; i < 3; ++i) {
+        Append(old + "/file_migrate_ab.txt", Line("ISDIR", "/data/n", 2, "101530") + Line("MOVE", "/a", 18, "101530"));
+        Append(now + "/file_migrate_ab.txt", Line("ISDIR", "/data/n", 2, "101530"));
+    }
+    Append(old + "/file_migrate_ab.txt", Line("COPY", "/a", 28, "101530"));
+    Append(now + "/file_migrate_ab.txt",
+           Line("COPY", "/a", 28, "101530") + Line("COPY", "/a", 28, "101530") + Line("RMDIR", "/a\xff", 39, "101530"));
+    const std::string by = " --by errno --directory ";
+    const std::string table =
+        " before      now    change  errno\n"
+        "      7        6        -1  all records\n\n"
+        "      0        1       new  ENOTEMPTY\n"
+        "      3        0      gone  EXDEV\n"
+        "      1        2        +1  ENOSPC\n"
+        "      3        3         =  ENOENT\n";
+    EXPECT_EQ(RunTool("records --against " + old + by + now).out, table);
+    Append(file, RunTool("records --json" + by + old).out);
+    EXPECT_EQ(RunTool("records --against " + file + by + now).out, table);
+    EXPECT_EQ(RunTool("records --json --errno ENOTEMPTY --against " + file + by + now).out,
+              R"({"by":"errno","before":7,"now":1,"groups":[{"errno":"ENOTEMPTY","before":0,"now":1,"change":"new"},)"
+              R"({"errno":"ENOENT","before":3,"now":0,"change":"gone"},)"
+              R"({"errno":"EXDEV","before":3,"now":0,"change":"gone"},)"
+              R"({"errno":"ENOSPC","before":1,"now":0,"change":"gone"}]})"
+              "\n");
+    Append(tree->Path("none/name"), "");
+    const std::tuple<std::string, int, std::string> refused[] = {
+        {file, 1, file + ": not a summary by cause; print one with \"orvanectl records --by cause --json\"\n"},
+        {tree->Path("none"), 1, tree->Path("none") + ": there are no record files in this directory\n"},
+        {tree->Path("missing"), 2, "does not exist: " + tree->Path("missing")},
+        {file + " --follow", 2, "cannot be combined with --summary, --by or --against\n"},
+    };
+    for (const auto& [words, status, message] : refused) {
+        const Finished run = RunTool("records --against " + words);
+        EXPECT_EQ(run.status, status) << words;
+        EXPECT_NE(run.err.find(message), run.err.npos) << words << run.err;
+    }
+}
+
 TEST_F(RecordsCommand, EscapesAllBytesOfRecords) {
     const std::string file =
         tree->File("r.txt", "junk\x1b" + Line("ISDIR", "/data/\x1b[31m\xff\n→\\\u202e", 2, "101530"));
