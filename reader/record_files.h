@@ -98,6 +98,10 @@ public:
     /// Whether any file exists.
     [[nodiscard]] bool HasFiles() const;
 
+    /// The files of the stream, and how many of them NextInAnyOrder has read. Rotated files do not count.
+    [[nodiscard]] std::size_t Files() const { return sequences.size(); }
+    [[nodiscard]] std::size_t FinishedFiles() const { return current; }
+
     /// Troubles since the last call.
     std::vector<ReadTrouble> TakeTroubles();
 

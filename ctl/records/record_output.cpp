@@ -16,14 +16,17 @@ namespace {
 
 constexpr std::size_t BUFFER_SIZE = std::size_t{1} << 16U;
 
-void Write(const std::string& text) {
-    (void)std::fwrite(text.data(), 1, text.size(), stdout);
+bool IsColoured(const std::string& when) {
+    return when == "always" || (when == "auto" && MayColour(STDOUT_FILENO));
 }
 
 }  // namespace
 
 RecordOutput::RecordOutput(const RecordsOptions& wanted, std::size_t widthForHosts)
-    : options(wanted), hostWidth(widthForHosts), style{MayColour(STDOUT_FILENO), wanted.isVerbose}, summary(wanted.by) {
+    : options(wanted),
+      hostWidth(widthForHosts),
+      style{IsColoured(wanted.colour), wanted.form == Form::Verbose},
+      summary(wanted.by) {
     static std::array<char, BUFFER_SIZE> buffer;  // used until the program ends
     (void)std::setvbuf(stdout, buffer.data(), _IOFBF, buffer.size());
 }
@@ -32,7 +35,9 @@ void RecordOutput::Show(const Reader::LocatedRecord& located) {
     hasShown = true;
     if (options.isSummary) {
         summary.Add(located);
-    } else if (options.isJson) {
+    } else if (options.form == Form::Html) {
+        page.Add(located);
+    } else if (options.form == Form::JsonLines) {
         PrintJsonLine(ToJson(located));
     } else {
         const std::string text = RecordInWords(located.record, style);
@@ -42,8 +47,15 @@ void RecordOutput::Show(const Reader::LocatedRecord& located) {
     }
 }
 
-void RecordOutput::ShowSummary(const std::optional<GroupCounts>& before, bool mayBeEmpty) const {
-    if (options.isJson) {
+void RecordOutput::ShowSummary(const std::optional<GroupCounts>& before, bool mayBeEmpty) {
+    if (options.form == Form::Html) {
+        Write(page.Html());
+        return;
+    }
+    if (!options.isSummary) {
+        return;
+    }
+    if (options.form == Form::JsonLines) {
         PrintJsonLine(before ? ComparisonJson(*before, summary.Counts(), options.by) : summary.ToJson());
     } else if (before) {
         Write(ComparisonText(*before, summary.Counts(), options.by));
@@ -52,7 +64,16 @@ void RecordOutput::ShowSummary(const std::optional<GroupCounts>& before, bool ma
     }
 }
 
+void RecordOutput::Write(const std::string& text) {
+    if (options.usesPager && options.form != Form::Html && !hasWritten) {
+        pager.Start();
+    }
+    hasWritten = true;
+    (void)std::fwrite(text.data(), 1, text.size(), stdout);
+}
+
 bool RecordOutput::Flush() {
+    pager.End();
     return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
 }
 

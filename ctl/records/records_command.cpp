@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -30,8 +31,8 @@ constexpr const char* FOOTER =
     "Examples:\n"
     "  orvanectl records -v --path /data/app      what failed there, and why\n"
     "  orvanectl records --summary --since -1h    how often each failure occurred\n"
-    "  orvanectl records --by cause --json >first.json\n"
-    "  orvanectl records --against first.json     which causes are new, which are gone";
+    "  orvanectl records --by cause --json >old   keep the counts of this upgrade\n"
+    "  orvanectl records --against old            which causes are new or gone";
 
 std::string CheckType(const std::string& type) {
     const bool isKnown = std::ranges::any_of(RECORD_TYPES, [&](std::string_view known) {
@@ -80,6 +81,29 @@ void AddFilters(CLI::App& parser, RecordsOptions& options) {
         ->transform(CLI::Validator(MakeAbsolute, ""));
 }
 
+void AddForms(CLI::App& parser, RecordsOptions& options) {
+    static const std::map<std::string, Form> forms = {
+        {"html", Form::Html}, {"json", Form::JsonLines}, {"short", Form::Short}, {"verbose", Form::Verbose}};
+    const auto setForm = [&options](const std::string& name) { options.form = forms.at(name); };
+    CLI::Option* verbose = parser.add_flag_callback(
+        "-v,--verbose", [=] { setForm("verbose"); }, "show the cause and the snapshots of each record");
+    CLI::Option* json = parser.add_flag_callback(
+        "--json", [=] { setForm("json"); }, "print one JSON object per line");
+    CLI::Option* html = parser.add_flag_callback(
+        "--html", [=] { setForm("html"); }, "print one page of all failures");
+    parser.add_option_function<std::string>("-o,--output", setForm, "html, json, short or verbose")
+        ->check(CLI::IsMember(&forms).description(""))
+        ->type_name("FORM")
+        ->excludes(verbose)
+        ->excludes(json)
+        ->excludes(html);
+    parser.add_option("--color", options.colour, "auto, always or never")
+        ->check(CLI::IsMember({"auto", "always", "never"}).description(""))
+        ->type_name("WHEN");
+    parser.add_flag_callback(
+        "--no-pager", [&options] { options.usesPager = false; }, "do not show the text in a pager");
+}
+
 /// Refuses combinations of options that make no sense.
 void Check(const RecordsOptions& options, bool isFollowing) {
     if (isFollowing && options.isSummary) {
@@ -90,6 +114,10 @@ void Check(const RecordsOptions& options, bool isFollowing) {
     }
     if (isFollowing && (!options.directories.empty() || options.lastCount > 0 || options.isReversed)) {
         throw CLI::ValidationError("--follow", "cannot be combined with --directory, --lines or --reverse");
+    }
+    if (options.form == Form::Html &&
+        (isFollowing || options.isSummary || options.lastCount > 0 || options.isReversed)) {
+        throw CLI::ValidationError("--html", "cannot be combined with a summary, --lines, --reverse or --follow");
     }
     const RecordFilter& filter = options.filter;
     if (!filter.until.empty() && filter.until < filter.since) {
@@ -105,8 +133,7 @@ void AddRecordsCommand(CLI::App& app, Action& chosen) {
     CLI::App* parser = app.add_subcommand("records", "Show the records of failures.");
     parser->add_option("FILE", options->files, "record files, or - for standard input")->type_name("");
     AddFilters(*parser, *options);
-    parser->add_flag("-v,--verbose", options->isVerbose, "show the cause and the snapshots of each record");
-    parser->add_flag("--json", options->isJson, "print one JSON object per line");
+    AddForms(*parser, *options);
     parser->add_flag("--summary", options->isSummary, "count records by failure and by directory");
     parser
         ->add_option_function<std::string>(
@@ -147,6 +174,7 @@ void AddRecordsCommand(CLI::App& app, Action& chosen) {
         if (!options->against.empty() && options->by.empty()) {
             options->by = "cause";
         }
+        options->usesPager = options->usesPager && !*isFollowing;
         chosen = [options, isFollowing] { return *isFollowing ? FollowRecords(*options) : ShowRecords(*options); };
     });
 }

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "advice.h"
+#include "reading_progress.h"
 #include "record_comparison.h"
 #include "record_files.h"
 #include "record_output.h"
@@ -107,6 +108,35 @@ ExitStatus WriteFailure() {
     return ExitStatus::Failed;
 }
 
+/// Prints or counts the records that match. Keeps them until the end if only the last ones are wanted, or the newest
+/// first.
+/// @return the number of records that the filter left out
+std::size_t ShowMatching(Reader::RecordStream& stream, const RecordsOptions& options, RecordOutput& output) {
+    const bool keeps = !options.isSummary && (options.lastCount > 0 || options.isReversed);
+    const bool isQuiet = options.isSummary || options.form == Form::Html || keeps || isatty(STDOUT_FILENO) == 0;
+    ReadingProgress progress(options.directories.size() > 1 && isQuiet && isatty(STDERR_FILENO) == 1);
+    std::size_t left = 0;
+    std::deque<Reader::LocatedRecord> kept;
+    while (std::optional<Reader::LocatedRecord> next = options.isSummary ? stream.NextInAnyOrder() : stream.Next()) {
+        progress.Count(stream);
+        if (!Matches(options.filter, next->record)) {
+            ++left;
+        } else if (keeps) {
+            kept.push_back(std::move(*next));
+            if (options.lastCount > 0 && kept.size() > options.lastCount) {
+                kept.pop_front();
+            }
+        } else {
+            output.Show(*next);
+        }
+    }
+    if (options.isReversed) {
+        std::ranges::reverse(kept);
+    }
+    std::ranges::for_each(kept, [&](const Reader::LocatedRecord& located) { output.Show(located); });
+    return left;
+}
+
 void ShowFormer(Reader::RecordStream& stream, RecordOutput& output, const RecordFilter& filter) {
     std::deque<Reader::LocatedRecord> former;
     while (std::optional<Reader::LocatedRecord> next = NextWanted(stream, filter)) {
@@ -183,36 +213,14 @@ ExitStatus ShowRecords(const RecordsOptions& options) {
     }
     Reader::RecordStream stream(PathsOf(options, Rotated::LeftOut), Reader::Reading::Once);
     RecordOutput output(options, HostWidth(options));
-    std::size_t left = 0;
-    std::deque<Reader::LocatedRecord> kept;  // for the last ones, or to reverse them
-    const bool keeps = options.lastCount > 0 || options.isReversed;
-    while (std::optional<Reader::LocatedRecord> next = options.isSummary ? stream.NextInAnyOrder() : stream.Next()) {
-        if (!Matches(options.filter, next->record)) {
-            ++left;
-        } else if (keeps && !options.isSummary) {
-            kept.push_back(std::move(*next));
-            if (options.lastCount > 0 && kept.size() > options.lastCount) {
-                kept.pop_front();
-            }
-        } else {
-            output.Show(*next);
-        }
-    }
-    if (options.isReversed) {
-        std::ranges::reverse(kept);
-    }
-    for (const Reader::LocatedRecord& located : kept) {
-        output.Show(located);
-    }
-    if (!RecordOutput::Flush()) {
+    const std::size_t left = ShowMatching(stream, options, output);
+    if (!output.Flush()) {
         return WriteFailure();
     }
     const bool isReadable = ReportTroubles(stream);
     ReportNothingShown(options, stream, output, isReadable, left);
-    if (options.isSummary) {
-        output.ShowSummary(before, isReadable && left == 0);
-    }
-    if (!RecordOutput::Flush()) {
+    output.ShowSummary(before, isReadable && left == 0);
+    if (!output.Flush()) {
         return WriteFailure();
     }
     return isReadable ? ExitStatus::Success : ExitStatus::Failed;
@@ -225,7 +233,7 @@ ExitStatus FollowRecords(const RecordsOptions& options) {
     if (ReportTroubles(stream) && !stream.HasFiles()) {
         ReportMissingFiles(options);
     }
-    while (RecordOutput::Flush()) {
+    while (output.Flush()) {
         (void)ReportTroubles(stream);
         if (!Wait()) {
             return ExitStatus::Success;

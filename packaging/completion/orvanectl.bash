@@ -19,7 +19,7 @@ declare -gA _orvanectl_options=(
     [du]='--human-readable --json'
     [largest]='--human-readable --json'
     [status]='--json'
-    [records]='--since --until --type --errno --path --verbose --json --summary --by --against --directory --host-from --lines --reverse --follow'
+    [records]='--since --until --type --errno --path --verbose --json --html --output --color --no-pager --summary --by --against --directory --host-from --lines --reverse --follow'
     [dumps]='--directory --json'
 )
 declare -g _orvanectl_types='COPY MOVE CHOWN CHMOD MKDIR Unlink RMDIR REMOVE RESTORECON_NORECURSE'
@@ -34,7 +34,7 @@ _orvanectl_parse() {
     command='' operands=0
     for ((i = 1; i < ${#words[@]}; i++)); do
         case ${words[i]} in
-        --socket | --timeout | --progress | --since | --until | --type | --errno | --path | --by | --against | --directory | --host-from | --lines | -n) ((i++)) ;;
+        --socket | --timeout | --progress | --since | --until | --type | --errno | --path | --by | --against | --output | -o | --color | --directory | --host-from | --lines | -n) ((i++)) ;;
         -*) ;;
         *) if [[ -z $command ]]; then command=${words[i]}; else ((++operands)); fi ;;
         esac
@@ -62,6 +62,8 @@ _orvanectl() {
     COMPREPLY=()
     case $previous in
     --progress) mapfile -t COMPREPLY < <(compgen -W 'always never' -- "$current") && return ;;
+    --output | -o) mapfile -t COMPREPLY < <(compgen -W 'html json short verbose' -- "$current") && return ;;
+    --color) mapfile -t COMPREPLY < <(compgen -W 'auto always never' -- "$current") && return ;;
     --by) mapfile -t COMPREPLY < <(compgen -W 'host cause type errno day' -- "$current") && return ;;
     --type) mapfile -t COMPREPLY < <(compgen -W "$_orvanectl_types" -- "$current") && return ;;
     --errno) mapfile -t COMPREPLY < <(compgen -W "$_orvanectl_errors" -- "$current") && return ;;

@@ -135,6 +135,72 @@ TEST_F(RecordsCommand, ComparesWithEarlierRecords) {
     }
 }
 
+TEST_F(RecordsCommand, PrintsAPageWithEscapedRecords) {
+    const std::string directory = tree->Path("<host>");
+    Append(directory + "/file_migrate_ab.txt", Line("ISDIR", "/data/\"<b>&\x1b", 2, "101530"));
+    Append(directory + "/file_migrate_ab.txt", Line("RMDIR", "/data/n", 5, "121531"));
+    const std::string page = RunTool("records --html --directory '" + directory + "'", "LC_ALL=C.UTF-8").out;
+    const std::string one =
+        "<li>2026-11-21 10:15:30 <em>ENOENT</em> ask whether it is a directory on &lt;host&gt;<br>"
+        "<code>/data/&quot;&lt;b&gt;&amp;\\x1b</code><br>/data/&quot;&lt;b&gt;&amp;\\x1b ";
+    const std::string other = "<li>2026-11-21 12:15:31 <em>EIO</em> ";
+    const auto head = [](const std::string& name, int count, int share) {
+        return "<details><summary><b>" + std::to_string(count) + "</b><span style=\"--share:" + std::to_string(share) +
+               "%\">" + name + "</span></summary>\n<ul>\n";
+    };
+    std::size_t at = 0;
+    for (const std::string& part :
+         {std::string("<meta charset=\"UTF-8\">"), std::string("default-src 'none'"),
+          std::string("2 records of 1 machine"),
+          std::string("<rect x=\"1\" y=\"0\" width=\"8\" height=\"100\"><title>2026-11-21 10:00: 1</title></rect>\n"
+                      "<rect x=\"11\" y=\"100\" width=\"8\" height=\"0\"><title>2026-11-21 11:00: 0</title></rect>\n"
+                      "<rect x=\"21\" y=\"0\" width=\"8\" height=\"100\"><title>2026-11-21 12:00: 1</title></rect>\n"
+                      "</svg>"),
+          head("2026-11-21 10:00", 1, 100) + one, head("2026-11-21 12:00", 1, 100) + other,
+          head("io-error", 1, 100) + other, head("source-missing", 1, 100) + one, head("&lt;host&gt;", 2, 100) + one,
+          std::string("</html>\n")}) {
+        at = page.find(part, at);
+        ASSERT_NE(at, page.npos) << part << "\n" << page;
+    }
+    EXPECT_EQ(page.find("<script"), page.npos);
+    EXPECT_EQ(page.find("http"), page.find("http-equiv"));
+    EXPECT_EQ(RunTool("records --html --by cause").status, 2);
+}
+
+TEST_F(RecordsCommand, FormsColoursAndPager) {
+    const std::string file = tree->File("r.txt", Line("ISDIR", "/data/$(n)\x1b", 2, "101530"));
+    const std::string plain = "2026-11-21 10:15:30  ENOENT     ask whether it is a directory  /data/$(n)\\x1b";
+    const std::string coloured =
+        "\x1b[2m2026-11-21 10:15:30\x1b[0m  \x1b[31mENOENT\x1b[0m     ask whether it is a directory  "
+        "/data/$(n)\\x1b";
+    const std::string verbose = RunTool("records -v " + file).out, lines = RunTool("records --json " + file).out;
+    const std::string terminal = "TERM=xterm script -qec '", end = "' /dev/null";
+    const struct {
+        std::string prefix, words, out;
+    } rows[] = {
+        {"", "-o short", plain + "\n"},
+        {"", "-o verbose", verbose},
+        {"", "-o json", lines},
+        {"", "--json -v", lines},
+        {"PAGER='sed s/^/P:/'", "", plain + "\n"},
+        {"NO_COLOR=1", "--color always", coloured + "\n"},
+        {"PAGER= " + terminal, end, coloured + "\r\n"},
+        {"PAGER= NO_COLOR=1 " + terminal, end, plain + "\r\n"},
+        {"PAGER= " + terminal, "--color never" + end, plain + "\r\n"},
+        {"PAGER='sed s/^/P:/' " + terminal, end, "P:" + coloured + "\r\n"},
+        {"PAGER='cat >/dev/null; echo $LESS $LESSSECURE' " + terminal, end, "FRSX 1\r\n"},
+        {"PAGER='sed s/^/P:/' " + terminal, "--no-pager --color never" + end, plain + "\r\n"},
+        {"PAGER='sed s/^/P:/' " + terminal, "--errno 13" + end,
+         "orvanectl: records: 1 record, none of them matches\r\n"},
+    };
+    for (const auto& [prefix, words, out] : rows) {
+        EXPECT_EQ(RunTool("records " + file + " " + words, prefix).out, out) << prefix << words;
+    }
+    for (const std::string words : {"-o pretty", "-o json --json", "-o short -v", "--color blue"}) {
+        EXPECT_EQ(RunTool("records " + words).status, 2) << words;
+    }
+}
+
 TEST_F(RecordsCommand, EscapesAllBytesOfRecords) {
     const std::string file =
         tree->File("r.txt", "junk\x1b" + Line("ISDIR", "/data/\x1b[31m\xff\n→\\\u202e", 2, "101530"));
