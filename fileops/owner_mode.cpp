@@ -12,6 +12,7 @@
 #include "path_helpers.h"
 #include "record_file.h"
 #include "top_path.h"
+#include "tree_walk.h"
 
 namespace TAVO::FileMigrateOrvane {
 namespace {
@@ -58,41 +59,37 @@ struct ModeChange {
     }
 };
 
-/// Changes one entry. @param isToEnter  set if it is a directory
+/// Changes a tree, each directory before its contents. Continues after an entry that fails.
 template <class Change>
-[[gnu::noinline]] int ChangeOne(const Change& change, const Entry& entry, bool& isToEnter, const Report& report) {
-    const int error = change.Apply(entry, report);
-    isToEnter = error == 0 && TakeForDirectory(entry, {report.err, RECORD_KIND_NONE});
-    return error;
-}
+class ChangeWalk final : public TreeWalk {
+public:
+    explicit ChangeWalk(const Change& toApply) : TreeWalk(OnFailure::Continue, Threads::Many), change(toApply) {}
 
-/// Continues after an entry that fails. Only this function recurses, so a level of a deep tree costs one frame.
-/// @param stream  if it is empty, errno says why
-template <class Change>
-int ChangeContents(const Change& change, DirectoryStream stream, std::string& path, const Report& report) {
-    if (!stream) {
-        return Fail(Change::OPEN, path, errno, report);
-    }
-    int result = 0;
-    while (const dirent* child = stream.Next()) {
-        const ChildPath joined(path, child->d_name);
-        const Entry entry = stream.Child(*child, path);
+    int Visit(const Entry& entry, const Report& report) override {
         bool isToEnter = false;
-        int error = ChangeOne(change, entry, isToEnter, report);
-        if (isToEnter) {
-            error = ChangeContents(change, DirectoryStream::Open(entry), path, report);
-        }
-        result = error != 0 ? error : result;
+        const int error = ChangeOne(entry, isToEnter, report);
+        return isToEnter ? ChangeContents(DirectoryStream::Open(entry), entry.path, report) : error;
     }
-    return stream.ReadError() == 0 ? result : Fail(Change::OPEN, path, stream.ReadError(), report);
-}
 
-template <class Change>
-int ChangeTree(const Change& change, const Entry& entry, const Report& report) {
-    bool isToEnter = false;
-    const int error = ChangeOne(change, entry, isToEnter, report);
-    return isToEnter ? ChangeContents(change, DirectoryStream::Open(entry), entry.path, report) : error;
-}
+    /// @param stream  if it is empty, errno says why
+    int ChangeContents(DirectoryStream stream, std::string& path, const Report& report) {
+        if (!stream) {
+            return Fail(Change::OPEN, path, errno, report);
+        }
+        const int result = VisitChildren(stream, path, report);
+        return stream.ReadError() == 0 ? result : Fail(Change::OPEN, path, stream.ReadError(), report);
+    }
+
+private:
+    /// @param isToEnter  set if it is a directory
+    [[gnu::noinline]] int ChangeOne(const Entry& entry, bool& isToEnter, const Report& report) {
+        const int error = change.Apply(entry, report);
+        isToEnter = error == 0 && TakeForDirectory(entry, {report.err, RECORD_KIND_NONE});
+        return error;
+    }
+
+    const Change change;
+};
 
 /// Changes the object that a request names. A path that ends in a slash must be a directory.
 template <class Change>
@@ -101,7 +98,7 @@ int ChangeTop(const Change& change, const std::string& path, bool isRecursive, c
     if (const int error = top.Check(); error != 0) {
         return change.Failed(path, error, report);
     }
-    return isRecursive ? ChangeTree(change, top.AsEntry(), report) : change.Apply(top.AsEntry(), report);
+    return isRecursive ? ChangeWalk(change).Visit(top.AsEntry(), report) : change.Apply(top.AsEntry(), report);
 }
 
 bool IsDirectory(const UniqueFd& object) {
@@ -142,14 +139,16 @@ int DoChModRecurse(const std::string& path, unsigned int mode, int& err, int rec
 }
 
 int DoChOwnRecurse(const Entry& entry, const OwnerIds& owner, const Report& report) {
-    return ChangeTree(OwnerChange{owner}, entry, report);
+    return ChangeWalk(OwnerChange{owner}).Visit(entry, report);
 }
 
 int DoChOwnRecurse(const UniqueFd& object, std::string& path, const OwnerIds& owner, const Report& report) {
     if (const int error = ChOwnObject(object, path, owner); error != 0) {
         return FailChOwn(path, owner, error, report);
     }
-    return IsDirectory(object) ? ChangeContents(OwnerChange{owner}, DirectoryStream::Of(object), path, report) : 0;
+    return IsDirectory(object)
+               ? ChangeWalk(OwnerChange{owner}).ChangeContents(DirectoryStream::Of(object), path, report)
+               : 0;
 }
 
 int SetModeAndOwner(const UniqueFd& object, const std::string& path, const PermPara& perm, const Report& report) {

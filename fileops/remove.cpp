@@ -11,6 +11,7 @@
 #include "path_helpers.h"
 #include "record_file.h"
 #include "top_path.h"
+#include "tree_walk.h"
 
 namespace TAVO::FileMigrateOrvane {
 namespace {
@@ -30,27 +31,27 @@ namespace {
     return Fail(Step::RmDir, entry.path, error, report);
 }
 
-int TryRemoveEntry(const Entry& entry, const Report& report) {
-    if (!TakeForDirectory(entry, {report.err, RECORD_KIND_NONE})) {
-        return DoUnlink(entry, nullptr, report);
-    }
-    DirectoryStream stream = DirectoryStream::Open(entry);
-    if (!stream) {
-        return Fail(Step::OpenTryRemove, entry.path, errno, report);
-    }
-    int result = 0;
-    while (const dirent* child = stream.Next()) {
-        const ChildPath joined(entry.path, child->d_name);
-        if (const int error = TryRemoveEntry(stream.Child(*child, entry.path), report); error != 0) {
-            result = error;
+/// Removes as much of a tree as it can.
+class TryRemoval final : public TreeWalk {
+public:
+    TryRemoval() : TreeWalk(OnFailure::Continue, Threads::Many) {}
+
+    int Visit(const Entry& entry, const Report& report) override {
+        if (!TakeForDirectory(entry, {report.err, RECORD_KIND_NONE})) {
+            return DoUnlink(entry, nullptr, report);
         }
+        DirectoryStream stream = DirectoryStream::Open(entry);
+        if (!stream) {
+            return Fail(Step::OpenTryRemove, entry.path, errno, report);
+        }
+        int result = VisitChildren(stream, entry.path, report);
+        if (stream.ReadError() != 0) {
+            result = Fail(Step::OpenTryRemove, entry.path, stream.ReadError(), report);
+        }
+        stream.Close();
+        return DoRmDir(entry, result, report);
     }
-    if (stream.ReadError() != 0) {
-        result = Fail(Step::OpenTryRemove, entry.path, stream.ReadError(), report);
-    }
-    stream.Close();
-    return DoRmDir(entry, result, report);
-}
+};
 
 /// An entry that does not exist any more counts as removed.
 int UnlinkIfThere(const Entry& entry, int flags) {
@@ -70,45 +71,75 @@ int UnlinkIfThere(const Entry& entry, int flags) {
     return unlinkat(entry.dirFd, entry.name, 0) == 0 ? 0 : errno;
 }
 
-int UnlinkChild(const Entry& entry, RemovalGuard* guard) {
-    if (guard == nullptr) {
-        return UnlinkIfThere(entry, 0);
-    }
-    const int error = UnlinkUnchanged(entry, *guard);
-    return error == ENOENT ? 0 : error;
-}
+/// Removes a tree like std::filesystem::remove_all, but from a name in an open directory. Reports nothing.
+class Removal final : public TreeWalk {
+public:
+    /// @param removalGuard  it changes with each object, so a guarded removal has one thread
+    explicit Removal(RemovalGuard* removalGuard)
+        : TreeWalk(OnFailure::Stop, removalGuard == nullptr ? Threads::Many : Threads::One), guard(removalGuard) {}
 
-/// Checks that an open directory may be emptied. @return 0 or an error number
-[[gnu::noinline]] int CheckDirectory(const DirectoryStream& stream, const RemovalGuard* guard) {
-    struct stat now {};
-    if (guard == nullptr) {
-        return 0;
+    int Run(const Entry& entry) {
+        int unused = 0;
+        return Visit(entry, {unused, RECORD_KIND_NONE});
     }
-    if (fstat(stream.Fd(), &now) != 0) {
-        return errno;
+    int RunOpen(DirectoryStream& stream, const Entry& entry) {
+        int unused = 0;
+        return EmptyAndRemove(stream, entry, {unused, RECORD_KIND_NONE});
     }
-    const auto failed = guard->failed.find({now.st_dev, now.st_ino});
-    if (failed != guard->failed.end()) {
-        return failed->second;
-    }
-    return guard->watch.HasChanged(now) ? ESTALE : 0;
-}
 
-/// Like std::filesystem::remove_all, but for a name in an open directory.
-int RemoveTree(const Entry& entry, RemovalGuard* guard) {
-    if (entry.type != DT_DIR && entry.type != DT_UNKNOWN) {
-        return UnlinkChild(entry, guard);
-    }
-    DirectoryStream stream = DirectoryStream::Open(entry);
-    if (!stream) {
-        if (errno == ENOTDIR || errno == ELOOP) {
-            return UnlinkChild(entry, guard);
+    int Visit(const Entry& entry, const Report& report) override {
+        if (entry.type != DT_DIR && entry.type != DT_UNKNOWN) {
+            return UnlinkChild(entry);
         }
-        return errno == ENOENT ? 0 : errno;
+        DirectoryStream stream = DirectoryStream::Open(entry);
+        if (!stream) {
+            if (errno == ENOTDIR || errno == ELOOP) {
+                return UnlinkChild(entry);
+            }
+            return errno == ENOENT ? 0 : errno;
+        }
+        const int error = CheckDirectory(stream);
+        return error == 0 ? EmptyAndRemove(stream, entry, report) : error;
     }
-    const int error = CheckDirectory(stream, guard);
-    return error == 0 ? EmptyAndRemove(stream, entry, guard) : error;
-}
+
+private:
+    int EmptyAndRemove(DirectoryStream& stream, const Entry& entry, const Report& report) {
+        if (const int error = VisitChildren(stream, entry.path, report); error != 0) {
+            return error;
+        }
+        if (stream.ReadError() != 0) {
+            return stream.ReadError();
+        }
+        stream.Close();
+        return UnlinkIfThere(entry, AT_REMOVEDIR);
+    }
+
+    int UnlinkChild(const Entry& entry) {
+        if (guard == nullptr) {
+            return UnlinkIfThere(entry, 0);
+        }
+        const int error = UnlinkUnchanged(entry, *guard);
+        return error == ENOENT ? 0 : error;
+    }
+
+    /// Checks that an open directory may be emptied. @return 0 or an error number
+    [[gnu::noinline]] int CheckDirectory(const DirectoryStream& stream) {
+        struct stat now {};
+        if (guard == nullptr) {
+            return 0;
+        }
+        if (fstat(stream.Fd(), &now) != 0) {
+            return errno;
+        }
+        const auto failed = guard->failed.find({now.st_dev, now.st_ino});
+        if (failed != guard->failed.end()) {
+            return failed->second;
+        }
+        return guard->watch.HasChanged(now) ? ESTALE : 0;
+    }
+
+    RemovalGuard* const guard;
+};
 
 }  // namespace
 
@@ -126,22 +157,12 @@ int Remove(const std::string& path, int& err, int recordKind) {
 }
 
 int RemoveEntry(const Entry& entry, RemovalGuard* guard, const Report& report) {
-    return FinishRemove(RemoveTree(entry, guard), entry.path, report);
+    return FinishRemove(Removal(guard).Run(entry), entry.path, report);
 }
 
 int EmptyAndRemove(DirectoryStream& stream, const Entry& entry, RemovalGuard* guard) {
     stream.Rewind();
-    while (const dirent* child = stream.Next()) {
-        // No message names a child, so the text stays that of the directory.
-        if (const int error = RemoveTree(stream.Child(*child, entry.path), guard); error != 0) {
-            return error;
-        }
-    }
-    if (stream.ReadError() != 0) {
-        return stream.ReadError();
-    }
-    stream.Close();
-    return UnlinkIfThere(entry, AT_REMOVEDIR);
+    return Removal(guard).RunOpen(stream, entry);
 }
 
 int FinishRemove(int error, const std::string& path, const Report& report) {
@@ -155,7 +176,7 @@ int FinishRemove(int error, const std::string& path, const Report& report) {
 int TryRemove(const std::string& path, int& err, int recordKind) {
     TopPath top(path);
     const int error = top.Check();
-    return ResultOf(error == 0 ? TryRemoveEntry(top.AsEntry(), {err, recordKind})
+    return ResultOf(error == 0 ? TryRemoval().Visit(top.AsEntry(), {err, recordKind})
                                : Fail(Step::Unlink, path, error, {err, recordKind}));
 }
 

@@ -1,5 +1,4 @@
 // The worker pool of FileMigrateSocketServer.
-#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -12,6 +11,7 @@
 #include "handle_cmd.h"
 #include "log.h"
 #include "socket_server.h"
+#include "walk_stack.h"
 
 namespace TAVO::FileMigrateOrvane {
 namespace {
@@ -25,31 +25,6 @@ public:
 
 private:
     pthread_mutex_t& mutex;
-};
-
-/// The stack of a worker, besides the levels of a walk.
-constexpr std::size_t BASE_STACK = std::size_t{1} << 20;
-/// More than a level of any walk needs for each of its descriptors. Pages that are not used cost nothing.
-constexpr std::size_t STACK_PER_DESCRIPTOR = 1024;
-
-/// Sizes the workers' stacks for the deepest walk that the descriptor limit allows. The default size follows the stack
-/// limit of whoever started the daemon, and can be 2 MB.
-class WorkerAttributes {
-public:
-    WorkerAttributes() {
-        rlimit limit{};
-        (void)getrlimit(RLIMIT_NOFILE, &limit);  // cannot fail
-        pthread_attr_init(&attributes);
-        pthread_attr_setstacksize(&attributes, BASE_STACK + limit.rlim_cur * STACK_PER_DESCRIPTOR);
-    }
-    ~WorkerAttributes() { pthread_attr_destroy(&attributes); }
-    WorkerAttributes(const WorkerAttributes&) = delete;
-    WorkerAttributes& operator=(const WorkerAttributes&) = delete;
-
-    [[nodiscard]] const pthread_attr_t* Get() const { return &attributes; }
-
-private:
-    pthread_attr_t attributes{};
 };
 
 /// Reads one request and handles it. It never waits, because a task can be stale: another worker may have read the
@@ -73,7 +48,7 @@ void ServeOneRequest(int fd, FileMigrateRcvMsg& buffer) {
 
 int FileMigrateSocketServer::ThreadPoolInit() {
     threads = std::make_unique<pthread_t[]>(WORKER_COUNT);
-    const WorkerAttributes attributes;
+    WalkThreadAttributes attributes;
     for (int i = 0; i < WORKER_COUNT; ++i) {
         // The workers keep the name of the process. The kernel writes a task's name into its log lines, and the
         // kernel-log dump looks for that name.

@@ -1,0 +1,181 @@
+#include "tree_walk.h"
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+#include "walk_helpers.h"
+
+namespace TAVO::FileMigrateOrvane {
+namespace {
+
+/// A tree with this many entries is large: helpers gain more than they cost.
+constexpr unsigned LARGE_TREE = 256;
+/// So many files of one directory are visited before others are given away.
+constexpr unsigned FILES_KEPT = 256;
+
+/// A low number, so that the threads of a walk which wait for the one that goes deep hold few of the descriptors.
+int ReadDeepFd() {
+    rlimit limit{};
+    (void)getrlimit(RLIMIT_NOFILE, &limit);  // cannot fail
+    return static_cast<int>(limit.rlim_cur / 32);
+}
+
+/// The parts of one directory that its thread does not visit at once. Made when the first is needed, because most
+/// directories give nothing away and each level of a walk holds its frame.
+class Parts {
+public:
+    Parts(TreeWalk& partOf, int fd, const std::string& directory, const Report& outcome)
+        : walk(partOf), dirFd(fd), path(directory), report(outcome) {}
+    ~Parts() {
+        for (const auto& part : given) {
+            helpers.Join(*part);
+        }
+    }
+    Parts(const Parts&) = delete;
+    Parts& operator=(const Parts&) = delete;
+
+    /// Keeps an entry for a later part. A part is given away once there is an entry behind it, so that the last one
+    /// stays here. @return false if no helper takes what was kept
+    bool Keep(const dirent& entry) {
+        if (kept && kept->IsWorthwhile() && !Give()) {
+            return false;
+        }
+        if (!kept) {
+            kept = std::make_unique<WalkPart>(walk, dirFd, path, report.recordKind);
+        }
+        kept->Add(entry);
+        return true;
+    }
+
+    /// Visits what was kept and waits for the helpers.
+    void Finish() {
+        if (kept) {
+            const int error = kept->Visit(report);
+            result = error != 0 ? error : result;
+        }
+        while (!given.empty()) {
+            const std::unique_ptr<WalkPart> part = std::move(given.back());
+            given.pop_back();
+            helpers.Join(*part);
+            Collect(*part);
+        }
+    }
+
+    [[nodiscard]] int Result() const { return result; }
+
+private:
+    bool Give() {
+        CollectDone();
+        given.reserve(given.size() + 1);  // may throw, so before a helper has the part
+        if (!helpers.Offer(*kept)) {
+            return false;
+        }
+        given.push_back(std::move(kept));
+        return true;
+    }
+
+    void CollectDone() {
+        const auto isOpen = [this](const auto& part) { return !helpers.IsDone(*part); };
+        const auto firstDone = std::partition(given.begin(), given.end(), isOpen);
+        std::for_each(firstDone, given.end(), [this](const auto& part) { Collect(*part); });
+        given.erase(firstDone, given.end());
+    }
+
+    void Collect(const WalkPart& part) {
+        const int error = part.Outcome(report);
+        result = error != 0 ? error : result;
+    }
+
+    WalkHelpers& helpers = WalkHelpers::Instance();
+    TreeWalk& walk;
+    const int dirFd;
+    const std::string& path;
+    const Report& report;
+    std::unique_ptr<WalkPart> kept;
+    std::vector<std::unique_ptr<WalkPart>> given;
+    int result = 0;
+};
+
+}  // namespace
+
+/// Holds a directory so deep that only one thread of the walk may be there. It waits for that.
+class Deep {
+public:
+    Deep(TreeWalk& walk, int fd) {
+        if (walk.hasHelpers && fd >= walk.deepFd && walk.deepThread != pthread_self()) {
+            lock = std::unique_lock(walk.deep);
+            walk.deepThread = pthread_self();
+            owner = &walk;
+        }
+    }
+    ~Deep() {
+        if (owner != nullptr) {
+            owner->deepThread = pthread_t{};
+        }
+    }
+    Deep(const Deep&) = delete;
+    Deep& operator=(const Deep&) = delete;
+
+private:
+    TreeWalk* owner = nullptr;
+    std::unique_lock<std::mutex> lock;
+};
+
+TreeWalk::~TreeWalk() {
+    if (hasHelpers) {
+        WalkHelpers::Instance().Leave();
+    }
+}
+
+bool TreeWalk::VisitChild(const ListedName& child, std::string& path, const Report& report, int& result) {
+    const ChildPath joined(path, child.name);
+    Entry entry{child.dirFd, child.name, child.type, path};
+    entry.type = TypeOf(entry);
+    const int error = EndedAt() == 0 ? Visit(entry, report) : EndedAt();
+    result = error != 0 ? error : result;
+    return error == 0 || policy == OnFailure::Continue || (EndAt(error), false);
+}
+
+bool TreeWalk::EndAt(int error) {
+    int none = 0;
+    return ending.compare_exchange_strong(none, error);
+}
+
+/// Counts the entry, until the tree is large.
+bool TreeWalk::MayGiveAway(int fd) {
+    if (!isLarge) {
+        isLarge = threads == Threads::Many && ++seen > LARGE_TREE;
+        deepFd = isLarge ? ReadDeepFd() : 0;
+        return false;
+    }
+    const WalkHelpers& helpers = WalkHelpers::Instance();
+    // A thread that has gone deep must not wait for a helper, which may wait to go deep itself.
+    return helpers.HaveRoom() && fd < deepFd && deepThread != pthread_self();
+}
+
+int TreeWalk::VisitChildren(DirectoryStream& stream, std::string& path, const Report& report) {
+    const Deep deepPlace(*this, stream.Fd());
+    std::unique_ptr<Parts> parts;
+    unsigned files = 0;
+    int result = 0;
+    bool goesOn = true;
+    while (const dirent* child = goesOn ? stream.Next() : nullptr) {
+        const bool isForHelpers = MayGiveAway(stream.Fd()) && (child->d_type == DT_DIR || ++files > FILES_KEPT);
+        if (isForHelpers && parts == nullptr) {
+            parts = std::make_unique<Parts>(*this, stream.Fd(), path, report);
+        }
+        if (!isForHelpers || !parts->Keep(*child)) {
+            goesOn = VisitChild({stream.Fd(), child->d_name, child->d_type}, path, report, result);
+        }
+    }
+    if (parts != nullptr) {
+        parts->Finish();
+        result = parts->Result() != 0 ? parts->Result() : result;
+    }
+    return policy == OnFailure::Stop ? EndedAt() : result;
+}
+
+}  // namespace TAVO::FileMigrateOrvane
