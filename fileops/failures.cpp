@@ -34,31 +34,40 @@ struct StepTexts {
 
 // In the order of Step.
 constexpr StepTexts STEP_TEXTS[] = {
-    {Write<"open dir %{public}s failed, errno %{public}d", "TryCopy">, "OPEN_TRYCOPY", RecordNormalErr, First::Log},
-    {Write<"open dir %{public}s failed, errno %{public}d", "CopyCombRecurse">, "OPEN_COPYCOMBRECURSE", RecordNormalErr,
+    {Write<"open dir %{public}s failed, errno %{public}d", "TryCopy">, RecordTypeName("OPEN_TRYCOPY"), RecordNormalErr,
      First::Log},
-    {Write<"open dir %{public}s failed, errno %{public}d", "DoChOwnRecurse">, "OPEN_CHMOWNERECURSE", RecordErrForPath,
-     First::Record},
-    {Write<"open dir %{public}s failed, errno %{public}d", "DoChModRecurse">, "OPEN_CHMODERECURSE", RecordErrForPath,
-     First::Record},
-    {Write<"open dir %{public}s failed, errno %{public}d", "TryRemove">, "OPEN_TRYREMOVE", RecordNormalErr,
-     First::Record},
-    {Write<"open dir %{public}s failed, errno %{public}d", "AddBlksRecurse">, "OPEN_ADDBLKSRECURSE", RecordNormalErr,
-     First::Log},
-    {Write<"open dir %{public}s failed, errno %{public}d", "RecMaxSizeRecurse">, "OPEN_RECMAXSIZERECURSE",
+    {Write<"open dir %{public}s failed, errno %{public}d", "CopyCombRecurse">, RecordTypeName("OPEN_COPYCOMBRECURSE"),
      RecordNormalErr, First::Log},
-    {Write<"lstat %{public}s failed, errno=%{public}d", "IsDir">, "ISDIR", RecordErrForPath, First::Record},
-    {Write<"lstat %{public}s failed, errno=%{public}d", "GetUidGid">, "GETUIDGID", RecordErrForPath, First::Record},
-    {Write<"lstat %{public}s failed, errno=%{public}d", "AddBlks">, "ADDBLKS_LSTAT", RecordErrForPath, First::Log},
-    {Write<"lstat %{public}s failed, errno=%{public}d", "RecMaxSize">, "MAXSIZE_LSTAT", RecordErrForPath, First::Log},
-    {Write<"access %{public}s failed, errno=%{public}d", "IsPathExist">, "ISEXIST", RecordNormalErr, First::Record},
-    {Write<"unlink %{public}s failed, errno=%{public}d", "DoUnlink">, "Unlink", RecordNormalErr, First::Record},
-    {Write<"rmdir %{public}s failed, errno=%{public}d", "DoRmDir">, "RMDIR", RecordNormalErr, First::Record},
-    {Write<"Remove %{public}s failed, errno=%{public}d", "Remove">, "REMOVE", RecordNormalErr, First::Log},
-    {Write<"Restorecon %{public}s failed, errno=%{public}d", "RestoreCon">, "RESTORECON_NORECURSE", RecordNormalErr,
-     First::Log},
-    {Write<"RestoreconRecurseParallel %{public}s failed, errno=%{public}d", "RestoreCon">, "RESTORECONRECURSEPARALLEL",
+    {Write<"open dir %{public}s failed, errno %{public}d", "DoChOwnRecurse">, RecordTypeName("OPEN_CHMOWNERECURSE"),
+     RecordErrForPath, First::Record},
+    {Write<"open dir %{public}s failed, errno %{public}d", "DoChModRecurse">, RecordTypeName("OPEN_CHMODERECURSE"),
+     RecordErrForPath, First::Record},
+    {Write<"open dir %{public}s failed, errno %{public}d", "TryRemove">, RecordTypeName("OPEN_TRYREMOVE"),
+     RecordNormalErr, First::Record},
+    {Write<"open dir %{public}s failed, errno %{public}d", "AddBlksRecurse">, RecordTypeName("OPEN_ADDBLKSRECURSE"),
      RecordNormalErr, First::Log},
+    {Write<"open dir %{public}s failed, errno %{public}d", "RecMaxSizeRecurse">,
+     RecordTypeName("OPEN_RECMAXSIZERECURSE"), RecordNormalErr, First::Log},
+    {Write<"lstat %{public}s failed, errno=%{public}d", "IsDir">, RecordTypeName("ISDIR"), RecordErrForPath,
+     First::Record},
+    {Write<"lstat %{public}s failed, errno=%{public}d", "GetUidGid">, RecordTypeName("GETUIDGID"), RecordErrForPath,
+     First::Record},
+    {Write<"lstat %{public}s failed, errno=%{public}d", "AddBlks">, RecordTypeName("ADDBLKS_LSTAT"), RecordErrForPath,
+     First::Log},
+    {Write<"lstat %{public}s failed, errno=%{public}d", "RecMaxSize">, RecordTypeName("MAXSIZE_LSTAT"),
+     RecordErrForPath, First::Log},
+    {Write<"access %{public}s failed, errno=%{public}d", "IsPathExist">, RecordTypeName("ISEXIST"), RecordNormalErr,
+     First::Record},
+    {Write<"unlink %{public}s failed, errno=%{public}d", "DoUnlink">, RecordTypeName("Unlink"), RecordNormalErr,
+     First::Record},
+    {Write<"rmdir %{public}s failed, errno=%{public}d", "DoRmDir">, RecordTypeName("RMDIR"), RecordNormalErr,
+     First::Record},
+    {Write<"Remove %{public}s failed, errno=%{public}d", "Remove">, RecordTypeName("REMOVE"), RecordNormalErr,
+     First::Log},
+    {Write<"Restorecon %{public}s failed, errno=%{public}d", "RestoreCon">, RecordTypeName("RESTORECON_NORECURSE"),
+     RecordNormalErr, First::Log},
+    {Write<"RestoreconRecurseParallel %{public}s failed, errno=%{public}d", "RestoreCon">,
+     RecordTypeName("RESTORECONRECURSEPARALLEL"), RecordNormalErr, First::Log},
 };
 
 // In the order of Operation.
@@ -66,12 +75,16 @@ constexpr struct {
     void (*log)(const LogFailureFields& failure, int recurseOpt, const char* path);
     const char* type;
 } OPTION_TEXTS[] = {
-    {Write<"Unexpected recurseOpt:%{public}d, not mkdir %{public}s", "MkDir">, "INVALID_RECURSEOPT_MKDIR"},
-    {Write<"Unexpected recurseOpt:%{public}d, not prepare %{public}s", "PrepareDir">, "INVALID_RECURSEOPT_PREPAREDIR"},
-    {Write<"Unexpected recurseOpt:%{public}d, not chown %{public}s", "ChOwn">, "INVALID_RECURSEOPT_CHOWN"},
-    {Write<"Unexpected recurseOpt:%{public}d, not chmod %{public}s", "ChMod">, "INVALID_RECURSEOPT_CHMOD"},
+    {Write<"Unexpected recurseOpt:%{public}d, not mkdir %{public}s", "MkDir">,
+     RecordTypeName("INVALID_RECURSEOPT_MKDIR")},
+    {Write<"Unexpected recurseOpt:%{public}d, not prepare %{public}s", "PrepareDir">,
+     RecordTypeName("INVALID_RECURSEOPT_PREPAREDIR")},
+    {Write<"Unexpected recurseOpt:%{public}d, not chown %{public}s", "ChOwn">,
+     RecordTypeName("INVALID_RECURSEOPT_CHOWN")},
+    {Write<"Unexpected recurseOpt:%{public}d, not chmod %{public}s", "ChMod">,
+     RecordTypeName("INVALID_RECURSEOPT_CHMOD")},
     {Write<"Unexpected recurseOpt:%{public}d, not restorecon %{public}s", "RestoreCon">,
-     "INVALID_RECURSEOPT_RESTORECON"},
+     RecordTypeName("INVALID_RECURSEOPT_RESTORECON")},
 };
 
 // In the order of Identity.
@@ -155,7 +168,7 @@ int FailLookup(Identity identity, const char* name, int code, const Report& repo
 int FailListDir(const std::string& path, int error, const Report& report) {
     report.err = error;
     if (error != ENOENT) {
-        RecordNormalErr("LISTDIR_OPEN", path, error, report.recordKind);
+        RecordNormalErr(RecordTypeName("LISTDIR_OPEN"), path, error, report.recordKind);
     }
     LogFailure({RecordTypeName("LISTDIR_OPEN"), error, path},
                {"failed to open dir %{public}s, errno=%{public}d", "ListDir"}, path, error);
@@ -192,7 +205,7 @@ int FailRename(const std::string& src, const std::string& dst, int error, const 
 
 int FailExchanged(const std::string& path, const Report& report) {
     report.err = ESTALE;
-    RecordErrForPath("GETUIDGID", path, ESTALE, report.recordKind);
+    RecordErrForPath(RecordTypeName("GETUIDGID"), path, ESTALE, report.recordKind);
     LogFailure({RecordTypeName("GETUIDGID"), ESTALE, path},
                {"%{public}s was exchanged while it was copied, errno=%{public}d", "GetUidGid"}, path, ESTALE);
     return ESTALE;

@@ -69,7 +69,7 @@ int GetExistedPath(const std::string& path, std::string& existedPath, int& err, 
         current = DirName(current);
     }
     if (err != 0) {
-        RecordErrForPath("GET_EXISTED_PATH", path, err, recordKind);
+        RecordErrForPath(RecordTypeName("GET_EXISTED_PATH"), path, err, recordKind);
         return -1;
     }
     existedPath = current;
