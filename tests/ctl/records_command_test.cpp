@@ -256,10 +256,17 @@ TEST_F(RecordsCommand, FollowsAWriterAcrossRotations) {
 }
 
 TEST_F(RecordsCommand, FailureWithCauseAndDump) {
-    tree->MakeImmutable(tree->File("a"));
+    const std::string file = tree->File("a", std::string(5000, 'x'), 0640);
+    ASSERT_EQ(chown(file.c_str(), 7, 9), 0);
+    tree->MakeImmutable(file);
     EXPECT_EQ(Call({.cmd = Command::MoveAll, .src = tree->Path("a"), .dst = tree->Path("b")}).result, -1);
     EXPECT_TRUE(std::regex_search(RunTool("records -v").out, std::regex("likely cause: .*immutable")));
-    const std::string time = json::parse(RunTool("records --json").out)["time"];
+    const json record = json::parse(RunTool("records --json").out);
+    for (const std::string_view field : RecordKey::STAT_FIELDS) {
+        const json& value = record["snapshots"][0][field.substr(1, field.size() - 2)];
+        EXPECT_NE(ReadFile(RECORD_FILE_AB).find(std::string(field) + value.dump()), std::string::npos) << field;
+    }
+    const std::string time = record["time"];
     const std::string name = "MOVE@" + std::regex_replace(time, std::regex("[-T:]"), "");
     Append(DUMP_DIRECTORY + ("/" + name), "denied \x1b[2J\n");
     EXPECT_NE(RunTool("dumps").out.find(" EPERM  rename  " + tree->Path("a")), std::string::npos);
