@@ -29,6 +29,7 @@ bool TakeStat(Cursor& cursor, std::string_view path, StatSnapshot& stat) {
     }
     const auto* key = RecordKey::STAT_FIELDS.begin();
     const auto takeFields = [&](auto&... fields) {
+        static_assert(sizeof...(fields) == RecordKey::STAT_FIELDS.size());
         return ((cursor.Take(*key++) && cursor.TakeNumber(fields)) && ...);
     };
     return takeFields(stat.device, stat.inode, stat.mode, stat.links, stat.uid, stat.gid, stat.specialDevice, stat.size,

@@ -51,13 +51,15 @@ constexpr std::array<TableEntry, COMMAND_COUNT> COMMAND_TABLE = {{
 
 consteval bool IsCommandTableComplete() {
     for (std::size_t number = 0; number < COMMAND_TABLE.size(); ++number) {
-        if (static_cast<std::size_t>(COMMAND_TABLE[number].command) != number) {
+        const TableEntry& entry = COMMAND_TABLE[number];
+        if (static_cast<std::size_t>(entry.command) != number || entry.handler == nullptr) {
             return false;
         }
     }
     return true;
 }
-static_assert(IsCommandTableComplete(), "every command needs its entry, at the index that is its number");
+static_assert(IsCommandTableComplete(),
+              "every command needs its entry with a handler, at the index that is its number");
 
 constexpr std::int32_t MAX_RECURSE_OPT = 2;
 

@@ -135,22 +135,37 @@ TEST(CInterface, EveryCommandHasItsNumberAndFields) {
     const CClient client(daemon.socketPath);
     file_migrate_client* const c = client.c;
     const auto one = FILE_MIGRATE_PATH_ONLY, all = FILE_MIGRATE_RECURSIVE;
-    for (const file_migrate_reply& reply :
-         {file_migrate_is_exist(c, "/a"), file_migrate_is_dir(c, "/a"), file_migrate_list_dir(c, "/a").reply,
-          file_migrate_prepare_dir(c, "/a", "u", "g", "7", all), file_migrate_move_sub(c, "/a", "/b"),
-          file_migrate_move_all(c, "/a", "/b"), file_migrate_copy_sub(c, "/a", "/b"),
-          file_migrate_copy_all(c, "/a", "/b"), file_migrate_remove(c, "/a"), file_migrate_restorecon(c, "/a", one),
-          file_migrate_restorecon_from_parent(c, "/a"), file_migrate_try_remove(c, "/a"),
-          file_migrate_mkdir(c, "/a", all), file_migrate_chown(c, "/a", "u", "g", one),
-          file_migrate_chmod(c, "/a", "7", one), file_migrate_used_space(c, "/a"), file_migrate_max_size(c, "/a"),
-          file_migrate_copy_comb(c, "/a", "/b", "u", "g", "7")}) {
-        EXPECT_EQ(reply.status, FILE_MIGRATE_ANSWERED) << reply.message;
+    const file_migrate_reply replies[] = {
+        file_migrate_is_exist(c, "/a"),
+        file_migrate_is_dir(c, "/a"),
+        file_migrate_list_dir(c, "/a").reply,
+        file_migrate_prepare_dir(c, "/a", "u", "g", "7", all),
+        file_migrate_move_sub(c, "/a", "/b"),
+        file_migrate_move_all(c, "/a", "/b"),
+        file_migrate_copy_sub(c, "/a", "/b"),
+        file_migrate_copy_all(c, "/a", "/b"),
+        file_migrate_remove(c, "/a"),
+        file_migrate_restorecon(c, "/a", one),
+        file_migrate_restorecon_from_parent(c, "/a"),
+        file_migrate_try_remove(c, "/a"),
+        file_migrate_mkdir(c, "/a", all),
+        file_migrate_chown(c, "/a", "u", "g", one),
+        file_migrate_chmod(c, "/a", "7", one),
+        file_migrate_existed_path(c, "/a").reply,
+        file_migrate_used_space(c, "/a"),
+        file_migrate_max_size(c, "/a"),
+        file_migrate_copy_comb(c, "/a", "/b", "u", "g", "7"),
+    };
+    static_assert(std::size(replies) == COMMAND_COUNT);
+    for (const file_migrate_reply& reply : replies) {
+        const bool isPath = &reply == &replies[15];  // this answer has no path
+        EXPECT_EQ(reply.status, isPath ? FILE_MIGRATE_MALFORMED_REPLY : FILE_MIGRATE_ANSWERED) << reply.message;
     }
     EXPECT_EQ(daemon.Requests(),
               (std::vector<std::string>{"0|/a|||||0", "1|/a|||||0", "2|/a|||||0", "3|/a||u|g|7|2", "4|/a|/b||||0",
                                         "5|/a|/b||||0", "6|/a|/b||||0", "7|/a|/b||||0", "8|/a|||||0", "9|/a|||||1",
                                         "10|/a|||||0", "11|/a|||||0", "12|/a|||||2", "13|/a||u|g||1", "14|/a||||7|1",
-                                        "16|/a|||||0", "17|/a|||||0", "18|/a|/b|u|g|7|0"}));
+                                        "15|/a|||||0", "16|/a|||||0", "17|/a|||||0", "18|/a|/b|u|g|7|0"}));
 }
 
 void ExpectUnanswered(const file_migrate_reply& reply, file_migrate_status status, const std::string& message) {

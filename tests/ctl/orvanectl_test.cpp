@@ -106,25 +106,31 @@ std::string SentFor(const std::string& words) {
 
 TEST(Orvanectl, EveryCommandHasItsNumberAndFields) {
     const std::string here = std::filesystem::current_path();
-    EXPECT_EQ(SentFor("exists /a"), "0|/a|||||0");
-    EXPECT_EQ(SentFor("is-dir /a"), "1|/a|||||0");
-    EXPECT_EQ(SentFor("ls /a"), "2|/a|||||0");
-    EXPECT_EQ(SentFor("prepare-dir u:g 0771 /a"), "3|/a||u|g|0771|1");
-    EXPECT_EQ(SentFor("move-children /a /b"), "4|/a|/b||||0");
-    EXPECT_EQ(SentFor("move /a /b"), "5|/a|/b||||0");
-    EXPECT_EQ(SentFor("copy-children /a /b"), "6|/a|/b||||0");
-    EXPECT_EQ(SentFor("copy /a /b"), "7|/a|/b||||0");
-    EXPECT_EQ(SentFor("rm move"), "8|" + here + "/move|||||0");
-    EXPECT_EQ(SentFor("restorecon -r /a"), "9|/a|||||2");
-    EXPECT_EQ(SentFor("restorecon --from-parent /a"), "10|/a|||||0");
-    EXPECT_EQ(SentFor("rm --keep-going /a"), "11|/a|||||0");
-    EXPECT_EQ(SentFor("mkdir -r /a"), "12|/a|||||2");
-    EXPECT_EQ(SentFor("chown -r u:5 a/"), "13|" + here + "/a/||u|5||2");
-    EXPECT_EQ(SentFor("chmod 0750 /a"), "14|/a||||0750|1");
-    EXPECT_EQ(SentFor("existing-path /a"), "15|/a|||||0");
-    EXPECT_EQ(SentFor("du /a"), "16|/a|||||0");
-    EXPECT_EQ(SentFor("largest /a"), "17|/a|||||0");
-    EXPECT_EQ(SentFor("copy-comb u:g 640 /a -- -b"), "18|/a|" + here + "/-b|u|g|640|0");
+    const std::pair<const char*, std::string> rows[] = {
+        {"exists /a", "0|/a|||||0"},
+        {"is-dir /a", "1|/a|||||0"},
+        {"ls /a", "2|/a|||||0"},
+        {"prepare-dir u:g 0771 /a", "3|/a||u|g|0771|1"},
+        {"move-children /a /b", "4|/a|/b||||0"},
+        {"move /a /b", "5|/a|/b||||0"},
+        {"copy-children /a /b", "6|/a|/b||||0"},
+        {"copy /a /b", "7|/a|/b||||0"},
+        {"rm move", "8|" + here + "/move|||||0"},
+        {"restorecon -r /a", "9|/a|||||2"},
+        {"restorecon --from-parent /a", "10|/a|||||0"},
+        {"rm --keep-going /a", "11|/a|||||0"},
+        {"mkdir -r /a", "12|/a|||||2"},
+        {"chown -r u:5 a/", "13|" + here + "/a/||u|5||2"},
+        {"chmod 0750 /a", "14|/a||||0750|1"},
+        {"existing-path /a", "15|/a|||||0"},
+        {"du /a", "16|/a|||||0"},
+        {"largest /a", "17|/a|||||0"},
+        {"copy-comb u:g 640 /a -- -b", "18|/a|" + here + "/-b|u|g|640|0"},
+    };
+    static_assert(std::size(rows) == COMMAND_COUNT);
+    for (const auto& [words, sent] : rows) {
+        EXPECT_EQ(SentFor(words), sent);
+    }
 }
 
 TEST(Orvanectl, ListsInColumnsOnATerminal) {
