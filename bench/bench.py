@@ -386,13 +386,13 @@ def load(path, mode, clients, seconds=1):
     return json.loads(out)
 
 
-def compare_load(name, mode, clients, log, rate_target, tail_target=None):
+def compare_load(name, mode, clients, log, rate_target, tail_target=None, **environment):
     bare = "/tmp/bare"
     Path(bare).unlink(missing_ok=True)
     floor = subprocess.Popen([BUILD / "bench/bare_loop", bare])
     figures = {SOCKET: [], bare: []}
     try:
-        with Daemon(log):
+        with Daemon(log, **environment):
             wait_for_socket(bare)
             for number in range(ENOUGH_SECONDS + 1):  # one second each
                 for path in (SOCKET, bare) if number % 2 else (bare, SOCKET):

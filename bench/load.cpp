@@ -1,10 +1,11 @@
-// Clients in lock-step: each asks whether / exists, waits for the answer and asks again.
+// Clients in lock-step: each sends a request, waits for the answer and sends it again.
 //
-//     load SOCKET requests|connections CLIENTS SECONDS
+//     load SOCKET requests|connections|changes CLIENTS SECONDS
 //
-// "requests" keeps its connections, "connections" opens one for each request. Prints one JSON object: answers per
-// second, and the 50th and 99th percentile of the time from request to answer in microseconds. Exits with status 1 if a
-// client lost its connection to the server.
+// "requests" asks whether / exists and keeps its connections, "connections" opens one for each request. "changes" sets
+// the mode of /second-fs to the one it has. Prints one JSON object: answers per second, and the 50th and 99th
+// percentile of the time from request to answer in microseconds. Exits with status 1 if a client lost its connection to
+// the server or if a request failed.
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -29,6 +30,7 @@ using Clock = std::chrono::steady_clock;
 struct Plan {
     sockaddr_un address{};
     bool isConnectingAnew = false;
+    FileMigrateRcvMsg request{};
     Clock::time_point end;
 };
 
@@ -38,17 +40,14 @@ UniqueFd Connect(const sockaddr_un& address) {
     return isConnected ? std::move(fd) : UniqueFd();
 }
 
-bool Ask(const UniqueFd& fd, const FileMigrateRcvMsg& request) {
+bool Ask(const UniqueFd& fd, const Plan& plan) {
     FileMigrateResMsg reply{};
-    return send(fd.Get(), &request, sizeof(request), MSG_NOSIGNAL) == sizeof(request) &&
-           recv(fd.Get(), &reply, sizeof(reply), MSG_WAITALL) == sizeof(reply) && reply.result == 1;
+    return send(fd.Get(), &plan.request, sizeof(plan.request), MSG_NOSIGNAL) == sizeof(plan.request) &&
+           recv(fd.Get(), &reply, sizeof(reply), MSG_WAITALL) == sizeof(reply) && reply.result >= 0;
 }
 
 /// @return the time of each answer in microseconds, up to the point where the connection was lost
 std::vector<double> RunClient(const Plan& plan, std::atomic<bool>& isLost) {
-    FileMigrateRcvMsg request{};
-    request.cmd = static_cast<std::int32_t>(Command::IsExist);
-    request.src[0] = '/';
     std::vector<double> times;
     UniqueFd fd = Connect(plan.address);
     while (Clock::now() < plan.end) {
@@ -57,7 +56,7 @@ std::vector<double> RunClient(const Plan& plan, std::atomic<bool>& isLost) {
             fd = UniqueFd();
             fd = Connect(plan.address);
         }
-        if (!fd || !Ask(fd, request)) {
+        if (!fd || !Ask(fd, plan)) {
             isLost = true;
             break;
         }
@@ -86,7 +85,7 @@ int Run(const Plan& plan, unsigned int clients, double seconds) {
         all.insert(all.end(), times.begin(), times.end());
     }
     if (isLost || all.empty()) {
-        (void)std::fputs("load: a client lost its server\n", stderr);
+        (void)std::fputs("load: a client lost its server or its request failed\n", stderr);
         return 1;
     }
     const double median = Percentile(all, 50), tail = Percentile(all, 99);
@@ -103,11 +102,17 @@ int main(int argc, char* argv[]) {
     Plan plan;
     plan.address.sun_family = AF_UNIX;
     const std::string mode = argc == 5 ? argv[2] : "";
-    if ((mode != "requests" && mode != "connections") || std::strlen(argv[1]) >= sizeof(plan.address.sun_path)) {
-        (void)std::fputs("usage: load SOCKET requests|connections CLIENTS SECONDS\n", stderr);
+    if ((mode != "requests" && mode != "connections" && mode != "changes") ||
+        std::strlen(argv[1]) >= sizeof(plan.address.sun_path)) {
+        (void)std::fputs("usage: load SOCKET requests|connections|changes CLIENTS SECONDS\n", stderr);
         return 2;
     }
     std::strcpy(plan.address.sun_path, argv[1]);
+    const bool isChange = mode == "changes";
+    plan.request.cmd = static_cast<std::int32_t>(isChange ? Command::ChMod : Command::IsExist);
+    plan.request.recurseOpt = 1;
+    std::strcpy(plan.request.src, isChange ? "/second-fs" : "/");
+    std::strcpy(plan.request.perm, "1777");
     plan.isConnectingAnew = mode == "connections";
     const double seconds = std::strtod(argv[4], nullptr);
     plan.end = Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));

@@ -3,10 +3,12 @@
 #include <endian.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +17,12 @@
 
 namespace TAVO::FileMigrateOrvane::Detail {
 namespace {
+
+/// How long a line waits for a journal that is busy, so that it stores a burst whole. A journal that has stopped costs
+/// one wait: until it takes a line again, lines that it does not take at once are lost.
+constexpr timeval JOURNAL_PATIENCE{0, 100'000};
+/// Bytes of lines that the journal has not read yet.
+constexpr int SEND_BUFFER = 1 << 20;
 
 /// $JOURNAL_STREAM contains "device:inode" of the stream that init connected, see systemd.exec(5).
 bool IsStandardErrorTheStream() {
@@ -96,6 +104,14 @@ void AppendFailure(LogText& fields, const LogFailureFields& failure) {
     AppendPathField(fields, "DESTINATION", failure.destination);
 }
 
+/// A socket on which a send waits for a busy journal, but not longer than JOURNAL_PATIENCE.
+int OpenSocket() {
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    (void)setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &SEND_BUFFER, sizeof(SEND_BUFFER));  // the kernel may give less
+    (void)setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &JOURNAL_PATIENCE, sizeof(JOURNAL_PATIENCE));  // cannot fail
+    return fd;
+}
+
 }  // namespace
 
 bool IsLoggedToJournal() {
@@ -109,9 +125,10 @@ bool IsForJournal(LogKind kind) {
 }
 
 // The entry is one datagram of "FIELD=value" lines, the journal's native protocol. libsystemd's functions are not used
-// because they wait for the journal.
+// because they wait without a limit.
 bool SendToJournal(const LogSite& site, std::string_view message) {
-    static const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    static const int fd = OpenSocket();
+    static std::atomic<bool> isStuck = false;  ///< the last wait was in vain
     static const sockaddr_un address{AF_UNIX, "/run/systemd/journal/socket"};
     LogText fields;
     AppendField(fields, "MESSAGE=", message);
@@ -120,8 +137,10 @@ bool SendToJournal(const LogSite& site, std::string_view message) {
         AppendFailure(fields, *site.mark.failure);
     }
     const std::string_view bytes = fields.View();
-    return sendto(fd, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
-                  reinterpret_cast<const sockaddr*>(&address), sizeof(address)) >= 0;
+    const bool isSent = sendto(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | (isStuck ? MSG_DONTWAIT : 0),
+                               reinterpret_cast<const sockaddr*>(&address), sizeof(address)) >= 0;
+    isStuck = !isSent;
+    return isSent;
 }
 
 }  // namespace TAVO::FileMigrateOrvane::Detail

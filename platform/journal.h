@@ -12,7 +12,7 @@ namespace TAVO::FileMigrateOrvane::Detail {
 /// Whether the journal takes lines of this kind. It takes routine lines only if $FILE_MIGRATE_LOG_ALL is "1".
 [[nodiscard]] bool IsForJournal(LogKind kind);
 
-/// Sends a line as one entry. It does not wait for a journal that is busy or has stopped.
+/// Sends a line as one entry. It waits a moment for a journal that is busy, but not for one that has stopped.
 /// @param message  the line, without control characters
 /// @return whether the journal took it
 bool SendToJournal(const LogSite& site, std::string_view message);
