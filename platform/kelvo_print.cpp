@@ -1,8 +1,10 @@
 #include "kelvo_print.h"
 
 #include <fcntl.h>
+#include <linux/major.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -95,10 +97,13 @@ void AppendFormatted(LogText& line, const char* format, LogArguments arguments) 
     line.Append(format);
 }
 
+constexpr unsigned int NULL_MINOR = 3;  // of /dev/null, see null(4)
+
 /// Standard error as the log uses it.
 struct StandardError {
     int fd = STDERR_FILENO;
     bool isSocket = false;
+    bool isNull = false;  ///< /dev/null
 };
 
 /// A pipe or a terminal is opened once more, so that writes to it do not wait. Standard error itself is shared with
@@ -110,6 +115,7 @@ StandardError OpenStandardError() {
         return result;
     }
     result.isSocket = S_ISSOCK(st.st_mode);
+    result.isNull = S_ISCHR(st.st_mode) && st.st_rdev == makedev(MEM_MAJOR, NULL_MINOR);
     if (S_ISFIFO(st.st_mode) || S_ISCHR(st.st_mode)) {
         const int own = open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
         result.fd = own >= 0 ? own : STDERR_FILENO;
@@ -117,8 +123,13 @@ StandardError OpenStandardError() {
     return result;
 }
 
+const StandardError& GetStandardError() {
+    static const StandardError opened = OpenStandardError();
+    return opened;
+}
+
 bool WriteToStandardError(std::string_view line) {
-    static const StandardError to = OpenStandardError();
+    const StandardError& to = GetStandardError();
     const ssize_t written = to.isSocket ? send(to.fd, line.data(), line.size(), MSG_DONTWAIT | MSG_NOSIGNAL)
                                         : write(to.fd, line.data(), line.size());
     return written >= 0;
@@ -141,8 +152,8 @@ std::atomic<unsigned long> g_lostLines{0};  ///< lines that the log did not take
 }  // namespace
 
 void WriteLogLine(const LogSite& site, const char* format, LogArguments arguments) noexcept {
-    if (IsLoggedToJournal() && !IsForJournal(site.mark.kind)) {
-        return;
+    if (IsLoggedToJournal() ? !IsForJournal(site.mark.kind) : GetStandardError().isNull) {
+        return;  // nobody will read it
     }
     const ErrnoKeeper keeper;
     const unsigned long lost = g_lostLines == 0 ? 0 : g_lostLines.exchange(0);

@@ -1,8 +1,8 @@
 // The platform log. KelvoPrint writes one line to the journal if standard error is connected to it and the line is for
-// its reader (see LogKind), otherwise one line to standard error. Any thread may call it. It keeps errno and never
-// throws. If there is no memory for a long line, it cuts the line. Only for a busy journal it waits, and only a moment.
-// If the log does not take a line, the line is lost, and a later line tells how many were lost. A text of PATH_MAX
-// bytes or more is cut to PATH_MAX bytes and ends with "[cut]".
+// its reader (see LogKind), otherwise one line to standard error. If standard error is /dev/null, no line is composed.
+// Any thread may call it. It keeps errno and never throws. If there is no memory for a long line, it cuts the line.
+// Only for a busy journal it waits, and only a moment. If the log does not take a line, the line is lost, and a later
+// line tells how many were lost. A text of PATH_MAX bytes or more is cut to PATH_MAX bytes and ends with "[cut]".
 //
 // Formats are checked by the compiler: a conversion that does not match its argument, or a wrong number of arguments,
 // does not build. The "%{public}" marker is the log's own syntax and is removed from the output.
