@@ -10,7 +10,7 @@ public:
     [[nodiscard]] std::string message(int code) const override {
         switch (static_cast<ClientErrc>(code)) {
             case ClientErrc::InvalidRequest:
-                return "the daemon would refuse the request; it was not sent";
+                return "the request is not valid; it was not sent";
             case ClientErrc::ConnectionClosed:
                 return "the daemon closed the connection";
             case ClientErrc::TimedOut:
@@ -19,8 +19,32 @@ public:
                 return "malformed reply";
             case ClientErrc::UntrustedPeer:
                 return "the socket belongs to another user than the daemon";
+            case ClientErrc::Cancelled:
+                return "the request was cancelled";
+            case ClientErrc::Busy:
+                return "another request of this client is not finished";
         }
         return "unknown error " + std::to_string(code);
+    }
+
+    [[nodiscard]] std::error_condition default_error_condition(int code) const noexcept override {
+        switch (static_cast<ClientErrc>(code)) {
+            case ClientErrc::InvalidRequest:
+                return std::errc::invalid_argument;
+            case ClientErrc::ConnectionClosed:
+                return std::errc::connection_reset;
+            case ClientErrc::TimedOut:
+                return std::errc::timed_out;
+            case ClientErrc::MalformedReply:
+                return std::errc::bad_message;
+            case ClientErrc::UntrustedPeer:
+                return std::errc::permission_denied;
+            case ClientErrc::Cancelled:
+                return std::errc::operation_canceled;
+            case ClientErrc::Busy:
+                return std::errc::operation_in_progress;
+        }
+        return {code, *this};
     }
 };
 

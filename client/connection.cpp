@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -19,20 +18,6 @@ std::error_code LastError() {
     // Whichever call notices it first, a closed connection is one error for the caller.
     return errno == EPIPE || errno == ECONNRESET ? make_error_code(ClientErrc::ConnectionClosed)
                                                  : std::error_code(errno, std::system_category());
-}
-
-/// Limits how long a connect waits for room in the listener's backlog. It fails if no time is left.
-std::error_code SetConnectLimit(int fd, const Deadline& deadline) {
-    const int left = deadline.Remaining();
-    if (left == 0) {
-        return ClientErrc::TimedOut;
-    }
-    timeval limit{};  // zero means no limit
-    if (left > 0) {
-        limit.tv_sec = left / 1000;
-        limit.tv_usec = left % 1000 * 1000L;
-    }
-    return setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit)) == 0 ? std::error_code() : LastError();
 }
 
 /// Whoever can replace the socket file could read the requests and invent the replies.
@@ -61,7 +46,11 @@ Connection::~Connection() {
     }
 }
 
-std::error_code Connection::Open(const std::string& socketPath, std::uint32_t daemonUser, const Deadline& deadline) {
+void Connection::Close() {
+    *this = Connection();
+}
+
+std::error_code Connection::Open(const std::string& socketPath, std::uint32_t daemonUser) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     // An empty name would not be a file but an unnamed address.
@@ -71,19 +60,8 @@ std::error_code Connection::Open(const std::string& socketPath, std::uint32_t da
     std::memcpy(address.sun_path, socketPath.c_str(), socketPath.size());
 
     Connection opened;
-    opened.fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (opened.fd < 0) {
-        return LastError();
-    }
-    int result = -1;
-    do {
-        if (const std::error_code error = SetConnectLimit(opened.fd, deadline)) {
-            return error;
-        }
-        result = connect(opened.fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-        // EAGAIN: the backlog stayed full until the limit. EINTR: a signal interrupted the wait.
-    } while (result != 0 && (errno == EINTR || errno == EAGAIN));
-    if (result != 0) {
+    opened.fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (opened.fd < 0 || connect(opened.fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
         return LastError();
     }
     if (const std::error_code error = CheckPeer(opened.fd, daemonUser)) {
@@ -98,59 +76,24 @@ bool Connection::IsReady() const {
     return fd >= 0 && poll(&entry, 1, 0) == 0;
 }
 
-std::error_code Connection::WaitFor(short events, const Deadline& deadline) const {
-    for (;;) {
-        const int left = deadline.Remaining();
-        if (left == 0) {
-            return ClientErrc::TimedOut;
-        }
-        pollfd entry{fd, events, 0};
-        const int ready = poll(&entry, 1, left);
-        if (ready > 0) {
-            return {};
-        }
-        if (ready < 0 && errno != EINTR) {
-            return LastError();
-        }
+std::error_code Connection::Send(const void* data, std::size_t size) {
+    const ssize_t sent = send(fd, data, size, MSG_NOSIGNAL);
+    if (sent < 0) {
+        return LastError();
     }
+    // Sending the rest would not help, because the daemon refuses both parts.
+    return static_cast<std::size_t>(sent) == size ? std::error_code() : std::make_error_code(std::errc::message_size);
 }
 
-std::error_code Connection::Send(const void* data, std::size_t size, const Deadline& deadline) {
-    for (;;) {
-        const ssize_t sent = send(fd, data, size, MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (sent >= 0) {
-            // Sending the rest would not help, because the daemon refuses both parts.
-            return static_cast<std::size_t>(sent) == size ? std::error_code()
-                                                          : std::make_error_code(std::errc::message_size);
-        }
-        if (errno == EAGAIN) {
-            if (const std::error_code error = WaitFor(POLLOUT, deadline)) {
-                return error;
-            }
-        } else if (errno != EINTR) {
-            return LastError();
-        }
+std::error_code Connection::Receive(void* data, std::size_t size, std::size_t& received) {
+    const ssize_t count = recv(fd, data, size, 0);
+    if (count == 0) {
+        return ClientErrc::ConnectionClosed;
     }
-}
-
-std::error_code Connection::Receive(void* data, std::size_t size, const Deadline& deadline) {
-    char* next = static_cast<char*>(data);
-    while (size > 0) {
-        const ssize_t received = recv(fd, next, size, MSG_DONTWAIT);
-        if (received == 0) {
-            return ClientErrc::ConnectionClosed;
-        }
-        if (received > 0) {
-            next += received;
-            size -= static_cast<std::size_t>(received);
-        } else if (errno == EAGAIN) {
-            if (const std::error_code error = WaitFor(POLLIN, deadline)) {
-                return error;
-            }
-        } else if (errno != EINTR) {
-            return LastError();
-        }
+    if (count < 0) {
+        return LastError();
     }
+    received = static_cast<std::size_t>(count);
     return {};
 }
 

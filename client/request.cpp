@@ -1,6 +1,7 @@
 #include "request.h"
 
 #include <algorithm>
+#include <charconv>
 #include <string>
 
 namespace TAVO::FileMigrateClient {
@@ -23,11 +24,23 @@ std::string PutText(const char* name, std::string_view text, char (&field)[Width
     return {};
 }
 
+/// The daemon would cut a larger number to 32 bits, and take the largest one as "do not change".
+std::string CheckNumber(const char* name, std::string_view text) {
+    constexpr std::uint64_t largest = 4294967294;
+    std::uint64_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const bool isNumber = !text.empty() && end == text.data() + text.size();
+    return isNumber && (error != std::errc() || number > largest)
+               ? std::string(name) + " is larger than " + std::to_string(largest)
+               : std::string();
+}
+
 std::string PutFields(const Request& request, FileMigrateRcvMsg& record) {
     for (const std::string& complaint :
          {PutText("src", request.src, record.src), PutText("dst", request.dst, record.dst),
           PutText("user", request.user, record.user), PutText("group", request.group, record.group),
-          PutText("perm", request.perm, record.perm)}) {
+          PutText("perm", request.perm, record.perm), CheckNumber("user", request.user),
+          CheckNumber("group", request.group)}) {
         if (!complaint.empty()) {
             return complaint;
         }

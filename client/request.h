@@ -22,7 +22,7 @@ struct Request {
 };
 
 /// Makes the wire record of a request. It checks everything that the daemon checks, because the daemon gives a refused
-/// request no answer.
+/// request no answer. It also refuses numbers of owners that the daemon would misread.
 /// @return no failure, or ClientErrc::InvalidRequest with the name of the field and the reason as detail
 [[nodiscard]] Failure EncodeRequest(const Request& request, FileMigrateRcvMsg& record);
 

@@ -1,13 +1,12 @@
-// The implementation of a Client: its options, its connection, and the exchange of a request for a reply. It owns the
-// connection. Internal to the library; used by one thread at a time.
+// The implementation of both interfaces: the options, the connection, and one request at a time that is begun, moved on
+// without waiting, and finished. A blocking call is the same with a wait between the steps. It owns the connection.
+// Internal to the library; used by one thread at a time.
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <vector>
-
 #include "connection.h"
+#include "deadline.h"
 #include "file_migrate_client.hpp"
+#include "reply_reader.h"
 #include "request.h"
 
 namespace TAVO::FileMigrateClient {
@@ -16,27 +15,64 @@ class Session {
 public:
     explicit Session(ClientOptions clientOptions);
 
-    /// Connects, unless there is a usable connection.
+    /// Connects, unless there is a usable connection. Waits.
     [[nodiscard]] Failure Connect();
 
-    /// Sends a request and receives its reply. Any failure after the check of the request closes the connection.
-    /// @param mostPackages  a reply with more packages is malformed
-    /// @param packages      receives the texts of the packages; incomplete after a failure
-    Reply Exchange(const Request& request, std::int32_t mostPackages, std::vector<std::string>& packages);
+    /// Carries out a request. Waits. If a signal interrupts it, it cancels the request.
+    [[nodiscard]] Reply Run(const Request& request, PackageTaker taker = {});
 
-    /// The same for a command whose reply has no packages.
-    Reply Exchange(const Request& request);
+    /// Accepts a request; the next Process sends it.
+    /// @return ClientErrc::Busy while another request is not finished, ClientErrc::InvalidRequest, or no failure
+    [[nodiscard]] Failure Begin(const Request& request, PackageTaker taker = {});
 
-    /// Closes the connection after a reply that was complete but cannot be understood.
-    /// @return ClientErrc::MalformedReply
-    Failure Malformed(std::string detail);
+    /// Moves the request on as far as possible without waiting. An exception of the taker leaves the request in
+    /// progress; only Cancel and Abort are then allowed.
+    /// @return whether the request is over, so that Finish does not wait
+    bool Process();
+
+    /// Ends the request and gives its reply. Waits if the request is not over. If a signal interrupts the wait, the
+    /// failure is std::errc::interrupted, and the request is still in progress.
+    [[nodiscard]] Reply Finish();
+
+    /// Drops the request and closes the connection if it was in progress.
+    void Cancel();
+
+    /// Makes the request fail, so that Finish gives this failure.
+    void Abort(Failure failure);
+
+    /// What to wait for before the next Process, as poll() takes them: the descriptor (-1: only the time counts), the
+    /// events and the milliseconds (-1: no limit).
+    [[nodiscard]] int Descriptor() const;
+    [[nodiscard]] short Events() const;
+    [[nodiscard]] int Timeout() const;
+
+    /// Whether a signal handler interrupts a wait.
+    void SetInterruptible(bool wanted) { isInterruptible = wanted; }
 
 private:
-    [[nodiscard]] Failure Open(Connection& opened) const;
-    [[nodiscard]] Failure Send(const FileMigrateRcvMsg& record, Connection& current, Deadline& deadline) const;
+    enum class Step { None, Connecting, Sending, Receiving, Over };
+
+    [[nodiscard]] bool IsInProgress() const { return step != Step::None && step != Step::Over; }
+    void StartConnecting();
+    void StartSending();
+    [[nodiscard]] Failure Advance();
+    [[nodiscard]] Failure Open();
+    [[nodiscard]] Failure Send();
+    [[nodiscard]] Failure Receive();
+    [[nodiscard]] std::string WhatItDoes() const;
+    [[nodiscard]] Failure Wait() const;
 
     const ClientOptions options;
-    Connection connection;  ///< closed during an exchange, which takes it over
+    bool isInterruptible = false;
+    Connection connection;
+    Step step = Step::None;
+    Deadline deadline{std::chrono::milliseconds(0)};  ///< of the connecting, then of the reply
+    bool wasRefused = false;                          ///< the backlog was full at the last try
+    bool sendsRequest = false;                        ///< false for Connect
+    bool isFresh = false;                             ///< the connection was made for this request
+    FileMigrateRcvMsg record{};
+    ReplyReader reader;
+    Reply reply;  ///< valid once the step is Over
 };
 
 }  // namespace TAVO::FileMigrateClient

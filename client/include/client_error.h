@@ -12,12 +12,15 @@
 
 namespace TAVO::FileMigrateClient {
 
+/// The std::errc to which a code compares equal is in parentheses.
 enum class ClientErrc {
-    InvalidRequest = 1,  ///< the daemon would refuse the request without an answer, so it was not sent
-    ConnectionClosed,    ///< the daemon closed the connection before the whole reply had arrived
-    TimedOut,            ///< the limit passed; the daemon may still carry out a request that was sent
-    MalformedReply,      ///< the bytes received are not a reply to the request
-    UntrustedPeer = 8,   ///< another user than the daemon's listens at the socket; nothing was sent
+    InvalidRequest = 1,  ///< the daemon would refuse the request or misread it, so it was not sent (invalid_argument)
+    ConnectionClosed,    ///< the daemon closed the connection before the reply was complete (connection_reset)
+    TimedOut,            ///< the limit passed; the daemon may still carry out a request that was sent (timed_out)
+    MalformedReply,      ///< the bytes received are not a reply to the request (bad_message)
+    UntrustedPeer = 8,   ///< another user than the daemon's listens; nothing was sent (permission_denied)
+    Cancelled,           ///< the caller ended the request; the daemon may still carry it out (operation_canceled)
+    Busy,                ///< another request of this client is not finished; nothing was sent (operation_in_progress)
 };
 
 FILE_MIGRATE_EXPORT const std::error_category& ClientCategory() noexcept;

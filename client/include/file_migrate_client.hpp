@@ -3,11 +3,13 @@
 // clients at the same time. A program that wants several requests in progress uses several clients. The library starts
 // no thread, installs no signal handler, raises no SIGPIPE and keeps no global state.
 //
-// Only std::bad_alloc is thrown. The interface for C is file_migrate_client.h.
+// Only std::bad_alloc is thrown, and what the caller's own callbacks throw. The interface for C is
+// file_migrate_client.h.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -15,6 +17,7 @@
 
 #include "client_error.h"
 #include "client_export.h"
+#include "client_version.h"
 
 namespace TAVO::FileMigrateClient {
 
@@ -69,6 +72,11 @@ struct Entry {
     }
 };
 
+/// Takes one entry of a listing. The name is valid during the call only. If it returns false, the rest of the listing
+/// is dropped and the failure is ClientErrc::Cancelled. It must not use the client that calls it. It may throw; the
+/// client then drops the rest and closes its connection.
+using EntryTaker = std::function<bool(std::string_view name, bool isDirectory)>;
+
 struct Listing : Reply {
     std::vector<Entry> entries;  ///< in the order of the directory, without "." and ".."
     [[nodiscard]] bool Succeeded() const { return !failure && result == 0; }
@@ -94,7 +102,8 @@ struct Size : Reply {
 /// The daemon resolves paths, so a relative path is relative to the daemon's working directory. `user` and `group` are
 /// names or decimal numbers. `perm` is octal text ("0755"). An empty text or the mode 0 makes the command fail. Texts
 /// that the daemon would refuse without an answer (a NUL byte, "../", src and dst over 4095 bytes, user and group over
-/// 35, perm over 15 or with "-") fail with ClientErrc::InvalidRequest before the client connects.
+/// 35, perm over 15 or with "-") fail with ClientErrc::InvalidRequest before the client connects. So do numbers of
+/// users and groups above 4294967294, which the daemon would misread.
 class FILE_MIGRATE_EXPORT Client {
 public:
     explicit Client(ClientOptions options = {});
@@ -103,13 +112,20 @@ public:
     Client& operator=(Client&& other) noexcept;
     ~Client();
 
+    /// Whether a signal handler interrupts a wait. If it does, the failure is std::errc::interrupted, and the daemon
+    /// may still carry out a request that was sent. At first no signal interrupts.
+    void SetInterruptible(bool isWanted);
+
     /// Connects now, to find out whether the daemon is available. Requests connect by themselves.
     [[nodiscard]] Failure Connect();
 
     // Questions. They change nothing.
-    [[nodiscard]] YesNo IsExist(std::string_view path);                 ///< follows links: no for a dangling one
-    [[nodiscard]] YesNo IsDir(std::string_view path);                   ///< no for a link to a directory
-    [[nodiscard]] Listing ListDir(std::string_view path);               ///< one level
+    [[nodiscard]] YesNo IsExist(std::string_view path);    ///< follows links: no for a dangling one
+    [[nodiscard]] YesNo IsDir(std::string_view path);      ///< no for a link to a directory
+    [[nodiscard]] Listing ListDir(std::string_view path);  ///< one level
+    /// The same, entry by entry as they arrive, for directories with very many entries. They are all of them only if
+    /// the outcome is a success.
+    [[nodiscard]] Outcome ListDir(std::string_view path, EntryTaker taker);
     [[nodiscard]] ExistedPathReply ExistedPath(std::string_view path);  ///< the nearest ancestor that exists, or path
     [[nodiscard]] Size UsedSpace(std::string_view path);                ///< of the whole tree
     [[nodiscard]] Size MaxSize(std::string_view path);                  ///< of the largest non-directory in the tree
@@ -121,6 +137,9 @@ public:
 
     // Migration. `dst` is the new object, not the directory that will contain it. The Sub commands take each child of
     // `src` to the same name in `dst`, which must exist, and continue after a child that fails.
+    //
+    // Only regular files and directories are copied. A MOVE TO ANOTHER FILE SYSTEM AND CopyComb LOSE SYMBOLIC LINKS AND
+    // SPECIAL FILES: they remove them with the source and still succeed.
     [[nodiscard]] Outcome MoveSub(std::string_view src, std::string_view dst);
     [[nodiscard]] Outcome MoveAll(std::string_view src, std::string_view dst);
     [[nodiscard]] Outcome CopySub(std::string_view src, std::string_view dst);
@@ -146,5 +165,12 @@ public:
 private:
     std::unique_ptr<Session> session;
 };
+
+enum class OwnerField { None, User, Group };
+
+/// Tells a missing owner from a missing path: the daemon answers both with ENOENT. Looks the names up in this process,
+/// with the users and groups that it sees.
+/// @return the first of the two that is a name and does not exist; None if both are numbers or exist
+[[nodiscard]] FILE_MIGRATE_EXPORT OwnerField UnknownOwner(const std::string& user, const std::string& group);
 
 }  // namespace TAVO::FileMigrateClient

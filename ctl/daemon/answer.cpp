@@ -11,26 +11,6 @@
 namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
-/// The library's failures as error numbers of the system, so that scripts see only one kind of number.
-int ErrorNumberOf(const std::error_code& code) {
-    if (code.category() == std::system_category()) {
-        return code.value();
-    }
-    switch (static_cast<ClientErrc>(code.value())) {
-        case ClientErrc::InvalidRequest:
-            return EINVAL;
-        case ClientErrc::ConnectionClosed:
-            return ECONNRESET;
-        case ClientErrc::TimedOut:
-            return ETIMEDOUT;
-        case ClientErrc::MalformedReply:
-            return EBADMSG;
-        case ClientErrc::UntrustedPeer:
-            return EACCES;
-    }
-    return EIO;
-}
-
 /// An answer with the keys that every reply has.
 Answer Begin(const Reply& reply) {
     if (reply.failure) {
@@ -76,7 +56,8 @@ Answer NoAnswer(const Failure& failure) {
     Answer answer = Failed({}, failure.Message(), isRefused ? ExitStatus::Usage : ExitStatus::NoAnswer);
     answer.noAnswer = failure.code;
     answer.fields["result"] = nullptr;
-    PutError(answer.fields, ErrorNumberOf(failure.code));
+    // Error numbers of the system for the library's failures too, so that scripts see only one kind of number.
+    PutError(answer.fields, failure.code.default_error_condition().value());
     return answer;
 }
 

@@ -2,6 +2,7 @@
 // commands of the C++ interface send and how they read the answers.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <new>
 
@@ -49,9 +50,13 @@ TEST(ClientRequest, WhatTheDaemonWouldRefuseIsNotSent) {
     EXPECT_EQ(Complaint(client.ChMod("/a", "-1")), "perm contains \"-\"");
     EXPECT_EQ(Complaint(client.MkDir("/a", Recursion{3})), "recurseOpt is 3, not 0, 1 or 2");
     EXPECT_EQ(Complaint(client.MkDir("/a", Recursion{-1})), "recurseOpt is -1, not 0, 1 or 2");
+    EXPECT_EQ(Complaint(client.ChOwn("/a", "4294967295", "0")), "user is larger than 4294967294");
+    EXPECT_EQ(Complaint(client.PrepareDir("/a", "0", std::string(35, '9'), "7")), "group is larger than 4294967294");
     // The longest text of each field, and ".." without a slash after it, are not refused.
     EXPECT_TRUE(client.CopyComb(s, "/a/..", u, g, p).Succeeded());
-    EXPECT_EQ(daemon.Requests(), std::vector{"18|" + s + "|/a/..|" + u + "|" + g + "|" + p + "|0"});
+    EXPECT_TRUE(client.ChOwn("/a", "4294967294", "4294967295x").Succeeded());
+    EXPECT_EQ(daemon.Requests(), (std::vector{"18|" + s + "|/a/..|" + u + "|" + g + "|" + p + "|0",
+                                              std::string("13|/a||4294967294|4294967295x||1")}));
 }
 
 /// The error of a request that is answered with these bytes. The next request must get its own answer.
@@ -78,6 +83,42 @@ TEST(ClientReply, WhatIsNoReplyClosesTheConnectionAndTheNextRequestConnectsAnew)
     EXPECT_EQ(ErrorOf(one.substr(0, 5), true), ClientErrc::ConnectionClosed) << "in the result";
     EXPECT_EQ(ErrorOf(one.substr(0, 99), true), ClientErrc::ConnectionClosed) << "in a package";
     EXPECT_EQ(ErrorOf(one.substr(0, 99), false, 50), ClientErrc::TimedOut) << "in a package";
+}
+
+TEST(ClientReply, ErrorsCompareEqualToTheStandardOnes) {
+    EXPECT_EQ(make_error_code(ClientErrc::InvalidRequest), std::errc::invalid_argument);
+    EXPECT_EQ(make_error_code(ClientErrc::ConnectionClosed), std::errc::connection_reset);
+    EXPECT_EQ(make_error_code(ClientErrc::TimedOut), std::errc::timed_out);
+    EXPECT_EQ(make_error_code(ClientErrc::MalformedReply), std::errc::bad_message);
+    EXPECT_EQ(make_error_code(ClientErrc::UntrustedPeer), std::errc::permission_denied);
+    EXPECT_EQ(make_error_code(ClientErrc::Cancelled), std::errc::operation_canceled);
+    EXPECT_EQ(make_error_code(ClientErrc::Busy), std::errc::operation_in_progress);
+    EXPECT_NE(make_error_code(ClientErrc::TimedOut), std::errc::bad_message);
+}
+
+TEST(ClientReply, AListingInPiecesNeedsNoMemoryForItsNames) {
+    std::string names = "0:0";
+    for (int number = 1; names.size() < 4000; ++number) {
+        names += "/a name that would not fit into a short string " + std::to_string(number) + ":0";
+    }
+    FakeDaemon daemon({{ReplyBytes(0, 0, std::vector<std::string>(40, names))}, {}});
+    Client client(OptionsFor(daemon));
+    std::size_t count = 0;
+    g_allocationsLeft = 10;
+    const Outcome outcome = client.ListDir("/d", [&count](std::string_view /*name*/, bool /*isDirectory*/) {
+        ++count;
+        return true;
+    });
+    g_allocationsLeft = -1;
+    EXPECT_TRUE(outcome.Succeeded()) << outcome.failure.Message();
+    EXPECT_EQ(count, 40 * static_cast<std::size_t>(std::count(names.begin(), names.end(), ':')));
+}
+
+TEST(ClientReply, AMissingOwnerIsToldFromAMissingPath) {
+    EXPECT_EQ(UnknownOwner("nobody", "no such group"), OwnerField::Group);
+    EXPECT_EQ(UnknownOwner("no such user", "no such group"), OwnerField::User);
+    EXPECT_EQ(UnknownOwner("root", "4000000000"), OwnerField::None);
+    EXPECT_EQ(file_migrate_unknown_owner(nullptr, "no such group"), FILE_MIGRATE_GROUP);
 }
 
 TEST(ClientReply, AFigureThatCouldNotBeToldIsNotWhole) {
@@ -180,8 +221,8 @@ TEST(CInterface, WithoutAnAnswerStatusAndMessageTellWhy) {
     ExpectUnanswered(file_migrate_is_dir(client.c, "/"), FILE_MIGRATE_CONNECTION_CLOSED, "closed");
     ExpectUnanswered(file_migrate_is_dir(client.c, "/"), FILE_MIGRATE_TIMED_OUT, "the request was sent");
     ExpectUnanswered(file_migrate_is_dir(client.c, "a/../b"), FILE_MIGRATE_INVALID_REQUEST, "../");
-    ExpectUnanswered(file_migrate_is_dir(nullptr, "/"), FILE_MIGRATE_NULL_ARGUMENT, "argument 1 is NULL");
-    ExpectUnanswered(file_migrate_list_dir(client.c, nullptr).reply, FILE_MIGRATE_NULL_ARGUMENT, "argument 2");
+    ExpectUnanswered(file_migrate_is_dir(nullptr, "/"), FILE_MIGRATE_NULL_ARGUMENT, "client is NULL");
+    ExpectUnanswered(file_migrate_list_dir(client.c, nullptr).reply, FILE_MIGRATE_NULL_ARGUMENT, "src is NULL");
     EXPECT_EQ(daemon.Requests().size(), 3U);
     ExpectUnanswered(file_migrate_connect(nowhere.c), FILE_MIGRATE_SYSTEM_ERROR, "connecting to nnn");
     EXPECT_EQ(file_migrate_connect(nowhere.c).system_error, ENAMETOOLONG);

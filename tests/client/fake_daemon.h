@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -35,7 +36,9 @@ inline std::string ReplyBytes(std::int32_t result, std::int32_t errCode, const s
 struct Answer {
     std::string bytes = ReplyBytes(0, 0);  ///< empty: the client gets no answer
     bool thenHangUp = false;
-    bool thenStopReading = false;  ///< keeps the connection open, so that the client notices only when it sends
+    bool thenStopReading = false;        ///< keeps the connection open, so that the client notices only when it sends
+    std::chrono::milliseconds delay{0};  ///< before the answer
+    bool isUnread = false;               ///< the request stays in the connection
 };
 
 class FakeDaemon {
@@ -82,13 +85,15 @@ private:
     }
 
     bool AnswerOne(int fd) {
+        const std::size_t index = Requests().size();
+        const Answer answer = index < answers.size() ? answers[index] : Answer();
         FileMigrateRcvMsg r;
         // A single call, as in the daemon: a request that comes in pieces is not complete.
-        if (recv(fd, &r, sizeof(r), 0) != sizeof(r)) {
+        if (recv(fd, &r, sizeof(r), answer.isUnread ? MSG_PEEK : 0) != sizeof(r)) {
             return false;
         }
+        std::this_thread::sleep_for(answer.delay);
         const std::lock_guard lock(mutex);
-        const Answer answer = requests.size() < answers.size() ? answers[requests.size()] : Answer();
         requests.push_back(std::to_string(r.cmd) + "|" + r.src + "|" + r.dst + "|" + r.user + "|" + r.group + "|" +
                            r.perm + "|" + std::to_string(r.recurseOpt));
         kept = UniqueFd(answer.thenStopReading ? dup(fd) : -1);
