@@ -221,9 +221,9 @@ void file_migrate_release(void* memory) {
     ::operator delete(memory);
 }
 
-void file_migrate_set_interruptible(Handle* client, int is_wanted) {
+void file_migrate_set_interruptible(Handle* client, int enabled) {
     if (client != nullptr) {
-        client->session.SetInterruptible(is_wanted != 0);
+        client->session.SetInterruptible(enabled != 0);
     }
 }
 

@@ -96,7 +96,7 @@ void file_migrate_release(void* memory);
 
 // Whether a signal handler interrupts a wait (1) or not (0, the default). A wait that was interrupted gives the status
 // FILE_MIGRATE_SYSTEM_ERROR with EINTR. The daemon may still carry out a request that was sent.
-void file_migrate_set_interruptible(file_migrate_client* client, int is_wanted);
+void file_migrate_set_interruptible(file_migrate_client* client, int enabled);
 
 // Connects now, to find out whether the daemon is available (result 0). Requests connect by themselves.
 file_migrate_reply file_migrate_connect(file_migrate_client* client);
@@ -121,8 +121,9 @@ file_migrate_reply file_migrate_max_size(file_migrate_client* client, const char
 
 // Commands that change something. Their result is 0 for success and -1 for failure.
 //
-// Moves and copies copy regular files and directories only. A MOVE TO ANOTHER FILE SYSTEM AND copy_comb LOSE SYMBOLIC
-// LINKS AND SPECIAL FILES: they remove them with the source, and the result is still 0.
+// dst is the new object, not the directory that will contain it; but a file that is copied onto an existing directory
+// goes into it. Only regular files and directories are copied. A MOVE TO ANOTHER FILE SYSTEM AND copy_comb LOSE
+// SYMBOLIC LINKS AND SPECIAL FILES: they remove them with the source, and the result is still 0.
 file_migrate_reply file_migrate_mkdir(file_migrate_client* client, const char* path, file_migrate_recursion recursion);
 file_migrate_reply file_migrate_prepare_dir(file_migrate_client* client, const char* path, const char* user,
                                             const char* group, const char* perm, file_migrate_recursion recursion);

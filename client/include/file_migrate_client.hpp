@@ -135,7 +135,8 @@ public:
     [[nodiscard]] Outcome PrepareDir(std::string_view path, std::string_view user, std::string_view group,
                                      std::string_view perm, Recursion recursion = Recursion::PathOnly);
 
-    // Migration. `dst` is the new object, not the directory that will contain it. The Sub commands take each child of
+    // Migration. `dst` is the new object, not the directory that will contain it; but a file that is copied onto an
+    // existing directory goes into it. The Sub commands take each child of
     // `src` to the same name in `dst`, which must exist, and continue after a child that fails.
     //
     // Only regular files and directories are copied. A MOVE TO ANOTHER FILE SYSTEM AND CopyComb LOSE SYMBOLIC LINKS AND

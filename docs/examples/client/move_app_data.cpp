@@ -1,9 +1,13 @@
-// Moves an application's data to a new place, gives it to its owner and labels it.
+// Moves an application's data to a new place, gives it to its owner and labels it. It refuses to move what would be
+// lost.
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <file_migrate_orvane/file_migrate_client.hpp>
+#include <filesystem>
 #include <string>
 
 using namespace TAVO::FileMigrateClient;
@@ -30,6 +34,30 @@ void Require(const std::string& step, const Outcome& outcome) {
     }
 }
 
+// A move to another file system copies regular files and directories only. Links, pipes, sockets and devices are
+// removed with the source, and the result is still 0.
+void RequireThatNothingIsLost(const std::string& from, const std::string& to) {
+    namespace fs = std::filesystem;
+    struct stat source = {};
+    struct stat destination = {};
+    if (stat(from.c_str(), &source) == 0 && stat(to.c_str(), &destination) == 0 &&
+        source.st_dev == destination.st_dev) {
+        return;
+    }
+    std::error_code error;
+    for (fs::recursive_directory_iterator entry(from, error), end; !error && entry != end; entry.increment(error)) {
+        const fs::file_status status = entry->symlink_status(error);
+        if (!fs::is_regular_file(status) && !fs::is_directory(status)) {
+            std::fprintf(stderr, "%s: neither a file nor a directory; it would be lost\n", entry->path().c_str());
+            std::exit(EXIT_FAILURE);
+        }
+    }
+    if (error) {
+        std::fprintf(stderr, "%s: cannot look for what would be lost: %s\n", from.c_str(), error.message().c_str());
+        std::exit(EXIT_FAILURE);
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -53,6 +81,7 @@ int main(int argc, char** argv) {
     }
 
     Require("creating " + to, client.PrepareDir(to, user, group, "0750", Recursion::Recursive));
+    RequireThatNothingIsLost(from, to);
     Require("moving to " + to, client.MoveSub(from, to));
     Require("changing owners in " + to, client.ChOwn(to, user, group, Recursion::Recursive));
 
