@@ -54,6 +54,24 @@ void AddOptions(CLI::App& app, DaemonOptions& daemon) {
     app.footer(FOOTER);
 }
 
+/// Adds the sub-command with the name `only`, or all if no sub-command has this name. Making all parsers takes longer
+/// than a short command itself.
+void AddCommands(CLI::App& app, std::string_view only, const DaemonOptions& daemon, Action& chosen) {
+    AddDaemonCommands(app, only, daemon, chosen);
+    if (only.empty() || only == "status") {
+        AddStatusCommand(app, daemon, chosen);
+    }
+    if (only.empty() || only == "records") {
+        AddRecordsCommand(app, chosen);
+    }
+    if (only.empty() || only == "dumps") {
+        AddDumpsCommand(app, chosen);
+    }
+    if (app.get_subcommands([](const CLI::App*) { return true; }).empty()) {
+        AddCommands(app, "", daemon, chosen);
+    }
+}
+
 std::size_t Distance(const std::string& from, const std::string& to) {
     // cost[i][j]: changes from the first i letters of one word to the first j letters of the other
     std::vector<std::vector<std::size_t>> cost(from.size() + 1, std::vector<std::size_t>(to.size() + 1));
@@ -157,11 +175,8 @@ ExitStatus Main(int argc, char** argv) {
     DaemonOptions daemon;
     Action chosen;
     AddOptions(app, daemon);
-    AddDaemonCommands(app, daemon, chosen);
-    AddStatusCommand(app, daemon, chosen);
-    AddRecordsCommand(app, chosen);
-    AddDumpsCommand(app, chosen);
     const std::span words(argv, static_cast<std::size_t>(argc));
+    AddCommands(app, argc > 1 ? words[1] : "", daemon, chosen);
     const bool isJson = std::ranges::find(words, std::string_view("--json")) != words.end();
     try {
         app.parse(argc, argv);
@@ -181,7 +196,8 @@ ExitStatus Main(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     using namespace TAVO::FileMigrateOrvane::Ctl;
-    (void)std::setlocale(LC_ALL, "");  // NOLINT(concurrency-mt-unsafe): before any thread
+    // For printable characters only: the other categories take longer to load than the rest of a short command.
+    (void)std::setlocale(LC_CTYPE, "");  // NOLINT(concurrency-mt-unsafe): before any thread
     try {
         return static_cast<int>(Main(argc, argv));
     } catch (const std::exception& error) {

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "argument_checks.h"
 #include "sub_command.h"
@@ -110,9 +111,11 @@ void AddDaemonCommand(CLI::App& app, const SubCommand& command, const DaemonOpti
 
 }  // namespace
 
-void AddDaemonCommands(CLI::App& app, const DaemonOptions& daemon, Action& chosen) {
+void AddDaemonCommands(CLI::App& app, std::string_view only, const DaemonOptions& daemon, Action& chosen) {
     for (const SubCommand& command : SubCommands()) {
-        AddDaemonCommand(app, command, daemon, chosen);
+        if (only.empty() || only == command.name) {
+            AddDaemonCommand(app, command, daemon, chosen);
+        }
     }
 }
 

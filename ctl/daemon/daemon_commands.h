@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <string_view>
 
 #include "action.h"
 #include "client_library.h"
@@ -25,9 +26,10 @@ struct DaemonOptions {
 };
 
 /// Adds one sub-command for each of the daemon's commands.
+/// @param only    adds just the one with this name, if not empty
 /// @param daemon  read when the selected action runs; must live until then
 /// @param chosen  set by the parser
-void AddDaemonCommands(CLI::App& app, const DaemonOptions& daemon, Action& chosen);
+void AddDaemonCommands(CLI::App& app, std::string_view only, const DaemonOptions& daemon, Action& chosen);
 
 /// Adds orvanectl status: whether the daemon answers, how fast, and what it has recorded. Parameters as above.
 void AddStatusCommand(CLI::App& app, const DaemonOptions& daemon, Action& chosen);
