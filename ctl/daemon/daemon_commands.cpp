@@ -74,7 +74,9 @@ void AddStyle(CLI::App& parser, const SubCommand& command, Words& words) {
         if (command.Is(TakesForce)) {
             parser.add_flag("--force", arguments.isForced, "send it even if the source would be lost");
         }
-        parser.add_flag("--dry-run", arguments.isDryRun, "change nothing; show what would be done");
+        CLI::Option* dryRun =
+            parser.add_flag("--dry-run", arguments.isDryRun, "change nothing; show what would be done");
+        parser.add_flag("-i,--itemize", arguments.isItemized, "list each object of the dry run")->needs(dryRun);
     }
     if (command.Is(TakesProgress)) {
         parser.add_option("--progress", words.progress, "show progress: always or never")

@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "itemizer.h"
 #include "place.h"
 #include "text.h"
 
@@ -18,7 +19,7 @@ constexpr std::size_t LONGEST_PATH = PATH_MAX - 1;
 /// Counts the objects of a tree and those whose names exist at the destination.
 class Survey {
 public:
-    explicit Survey(Client& usedClient) : client(usedClient) {}
+    Survey(Client& usedClient, Itemizer& itemizer) : client(usedClient), items(itemizer) {}
 
     /// Counts everything below a directory.
     /// @param destination  the directory that it would be merged into; empty if there is none
@@ -34,7 +35,12 @@ public:
             const bool isTaken = found != taken.end();
             const bool isMerged = isTaken && entry.isDirectory && found->second;
             replaced += isTaken && !isMerged ? 1 : 0;
-            Count(entry, directory + "/" + entry.name, isMerged ? destination + "/" + entry.name : std::string());
+            const std::string path = directory + "/" + entry.name;
+            items.Add(path, entry.isDirectory,
+                      isMerged  ? Obstacle::DirectoryToMerge
+                      : isTaken ? Obstacle::Object
+                                : Obstacle::Nothing);
+            Count(entry, path, isMerged ? destination + "/" + entry.name : std::string());
         }
     }
 
@@ -68,6 +74,7 @@ private:
     }
 
     Client& client;
+    Itemizer& items;
 };
 
 /// "1 directory", "2 directories".
@@ -178,13 +185,20 @@ std::optional<Answer> Refuse(const SubCommand& command, const Failure& connected
     return std::nullopt;
 }
 
-void CountSource(const SubCommand& command, const Place& source, const Place& destination, Survey& survey) {
+void CountSource(const SubCommand& command, const Place& source, const Place& destination, Survey& survey,
+                 Itemizer& items) {
+    const bool isMerged = source.kind == Place::Kind::Directory && destination.kind == Place::Kind::Directory;
+    if (!command.Is(MeansChildren)) {
+        items.Add(source.path, source.kind == Place::Kind::Directory,
+                  isMerged               ? Obstacle::DirectoryToMerge
+                  : destination.Exists() ? Obstacle::Object
+                                         : Obstacle::Nothing);
+    }
     if (source.kind != Place::Kind::Directory) {
         ++survey.others;
         return;
     }
     survey.directories += command.Is(MeansChildren) ? 0 : 1;
-    const bool isMerged = destination.kind == Place::Kind::Directory;
     survey.CountBelow(source.path, isMerged ? destination.path : std::string());
 }
 
@@ -198,8 +212,9 @@ Answer DryRun(const SubCommand& command, Client& client, const Arguments& argume
     }
     const bool goesSomewhere = command.Is(TakesDestination);
     const Place destination = goesSomewhere ? Look(client, arguments.destination) : Place();
-    Survey survey(client);
-    CountSource(command, source, destination, survey);
+    Itemizer items(arguments.isItemized, command, preflight);
+    Survey survey(client, items);
+    CountSource(command, source, destination, survey, items);
     const Size size = survey.isWhole ? client.UsedSpace(source.path) : Size();
     const bool isKnown = survey.isWhole && !size.failure && size.isWhole;
     Verdict verdict = goesSomewhere ? Judge(command, source, destination, survey) : Verdict();
@@ -216,13 +231,16 @@ Answer DryRun(const SubCommand& command, Client& client, const Arguments& argume
         answer.fields["replaced"] = survey.replaced;
         answer.fields["would_fail"] = verdict.wouldFail;
     }
+    if (arguments.isItemized) {
+        answer.fields["objects"] = items.ToJson();
+    }
     if (verdict.wouldFail) {
         const bool isLost = command.Is(TakesForce);
         return Failed(std::move(answer),
                       verdict.text + (isLost ? "; " + Printable(source.path) + " would be removed and its files lost"
                                              : std::string()));
     }
-    answer.output = std::string("would have ") + command.done + " " + Objects(command, arguments) + ": " +
+    answer.output = items.Text() + "would have " + command.done + " " + Objects(command, arguments) + ": " +
                     Counted(survey.directories, "directory", "directories") + ", " +
                     Counted(survey.others, "other object", "other objects") +
                     (isKnown ? ", " + SizeText(static_cast<std::uint64_t>(size.kilobytes)) : std::string()) + "\n";

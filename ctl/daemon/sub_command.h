@@ -21,6 +21,7 @@ struct Arguments {
     bool keepGoing = false;
     bool fromParent = false;
     bool isDryRun = false;
+    bool isItemized = false;  ///< list each object of the dry run
     bool showsProgress = false;
     bool isStrict = false;  ///< refuse what would lose links or special files
     bool isForced = false;  ///< send what would lose the source

@@ -6,12 +6,12 @@ declare -gA _orvanectl_options=(
     [ls]='--json'
     [prepare-dir]='--recursive --json'
     [mkdir]='--recursive --json'
-    [move]='--strict --dry-run --progress --json'
-    [move-children]='--strict --dry-run --progress --json'
-    [copy]='--dry-run --progress --json'
-    [copy-children]='--dry-run --progress --json'
-    [copy-comb]='--strict --force --dry-run --progress --json'
-    [rm]='--keep-going --dry-run --json'
+    [move]='--strict --dry-run --itemize --progress --json'
+    [move-children]='--strict --dry-run --itemize --progress --json'
+    [copy]='--dry-run --itemize --progress --json'
+    [copy-children]='--dry-run --itemize --progress --json'
+    [copy-comb]='--strict --force --dry-run --itemize --progress --json'
+    [rm]='--keep-going --dry-run --itemize --json'
     [restorecon]='--recursive --from-parent --json'
     [chown]='--recursive --json'
     [chmod]='--recursive --json'
@@ -22,8 +22,15 @@ declare -gA _orvanectl_options=(
     [records]='--since --until --type --errno --path --verbose --json --html --output --color --no-pager --summary --by --against --directory --host-from --lines --reverse --follow'
     [dumps]='--directory --json'
 )
-declare -g _orvanectl_types='COPY MOVE CHOWN CHMOD MKDIR Unlink RMDIR REMOVE RESTORECON_NORECURSE'
-declare -g _orvanectl_errors='EPERM ENOENT EIO EACCES EBUSY EEXIST EXDEV ENOTDIR EISDIR EINVAL ENOSPC EROFS ENOTEMPTY'
+declare -g _orvanectl_types='COPY MOVE CHOWN CHMOD MKDIR RESTORECON_FROMPARENT RESTORECON_NORECURSE RESTORECONRECURSEPARALLEL Unlink RMDIR
+    REMOVE OPEN_TRYREMOVE OPEN_TRYCOPY OPEN_MIGRATESUB OPEN_COPYCOMBRECURSE OPEN_ADDBLKSRECURSE
+    OPEN_RECMAXSIZERECURSE LISTDIR_OPEN ISEXIST OPEN_CHMOWNERECURSE OPEN_CHMODERECURSE ISDIR GETUIDGID
+    ADDBLKS_LSTAT MAXSIZE_LSTAT GET_EXISTED_PATH INVALID_RECURSEOPT_MKDIR INVALID_RECURSEOPT_PREPAREDIR
+    INVALID_RECURSEOPT_CHOWN INVALID_RECURSEOPT_CHMOD INVALID_RECURSEOPT_RESTORECON TRANSFORM_MODE PARA_EMPTY
+    UID_GETPWNAM UID_STRTOUL UID_IS_NULL GID_GETGRNAM GID_STRTOUL GID_IS_NULL RECVBUFSIZE INVALID_STR INVALID_CMD
+    INVALID_MODE INVALID_RECURSEOPT'
+declare -g _orvanectl_errors='EPERM ENOENT EIO ENOMEM EACCES EBUSY EEXIST EXDEV ENOTDIR EISDIR EINVAL ENFILE EMFILE ETXTBSY EFBIG ENOSPC
+    EROFS EMLINK ERANGE ENAMETOOLONG ENOTEMPTY ELOOP EOPNOTSUPP ESTALE EUCLEAN EDQUOT'
 declare -g _orvanectl_common='--help --version --socket --timeout'
 
 # Sets `command` to the sub-command on the line and `operands` to the number of its arguments before the cursor.

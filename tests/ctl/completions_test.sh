@@ -16,5 +16,10 @@ table=$(listed "$1")
 diff <(echo "$table") <(sed -n "s/^    \[\(.*\)\]='/\1 '/p" packaging/completion/orvanectl.bash)
 diff <(echo "$table") <(sed -n "/^takes=(/,/^)/s/^    //p" packaging/completion/_orvanectl)
 for word in $(tr -d \' <<<"$table"); do
-    grep -qE "(^.It Cm|Fl) ${word#-}( |$)" docs/man/orvanectl.1 || { echo "orvanectl.1 lacks $word" && exit 1; }
+    grep -qE "(^.It Cm|Fl) ${word#-}( |$)" docs/man/orvanectl*.1 || { echo "the man pages lack $word" && exit 1; }
+done
+for word in $(sed -n '/^inline.*RECORD_TYPES\[\]/,/};/s/[^"]*"\([A-Za-z_]*\)"[^"]*/\1 /gp' wire/record_format.h); do
+    for file in packaging/completion/*; do
+        grep -qE "[ '(]$word( |'|$)" "$file" || { echo "$file lacks the type $word" && exit 1; }
+    done
 done
