@@ -65,16 +65,21 @@ std::string OwnerAndMode(const std::string& path) {
     return UserName(st.st_uid) + ":" + GroupName(st.st_gid) + mode.data();
 }
 
-std::string AccessHint(const std::string& path) {
+std::string ObstacleTo(const std::string& path) {
     std::filesystem::path obstacle(path);
     struct stat st {};
-    mode_t needed = S_IRGRP;
-    while (stat(obstacle.c_str(), &st) != 0) {
-        if (!obstacle.has_relative_path()) {
-            return "run this as root";
-        }
+    while (stat(obstacle.c_str(), &st) != 0 && obstacle.has_relative_path()) {
         obstacle = obstacle.parent_path();
-        needed = S_IXGRP;  // it is a directory on the way
+    }
+    return obstacle;
+}
+
+std::string AccessHint(const std::string& path) {
+    const std::string obstacle = ObstacleTo(path);
+    const mode_t needed = obstacle == path ? S_IRGRP : S_IXGRP;  // otherwise it is a directory on the way
+    struct stat st {};
+    if (stat(obstacle.c_str(), &st) != 0) {
+        return "run this as root";
     }
     if ((st.st_mode & needed) == 0 || st.st_gid == 0) {
         return "run this as root";

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <string>
 #include <utility>
 
 #include "advice.h"
@@ -16,7 +17,7 @@
 namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
-/// The records of one path since a time.
+/// The records of one request.
 struct Found {
     std::size_t count = 0;
     std::size_t repeats = 0;  ///< records in a row that equal the first
@@ -43,12 +44,24 @@ bool IsOlder(const Reader::LocatedRecord& located, const RecordMark& mark) {
     return std::cmp_less(located.record.offset, before) && SizeOf(*file) >= before;
 }
 
+/// Whether a record without a path is about the request's user, group or mode, such as one that nobody has.
+bool IsAboutOwnerOrMode(const Reader::Record& record, const Arguments& arguments) {
+    const std::pair<const std::string&, const std::string&> fields[] = {
+        {record.user, arguments.user}, {record.group, arguments.group}, {record.perm, arguments.mode}};
+    const auto isSame = [](const auto& field) { return !field.first.empty() && field.first == field.second; };
+    const auto mayBeSame = [](const auto& field) { return field.first.empty() || field.first == field.second; };
+    return record.src.empty() && record.dst.empty() && std::ranges::any_of(fields, isSame) &&
+           std::ranges::all_of(fields, mayBeSame);
+}
+
+/// The records of the filter's path; without one, those about the owner or the mode of the request.
 /// @param hint  set if a record file cannot be read
-Found FindRecords(const RecordFilter& filter, const RecordMark& before, std::string& hint) {
+Found FindRecords(const RecordFilter& filter, const Arguments& arguments, const RecordMark& before, std::string& hint) {
     Reader::RecordStream stream(Reader::AllRecordPaths(), Reader::Reading::Once);
     Found found;
     while (std::optional<Reader::LocatedRecord> next = stream.Next()) {
-        if (!Matches(filter, next->record) || IsOlder(*next, before)) {
+        if (!Matches(filter, next->record) || IsOlder(*next, before) ||
+            (filter.path.empty() && !IsAboutOwnerOrMode(next->record, arguments))) {
             continue;
         }
         if (found.count++ == 0) {
@@ -79,8 +92,8 @@ void Put(Answer& answer, const Found& found, const RecordFilter& filter) {
     if (const std::string check = Reader::ToCheck(found.first); !check.empty()) {
         answer.message += "\nto check: " + Printable(check);
     }
-    answer.hint = "orvanectl records -v --since '" + TimeText(filter.since, ' ') + "' --path " +
-                  Printable(Reader::Quoted(filter.path)) +
+    answer.hint = "orvanectl records -v --since '" + TimeText(filter.since, ' ') + "'" +
+                  (filter.path.empty() ? "" : " --path " + Printable(Reader::Quoted(filter.path))) +
                   (found.count == 1 ? " shows the record" : " shows the records");
 }
 
@@ -91,12 +104,12 @@ RecordMark::RecordMark() : times(Now()) {
 }
 
 void AddCause(Answer& answer, const Arguments& arguments, const RecordMark& before) {
-    for (const std::string& path : {arguments.path, arguments.destination}) {
+    for (const std::string& path : {arguments.path, arguments.destination, std::string()}) {
         RecordFilter filter;
         filter.since = before.times;
         filter.path = path;
         std::string hint;
-        const Found found = path.empty() ? Found() : FindRecords(filter, before, hint);
+        const Found found = FindRecords(filter, arguments, before, hint);
         if (!hint.empty()) {
             answer.hint = hint;
         }

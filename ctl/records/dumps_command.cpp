@@ -11,7 +11,6 @@
 
 #include "advice.h"
 #include "answer.h"
-#include "explain.h"
 #include "kernel_log_dumps.h"
 #include "record_files.h"
 #include "record_json.h"
@@ -107,8 +106,7 @@ std::string InWords(const Reader::KernelLogDump& dump, const Reader::Record* own
     if (owner == nullptr) {
         return text + (isKnown ? "no record\n" : "unknown record\n");
     }
-    return text + TimeText(owner->times, ' ') + "  " + ErrorColumn(*owner) + "  " +
-           Printable(Reader::FailureInWords(owner->type)) + "  " + ObjectsColumn(*owner) + "\n";
+    return text + RecordInWords(*owner, {});
 }
 
 std::string PathOf(const Options& options, const Reader::KernelLogDump& dump) {

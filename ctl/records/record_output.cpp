@@ -40,6 +40,7 @@ void RecordOutput::Show(const Reader::LocatedRecord& located) {
     } else if (options.form == Form::JsonLines) {
         PrintJsonLine(ToJson(located));
     } else {
+        Widen(style, located.record);
         const std::string text = RecordInWords(located.record, style);
         std::string host = Printable(located.host);
         host.resize(std::max(host.size(), hostWidth), ' ');

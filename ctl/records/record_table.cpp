@@ -1,5 +1,6 @@
 #include "record_table.h"
 
+#include <algorithm>
 #include <climits>
 #include <cwchar>
 #include <set>
@@ -13,9 +14,6 @@
 
 namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
-
-constexpr std::size_t ERROR_WIDTH = 9;     // ENOTEMPTY
-constexpr std::size_t FAILURE_WIDTH = 16;  // a longer one shifts its line
 
 const char* Arrow() {
     char bytes[MB_LEN_MAX];
@@ -148,6 +146,11 @@ void AppendField(std::string& text, const char* name, const std::string& value) 
 
 }  // namespace
 
+void Widen(TableStyle& style, const Reader::Record& record) {
+    style.errorWidth = std::max(style.errorWidth, ErrorColumn(record).size());
+    style.failureWidth = std::max(style.failureWidth, Printable(Reader::FailureInWords(record.type)).size());
+}
+
 std::string ErrorColumn(const Reader::Record& record) {
     return record.errorNumber ? ErrorName(*record.errorNumber) : "-";
 }
@@ -172,8 +175,8 @@ std::string RecordInWords(const Reader::Record& record, const TableStyle& style)
     const std::string error = ErrorColumn(record);
     const std::string failure = Printable(Reader::FailureInWords(record.type));
     std::string text = Toned(Tone::Faint, TimeText(record.times, ' '), style.isColoured) + "  " +
-                       Toned(Tone::Bad, error, style.isColoured) + Padding(error.size(), ERROR_WIDTH) + failure +
-                       Padding(failure.size(), FAILURE_WIDTH) + ObjectsColumn(record);
+                       Toned(Tone::Bad, error, style.isColoured) + Padding(error.size(), style.errorWidth) + failure +
+                       Padding(failure.size(), style.failureWidth) + ObjectsColumn(record);
     if (record.isAmbiguous) {
         text += Toned(Tone::Warning, "  (ambiguous)", style.isColoured);
     }

@@ -2,6 +2,7 @@
 // Functions without state; call them after main has set the locale.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "record.h"
@@ -10,8 +11,13 @@ namespace TAVO::FileMigrateOrvane::Ctl {
 
 struct TableStyle {
     bool isColoured = false;
-    bool isVerbose = false;  ///< with the snapshots and the likely cause
+    bool isVerbose = false;         ///< with the snapshots and the likely cause
+    std::size_t errorWidth = 9;     ///< columns for the error: ENOTEMPTY; a longer one shifts its line
+    std::size_t failureWidth = 16;  ///< columns for the failed operation
 };
+
+/// Makes the columns of the style wide enough for the record, so that the lines after it have the same columns.
+void Widen(TableStyle& style, const Reader::Record& record);
 
 /// "EACCES"; "-" for a refused request, which has no error number.
 std::string ErrorColumn(const Reader::Record& record);

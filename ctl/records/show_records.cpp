@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "advice.h"
@@ -61,10 +62,13 @@ std::vector<Reader::RecordPath> PathsOf(const RecordsOptions& options, Rotated r
     return paths.empty() ? Reader::AllRecordPaths() : paths;
 }
 
+bool IsForbidden(const Reader::ReadTrouble& trouble) {
+    return trouble.errorNumber == EACCES || trouble.errorNumber == EPERM;
+}
+
 std::string InWords(const Reader::ReadTrouble& trouble) {
     if (trouble.errorNumber != 0) {
-        const bool isForbidden = trouble.errorNumber == EACCES || trouble.errorNumber == EPERM;
-        return ErrorText(trouble.errorNumber) + (isForbidden ? ": " + AccessHint(trouble.file) : "");
+        return ErrorText(trouble.errorNumber) + (IsForbidden(trouble) ? ": " + AccessHint(trouble.file) : "");
     }
     return "skipped " + std::to_string(trouble.skipped.length) + " bytes at offset " +
            std::to_string(trouble.skipped.offset) + ": " + Printable(trouble.excerpt) +
@@ -196,9 +200,14 @@ std::optional<GroupCounts> CountsBefore(const RecordsOptions& options) {
 
 bool ReportTroubles(Reader::RecordStream& stream) {
     bool isReadable = true;
+    std::set<std::string>
+        obstacles;  // a directory that may not be searched is reported once, not for each of its files
     for (const Reader::ReadTrouble& trouble : stream.TakeTroubles()) {
         isReadable = isReadable && trouble.errorNumber == 0;
-        Complain(Printable(trouble.file), InWords(trouble));
+        const std::string what = IsForbidden(trouble) ? ObstacleTo(trouble.file) : trouble.file;
+        if (!IsForbidden(trouble) || obstacles.insert(what).second) {
+            Complain(Printable(what), InWords(trouble));
+        }
     }
     return isReadable;
 }

@@ -102,6 +102,36 @@ TEST_F(OrvanectlDaemonTest, SaysWhatWouldBeLostBeforeItIs) {
     std::filesystem::remove_all(other);
 }
 
+TEST_F(OrvanectlDaemonTest, DryRunListsEachObject) {
+    Start();
+    tree->File("src/old");
+    tree->File("src/new");
+    tree->File("src/sub/file");
+    tree->Link("src/link", "old");
+    tree->File("into/old");
+    tree->Dir("into/sub");
+    const std::string src = tree->Path("src"), other = std::getenv("FILE_MIGRATE_SECOND_FS") + std::string("/listed");
+    const auto rows = [&](const std::string& top, const std::string& link, const std::string& old,
+                          const std::string& sub, const std::string& each) {
+        return top + src + "/\n" + link + src + "/link\n" + each + src + "/new\n" + old + src + "/old\n" + sub + src +
+               "/sub/\n" + each + src + "/sub/file\n";
+    };
+    const std::string create = "create   ", lose = "lose     ", remove = "remove   ";
+    const std::pair<std::string, std::string> expected[] = {
+        {"copy src into", rows("merge    ", "skip     ", "replace  ", "merge    ", create)},
+        {"move src " + other, rows(create, lose, create, create, create)},
+        {"move src renamed", rows(create, create, create, create, create)},
+        {"rm src", rows(remove, remove, remove, remove, remove)},
+    };
+    for (const auto& [words, list] : expected) {
+        EXPECT_EQ(RunIn(*tree, words + " --dry-run -i | grep ' /' | grep -v would | LC_ALL=C sort -b -k 2").out, list)
+            << words;
+    }
+    EXPECT_TRUE(Has(RunIn(*tree, "rm into/old --dry-run -i --json").out,
+                    R"("objects":[{"action":"remove","path":")" + tree->Path("into/old") + R"(","directory":false}])"));
+    EXPECT_EQ(RunIn(*tree, "rm src -i").status, 2);
+}
+
 TEST_F(OrvanectlDaemonTest, AFailureComesWithItsCauseAndItsRecords) {
     Start();
     tree->MakeImmutable(tree->File("fixed"));
@@ -115,6 +145,7 @@ TEST_F(OrvanectlDaemonTest, AFailureComesWithItsCauseAndItsRecords) {
     const std::string hint = run.err.substr(run.err.find("orvanectl records"));
     const Finished shown = RunTool(hint.substr(10, hint.find(" shows") - 10));
     EXPECT_TRUE(Has(shown.out, "likely cause: the source ")) << hint << shown.out << shown.err;
+    EXPECT_TRUE(Has(RunIn(*tree, "chown nobody7:0 fixed").err, "\nlikely cause: there is no user nobody7\nhint: "));
     EXPECT_TRUE(Has(RunIn(*tree, "move fixed new --json").out, R"("records":1,"cause":"immutable","cause_path":"/)"));
 }
 

@@ -196,6 +196,11 @@ TEST_F(RecordsCommand, FormsColoursAndPager) {
     for (const auto& [prefix, words, out] : rows) {
         EXPECT_EQ(RunTool("records " + file + " " + words, prefix).out, out) << prefix << words;
     }
+    const std::string wide =
+        tree->File("wide.txt", Line("RMDIR", "/a", 36, "101530") + Line("RMDIR", "/b", 2, "101530"));
+    EXPECT_EQ(RunTool("records " + wide).out,
+              "2026-11-21 10:15:30  ENAMETOOLONG  remove directory  /a\n"
+              "2026-11-21 10:15:30  ENOENT        remove directory  /b\n");
     for (const std::string words : {"-o pretty", "-o json --json", "-o short -v", "--color blue"}) {
         EXPECT_EQ(RunTool("records " + words).status, 2) << words;
     }
@@ -229,7 +234,12 @@ TEST_F(RecordsCommand, ReadsAllFilesInOrderOfTime) {
     std::filesystem::permissions(RECORD_FILE_AB, std::filesystem::perms::none);
     const Finished other = RunTool("records", WITHOUT_PRIVILEGE);
     EXPECT_EQ(Numbers(other.out), "0 1 4 2 3 ");
-    EXPECT_TRUE(other.status == 1 && other.err.find("run this as root") != other.err.npos) << other.err;
+    const std::string hint = ": EACCES (Permission denied): run this as root\n";
+    EXPECT_EQ(std::to_string(other.status) + other.err, "1orvanectl: " + std::string(RECORD_FILE_AB) + hint);
+    const std::string directory = std::filesystem::path(RECORD_FILE_AB).parent_path();
+    std::filesystem::permissions(directory, std::filesystem::perms::none);
+    EXPECT_EQ(RunTool("records", WITHOUT_PRIVILEGE).err, "orvanectl: " + directory + hint);
+    std::filesystem::permissions(directory, std::filesystem::perms::owner_all);
 }
 
 TEST_F(RecordsCommand, FollowsAWriterAcrossRotations) {
@@ -269,7 +279,7 @@ TEST_F(RecordsCommand, FailureWithCauseAndDump) {
     const std::string time = record["time"];
     const std::string name = "MOVE@" + std::regex_replace(time, std::regex("[-T:]"), "");
     Append(DUMP_DIRECTORY + ("/" + name), "denied \x1b[2J\n");
-    EXPECT_NE(RunTool("dumps").out.find(" EPERM  rename  " + tree->Path("a")), std::string::npos);
+    EXPECT_NE(RunTool("dumps").out.find("  EPERM      rename            " + tree->Path("a")), std::string::npos);
     EXPECT_NE(RunTool("dumps " + name).out.find("denied \\x1b[2J\n"), std::string::npos);
     EXPECT_EQ(json::parse(RunTool("dumps --json " + name).out)["record"]["src"], tree->Path("a"));
     EXPECT_EQ(json::parse(RunTool("dumps --json MOVE").out)["error"], "ENOENT");
