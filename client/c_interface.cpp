@@ -384,18 +384,21 @@ Answer file_migrate_begin(Handle* client, const file_migrate_request* request) {
 }
 
 int file_migrate_fd(const Handle* client) {
-    return client->session.Descriptor();
+    return client == nullptr ? -1 : client->session.Descriptor();
 }
 
 short file_migrate_events(const Handle* client) {
-    return client->session.Events();
+    return client == nullptr ? short{0} : client->session.Events();
 }
 
 int file_migrate_timeout(const Handle* client) {
-    return client->session.Timeout();
+    return client == nullptr ? 0 : client->session.Timeout();
 }
 
 int file_migrate_process(Handle* client) {
+    if (client == nullptr) {
+        return 1;  // file_migrate_finish says why
+    }
     try {
         return client->session.Process() ? 1 : 0;
     } catch (...) {  // as above

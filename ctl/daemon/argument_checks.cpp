@@ -24,7 +24,8 @@ std::string CheckLength(const char* what, const std::string& text, std::size_t l
                                         " bytes: " + Printable(text.substr(0, shown)) + "...";
 }
 
-/// The library and the daemon would cut a larger number, and take the largest one as "do not change".
+/// The daemon would cut a larger number, and take the largest one as "do not change". The library refuses it too; this
+/// message names the argument as the help does.
 std::string CheckNumber(const char* what, const std::string& text) {
     constexpr std::uint64_t largest = 4294967294;
     std::uint64_t number = 0;

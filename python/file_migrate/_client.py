@@ -245,7 +245,7 @@ class Client:
             _encode_owner(group),
             None if mode is None else f"{mode:04o}".encode(),
             _RECURSIVE if recursive else _PATH_ONLY,
-            EntryTaker() if take is None else EntryTaker(pass_on),
+            EntryTaker(0) if take is None else EntryTaker(pass_on),
             None,
         )
         reply = self._exchange(request)
@@ -258,7 +258,7 @@ class Client:
     def _exchange(self, request: Request) -> Reply:
         handle = self._open_handle()
         try:
-            reply = LIBRARY.file_migrate_begin(handle, ctypes.byref(request))
+            reply: Reply = LIBRARY.file_migrate_begin(handle, ctypes.byref(request))
             if reply.status != 0:
                 return reply
             while True:

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import ctypes
 from ctypes import CFUNCTYPE, POINTER, c_char, c_char_p, c_int, c_int32, c_int64, c_size_t, c_uint32, c_void_p
+from typing import Any
 
 
 class Options(ctypes.Structure):
@@ -47,7 +48,7 @@ def _load() -> ctypes.CDLL:
     """Loads the library, and says what each function takes and returns."""
     library = ctypes.CDLL("libfile_migrate_client.so.0")
     handle = c_void_p
-    functions = {
+    functions: dict[str, tuple[Any, list[Any]]] = {
         "client_version": (c_uint32, []),
         "client_new": (handle, [POINTER(Options)]),
         "client_free": (None, [handle]),

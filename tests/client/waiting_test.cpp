@@ -188,6 +188,9 @@ TEST(CPolling, WhatIsNoRequestIsNotBegun) {
     EXPECT_EQ(Text(file_migrate_begin(client.c, &unknown)), "1 -1 0 there is no such command");
     EXPECT_EQ(file_migrate_process(client.c), 1);
     EXPECT_TRUE(daemon.Requests().empty());
+    EXPECT_EQ(file_migrate_fd(nullptr) + file_migrate_events(nullptr) + file_migrate_timeout(nullptr), -1);
+    EXPECT_EQ(file_migrate_process(nullptr), 1);
+    EXPECT_EQ(Text(file_migrate_finish(nullptr)), "6 -1 0 client is NULL");
 }
 
 TEST(CPolling, ACancelledRequestLeavesNoReplyForTheNext) {
