@@ -152,10 +152,10 @@ std::atomic<unsigned long> g_lostLines{0};  ///< lines that the log did not take
 }  // namespace
 
 void WriteLogLine(const LogSite& site, const char* format, LogArguments arguments) noexcept {
+    const ErrnoKeeper keeper;
     if (IsLoggedToJournal() ? !IsForJournal(site.mark.kind) : GetStandardError().isNull) {
         return;  // nobody will read it
     }
-    const ErrnoKeeper keeper;
     const unsigned long lost = g_lostLines == 0 ? 0 : g_lostLines.exchange(0);
     if (lost > 0) {
         const LogSite report{site.type, LogLevel::Warn, site.domain, site.tag, __func__, __LINE__};
