@@ -15,8 +15,15 @@ add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2 -W
 add_compile_definitions(_GNU_SOURCE _GLIBCXX_ASSERTIONS)
 add_link_options(-Wl,-z,relro,-z,now)
 
-# _FORTIFY_SOURCE needs optimisation, and hides some calls from the sanitizers.
-add_compile_options("$<$<CONFIG:Release>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
+# Hardening that depends on the processor.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|amd64|i.86")
+    add_compile_options(-fstack-clash-protection -fcf-protection)
+elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
+    add_compile_options(-fstack-clash-protection -mbranch-protection=standard)
+endif()
+
+# _FORTIFY_SOURCE needs optimisation, and hides some calls from the sanitizers. For the packages debian/rules sets it.
+add_compile_options("$<$<CONFIG:Release>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=3>")
 
 # FILE_MIGRATE_SANITIZE: what -fsanitize= takes ("address,undefined", "thread"); set by the presets.
 set(FILE_MIGRATE_SANITIZE "" CACHE STRING "Sanitizers to build with")
