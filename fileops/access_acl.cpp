@@ -4,6 +4,7 @@
 #include <linux/posix_acl.h>
 #include <linux/posix_acl_xattr.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -62,8 +63,21 @@ mode_t OwningGroupOf(const Buffer& buffer, std::size_t size) {
     return errno == EOPNOTSUPP || errno == ENODATA ? 0 : errno;
 }
 
+bool HasAccessAcl(int fd) {
+    return fgetxattr(fd, ACCESS_LIST, nullptr, 0) > 0;
+}
+
+[[gnu::noinline]] mode_t LimitToGroup(mode_t mode, int fd, gid_t group) {
+    const mode_t limited = mode & (~mode_t{S_IRWXG} | ((mode & S_IRWXO) << GROUP_SHIFT));
+    struct stat st {};
+    const bool isMeant = limited == mode || (fstat(fd, &st) == 0 && (st.st_gid == group || st.st_gid == getegid()));
+    return isMeant ? mode : limited;
+}
+
 int DropAccessAcl(int fd) {
-    return fremovexattr(fd, ACCESS_LIST) == 0 || errno == ENODATA || errno == EOPNOTSUPP ? 0 : errno;
+    // Most files have no list. Removing none takes longer than looking for it, because it writes to the journal.
+    return !HasAccessAcl(fd) || fremovexattr(fd, ACCESS_LIST) == 0 || errno == ENODATA || errno == EOPNOTSUPP ? 0
+                                                                                                              : errno;
 }
 
 int DropInheritedAcls(int directory) {

@@ -1,6 +1,8 @@
-// Access control lists. A copy does not get the list of its source, and does not keep a list that it inherited. If a
-// file has a list, the group bits of its mode are the list's mask. A copy with these bits would let the owning group do
-// what only a named user could do with the source.
+// What a group and the users in an access control list may do with a new object.
+//
+// A copy does not get the list of its source, and does not keep a list that it inherited. If a file has a list, the
+// group bits of its mode are the list's mask. A copy with these bits would let the owning group do what only a named
+// user could do with the source.
 #pragma once
 
 #include <sys/stat.h>
@@ -21,6 +23,14 @@ public:
 private:
     std::optional<dev_t> without;  ///< the last file system seen that has no lists
 };
+
+/// Whether an open object has an access list.
+[[nodiscard]] bool HasAccessAcl(int fd);
+
+/// The mode that an open object may get as long as it has its present group. A directory with the set-group-ID bit
+/// gives its own group to what is created in it. Unless the group is `group` or the daemon's, its members may do only
+/// what all other users may do.
+[[nodiscard]] mode_t LimitToGroup(mode_t mode, int fd, gid_t group);
 
 /// Removes the access list of a copy, which it inherited or had before: a list names users that the source may not let
 /// in. @return 0 or an error number

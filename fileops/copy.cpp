@@ -137,7 +137,7 @@ int DoCopy(const CopyPair& pair, CopyJob& job, CopyResult& result) {
 
 int CopyRequest(const CopyPair& top, CopyJob& job, CopyResult& result) {
     const int error = DoCopy(top, job, result);
-    if (error == 0 || result.isOntoItself) {
+    if (error == 0 || result.isOntoItself || result.isExchanged) {
         return error;
     }
     LogError({"orig copy meet err, try skip err", "Copy"});

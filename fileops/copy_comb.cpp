@@ -48,8 +48,12 @@ private:
     const Report& report;
     RemovalQueue queue;
     Learned learned;
-    CopyJob file{
-        {.finish = Finish::Nothing, .isKeptOpen = true}, report, learned, &queue.Watch(), {perm.uid, perm.gid}};
+    CopyJob file{{.finish = Finish::Nothing, .isKeptOpen = true},
+                 report,
+                 learned,
+                 &queue.Watch(),
+                 {perm.uid, perm.gid},
+                 perm.mode};
     /// Of the request's destination. If that cannot be opened this stays zero and matches no directory.
     struct stat destination {};
     bool hasMetDestination = false;  ///< inside the source, so the directories above it must not be removed

@@ -29,6 +29,7 @@ bool IsOther(const struct stat& st) {
 struct SourceDirectory {
     DirectoryStream stream;
     mode_t mode = 0;  ///< the bits of its mode that the copy may get
+    gid_t group = 0;
     int error = 0;
     bool isSeen = true;  ///< lstat works on it
 };
@@ -106,13 +107,17 @@ int StrictCopy::FillNew(SourceDirectory& source, const CopyPair& pair, UniqueFd&
     if (const int error = OpenNew(pair, directory, made); error != 0) {
         return error;
     }
-    const int error = CopyContents(source.stream, pair, made, /*isSheltered=*/true);
+    // What is created in a directory of another group may belong to that group.
+    const bool isSheltered = directory.Group() == getegid();
+    const int error = CopyContents(source.stream, pair, made, isSheltered);
     if (pair.isTop) {
         result.isOwned = error == 0;
     }
     mode_t mode = S_IRWXU;  // without the mark of an unfinished directory
     if (GiveOwner(pair.dst, made)) {
-        mode = (source.mode & DIRECTORY_BITS & ~job.learned.Umask()) | directory.InheritedBits();
+        mode = source.mode & DIRECTORY_BITS & ~job.learned.Umask();
+        mode = job.options.finish == Finish::Mode ? LimitToGroup(mode, made.Get(), source.group) : mode;
+        mode |= directory.InheritedBits();
     }
     const bool hasFailed = fchmod(made.Get(), mode) != 0;
     return error == 0 && hasFailed ? errno : error;
@@ -141,6 +146,7 @@ int StrictCopy::FillSheltered(SourceDirectory& source, const CopyPair& pair, Uni
 
 [[gnu::noinline]] int StrictCopy::OpenNew(const CopyPair& pair, NewDirectory& directory, UniqueFd& made) {
     if (const int error = directory.Open(pair.dst); error != 0) {
+        result.isExchanged = error == EEXIST;
         return error;
     }
     made = directory.ReleaseFd();
@@ -168,6 +174,7 @@ int StrictCopy::FillSheltered(SourceDirectory& source, const CopyPair& pair, Uni
         return source;
     }
     NoteSource(st, job);
+    source.group = st.st_gid;
     if (pair.isTop) {
         NoteTop(st, job, result);
     }

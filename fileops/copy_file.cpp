@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <optional>
 
 namespace TAVO::FileMigrateOrvane {
 namespace {
@@ -15,7 +16,7 @@ constexpr mode_t PRIVATE_FILE = 0600;
 
 // O_NONBLOCK, because a pipe may have replaced the file.
 constexpr int SOURCE_FLAGS = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-constexpr int TARGET_FLAGS = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+constexpr int TARGET_FLAGS = O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
 /// A file to copy: either open, or with the error that prevented it. An error at the destination takes precedence over
 /// this one.
@@ -56,8 +57,10 @@ private:
     int Create(const Entry& dst, UniqueFd& made);
     int CopyOnto(int createError, UniqueFd& made);
     int CopyInto(UniqueFd& directory);
-    int Overwrite(const Entry& dst, UniqueFd& made);
+    int Overwrite(const Entry& dst, const struct stat& existing, UniqueFd& made);
+    int Replace(const Entry& dst, const struct stat& existing, UniqueFd& made);
     [[nodiscard]] bool IsForeign(const struct stat& existing) const;
+    [[nodiscard]] bool LetsIn(const struct stat& existing) const;
     int Fill(const Entry& dst, int out);
     static int MakePrivate(int out, int error);
     [[nodiscard]] mode_t FinalMode(int out) const;
@@ -69,8 +72,10 @@ private:
     /// so Nothing becomes Mode.
     Finish finish;
     Source source;
-    mode_t mode = 0;       ///< the bits of the source's mode that the copy may get
-    bool hasMode = false;  ///< the file was created with its final mode
+    mode_t mode = 0;                        ///< the bits of the source's mode that the copy may get
+    bool hasMode = false;                   ///< the file was created with its final mode
+    bool isNew = true;                      ///< the file was created, not overwritten in place
+    std::optional<OwnerIds> replacedOwner;  ///< what the new file takes over from the one that it replaces
 };
 
 int FileCopy::Copy(UniqueFd& made) {
@@ -98,8 +103,9 @@ int FileCopy::Create(const Entry& dst, UniqueFd& made) {
     if (source.error != 0) {
         return source.error;
     }
-    hasMode = pair.isSheltered && finish != Finish::Nothing && (mode & (~PERMISSIONS | job.learned.Umask())) == 0;
-    made = UniqueFd(openat(dst.dirFd, dst.name, TARGET_FLAGS | O_EXCL, hasMode ? mode : PRIVATE_FILE));
+    hasMode = pair.isSheltered && !replacedOwner && finish != Finish::Nothing &&
+              (mode & (~PERMISSIONS | job.learned.Umask())) == 0;
+    made = UniqueFd(openat(dst.dirFd, dst.name, TARGET_FLAGS | O_CREAT | O_EXCL, hasMode ? mode : PRIVATE_FILE));
     return made ? Fill(dst, made.Get()) : errno;
 }
 
@@ -114,7 +120,7 @@ int FileCopy::CopyOnto(int createError, UniqueFd& made) {
         return EEXIST;
     }
     if (S_ISREG(existing.st_mode)) {
-        return Overwrite(pair.dst, made);
+        return Overwrite(pair.dst, existing, made);
     }
     return S_ISDIR(existing.st_mode) ? CopyInto(made) : EINVAL;
 }
@@ -143,22 +149,34 @@ int FileCopy::CopyInto(UniqueFd& directory) {
     if (IsSame(source.status, existing)) {
         return EEXIST;
     }
-    return S_ISREG(existing.st_mode) ? Overwrite(inside, file) : EINVAL;
+    return S_ISREG(existing.st_mode) ? Overwrite(inside, existing, file) : EINVAL;
 }
 
-/// Whether an existing file must not be filled in place: its owner may have it open or mapped, and could read the new
-/// content.
+/// Whether an existing file belongs neither to the daemon's user nor to the owner that the copy gets.
 bool FileCopy::IsForeign(const struct stat& existing) const {
     const uid_t next = job.options.finish == Finish::Mode ? source.status.st_uid : job.owner.uid;
     return existing.st_uid != geteuid() && existing.st_uid != next;
 }
 
-/// Overwrites a file. Until it is filled, it allows only what both its old and its new mode allow.
-int FileCopy::Overwrite(const Entry& dst, UniqueFd& made) {
+/// Whether an existing file could let in users that the copy keeps out: its owner, users who opened it while its mode
+/// allowed that, and those who know it by another name. A program that changes its user must not have been open at all.
+bool FileCopy::LetsIn(const struct stat& existing) const {
+    constexpr mode_t access = S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
+    const mode_t next = finish == Finish::Nothing ? job.mode : mode;
+    return IsForeign(existing) || existing.st_nlink > 1 || (existing.st_mode & access & ~next) != 0 ||
+           (next & SET_ID_BITS) != 0;
+}
+
+/// Overwrites a file in place or replaces it. Until it is filled, it allows only what both its old and its new mode
+/// allow. A file that is to be replaced is not opened, because its owner could block that with a lease.
+int FileCopy::Overwrite(const Entry& dst, const struct stat& existing, UniqueFd& made) {
     if (source.error != 0) {
         return source.error;
     }
-    made = UniqueFd(openat(dst.dirFd, dst.name, TARGET_FLAGS, PRIVATE_FILE));
+    if (LetsIn(existing)) {
+        return Replace(dst, existing, made);
+    }
+    made = UniqueFd(openat(dst.dirFd, dst.name, TARGET_FLAGS));
     struct stat old {};
     if (!made || fstat(made.Get(), &old) != 0) {
         return errno;
@@ -167,20 +185,28 @@ int FileCopy::Overwrite(const Entry& dst, UniqueFd& made) {
     if (!S_ISREG(old.st_mode) || IsSame(source.status, old)) {
         return S_ISREG(old.st_mode) ? EEXIST : EINVAL;
     }
-    if (IsForeign(old)) {
-        if (unlinkat(dst.dirFd, dst.name, 0) != 0) {
-            return errno;
-        }
-        const int error = Create(dst, made = UniqueFd());
-        return error == EEXIST ? EBUSY : error;  // the caller takes EEXIST for a copy onto itself
+    if (LetsIn(old) || HasAccessAcl(made.Get())) {
+        return Replace(dst, old, made);
     }
-    const mode_t next = finish == Finish::Nothing ? source.status.st_mode : mode;
+    const mode_t next = finish == Finish::Nothing ? job.mode : mode;
     const mode_t common = old.st_mode & next & PERMISSIONS;
-    hasMode = false;  // this file existed before and has its old mode
+    isNew = hasMode = false;  // this file existed before and has its old mode
     if (ftruncate(made.Get(), 0) != 0 || fchmod(made.Get(), common) != 0) {
         return errno;
     }
     return Fill(dst, made.Get());
+}
+
+/// Replaces a file by a new one, which keeps the owner and group that it would have if it were overwritten in place.
+int FileCopy::Replace(const Entry& dst, const struct stat& existing, UniqueFd& made) {
+    if (unlinkat(dst.dirFd, dst.name, 0) != 0) {
+        return errno;
+    }
+    if (finish == Finish::Mode && !IsForeign(existing)) {
+        replacedOwner = {existing.st_uid, existing.st_gid};
+    }
+    const int error = Create(dst, made = UniqueFd());
+    return error == EEXIST ? EBUSY : error;  // the caller takes EEXIST for a copy onto itself
 }
 
 int FileCopy::Fill(const Entry& dst, int out) {
@@ -188,7 +214,10 @@ int FileCopy::Fill(const Entry& dst, int out) {
         return hasMode ? MakePrivate(out, error) : error;
     }
     if (finish == Finish::Nothing) {
-        return 0;
+        return DropAccessAcl(out);
+    }
+    if (replacedOwner && fchown(out, replacedOwner->uid, replacedOwner->gid) != 0) {
+        return errno;
     }
     if (finish == Finish::OwnerAndMode && fchown(out, job.owner.uid, job.owner.gid) != 0) {
         job.ownerError = FailChOwn(dst.path, job.owner, errno, job.report);
@@ -212,7 +241,8 @@ mode_t FileCopy::FinalMode(int out) const {
     struct stat copy {};
     const bool keepsSetId = (mode & SET_ID_BITS) != 0 && job.options.finish == Finish::Mode && fstat(out, &copy) == 0 &&
                             copy.st_uid == source.status.st_uid && copy.st_gid == source.status.st_gid;
-    return keepsSetId ? mode : mode & ~SET_ID_BITS;
+    const mode_t given = keepsSetId ? mode : mode & ~SET_ID_BITS;
+    return isNew && finish == Finish::Mode ? LimitToGroup(given, out, source.status.st_gid) : given;
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // The copy of one regular file. A new file is created exclusively and private, and gets its owner and mode when it is
-// filled. An existing file is overwritten in place if it belongs to the daemon's user or to the owner that the copy
-// gets. Any other file is replaced, because its owner may have it open.
+// filled. An existing file is overwritten in place only if nobody can reach more of the copy through the old file than
+// through the new one. Otherwise a new file replaces it.
 #pragma once
 
 #include <cerrno>

@@ -23,6 +23,7 @@ struct CopyPair {
     Entry dst;
     bool isTop = false;  ///< these are the paths that the request names; below them nothing is followed
     /// This copy made the directory that holds `dst`, and nobody else can reach it yet.
+    /// What is created in it gets the daemon's group.
     bool isSheltered = false;
 };
 
@@ -58,6 +59,7 @@ struct CopyJob {
     Learned& learned;              ///< one for all copies of a request
     SourceWatch* watch = nullptr;  ///< notes what is copied or left out, if the source is removed afterwards
     OwnerIds owner{};    ///< for Finish::OwnerAndMode, known once the source is open; for Finish::Nothing, the caller's
+    mode_t mode = 0;     ///< for Finish::Nothing, the one that the caller gives
     int ownerError = 0;  ///< of an object that did not get its owner; it was reported, and the copy went on
 };
 
@@ -78,6 +80,9 @@ struct CopyResult {
     /// removal of the source could only do harm. Nothing was changed, unless a bind mount or a rename hid this until
     /// the walk reached its own destination.
     bool isOntoItself = false;
+    /// Somebody put another object in the place of a directory that the copy had just created (EEXIST). Trying in
+    /// another way would copy into that object.
+    bool isExchanged = false;
 };
 
 /// Notes an object of the source when its copy begins or when it is skipped.

@@ -118,6 +118,7 @@ int NewDirectory::Check(const std::optional<timespec>& start) {
     }
     const bool isMarked = st.st_uid == geteuid() && (st.st_mode & MARK_BITS) == S_ISVTX;
     inherited = st.st_mode & S_ISGID;
+    group = st.st_gid;
     if (!isMarked && !DecidesOwnerAndMode(fd.Get())) {
         return EEXIST;
     }

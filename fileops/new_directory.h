@@ -31,11 +31,15 @@ class NewDirectory {
 public:
     NewDirectory() = default;
     NewDirectory(NewDirectory&& other) noexcept
-        : fd(std::move(other.fd)), claimed(std::exchange(other.claimed, {})), inherited(other.inherited) {}
+        : fd(std::move(other.fd)),
+          claimed(std::exchange(other.claimed, {})),
+          inherited(other.inherited),
+          group(other.group) {}
     NewDirectory& operator=(NewDirectory&& other) noexcept {
         std::swap(fd, other.fd);
         std::swap(claimed, other.claimed);
         std::swap(inherited, other.inherited);
+        std::swap(group, other.group);
         return *this;
     }
     ~NewDirectory();
@@ -49,6 +53,8 @@ public:
     [[nodiscard]] const UniqueFd& Fd() const { return fd; }
     /// The set-group-ID bit, if the parent has handed it down.
     [[nodiscard]] mode_t InheritedBits() const { return inherited; }
+    /// The group that it got: the daemon's or, if the parent has handed that down too, the parent's.
+    [[nodiscard]] gid_t Group() const { return group; }
     /// Gives the descriptor away. The directory stays claimed.
     [[nodiscard]] UniqueFd ReleaseFd() { return std::move(fd); }
 
@@ -58,6 +64,7 @@ private:
     UniqueFd fd;
     std::pair<dev_t, ino_t> claimed{};  ///< device and inode; zeros without a claim
     mode_t inherited = 0;
+    gid_t group = 0;
 };
 
 }  // namespace TAVO::FileMigrateOrvane

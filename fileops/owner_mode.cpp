@@ -7,6 +7,7 @@
 
 #include <cerrno>
 
+#include "access_acl.h"
 #include "directory_stream.h"
 #include "log.h"
 #include "path_helpers.h"
@@ -154,13 +155,18 @@ int DoChOwnRecurse(const UniqueFd& object, std::string& path, const OwnerIds& ow
 int SetModeAndOwner(const UniqueFd& object, const std::string& path, const PermPara& perm, const Report& report) {
     constexpr unsigned int setIdBits = S_ISUID | S_ISGID;
     const OwnerIds owner{perm.uid, perm.gid};
-    if (const int error = ChModObject(object, path, perm.mode & ~setIdBits); error != 0) {
+    // Before it has its owner, the object may belong to any group. If the owner cannot be given, this mode stays.
+    unsigned int first = perm.mode & ~setIdBits;
+    if (object) {
+        first = LimitToGroup(first, object.Get(), perm.gid);
+    }
+    if (const int error = ChModObject(object, path, first); error != 0) {
         return FailChMod(path, perm.mode, error, report);
     }
     if (const int error = ChOwnObject(object, path, owner); error != 0) {
         return FailChOwn(path, owner, error, report);
     }
-    const int error = (perm.mode & setIdBits) != 0 ? ChModObject(object, path, perm.mode) : 0;
+    const int error = first != perm.mode ? ChModObject(object, path, perm.mode) : 0;
     return error == 0 ? 0 : FailChMod(path, perm.mode, error, report);
 }
 

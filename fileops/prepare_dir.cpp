@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "access_acl.h"
 #include "log.h"
 #include "new_directory.h"
 #include "owner_mode.h"
@@ -21,6 +22,7 @@ namespace {
 struct Level {
     bool isNew = false;        ///< this request has created it
     NewDirectory directory{};  ///< the created directory, once it is open
+    bool isInCopy = false;     ///< it does not keep the access lists that it inherited
 };
 
 /// DoMkDir that also returns whether the directory is new.
@@ -32,7 +34,10 @@ int MakeOne(const Entry& directory, mode_t mode, bool& isNew, const Report& repo
 /// Gives a new directory its mode and owner. Another worker may have made a directory in it already.
 /// @param start  InodeClock() before it was made
 int FinishNew(const Entry& directory, const PermPara& perm, const timespec& start, Level& level, const Report& report) {
-    const int error = level.directory.Open(directory, start);
+    int error = level.directory.Open(directory, start);
+    if (error == 0 && level.isInCopy) {
+        error = DropInheritedAcls(level.directory.Fd().Get());
+    }
     return error == 0 ? SetModeAndOwner(level.directory.Fd(), directory.path, perm, report)
                       : FailChMod(directory.path, perm.mode, error, report);
 }
@@ -153,13 +158,14 @@ int PrepareDir(const PathPara& para, int& err, int recordKind) {
     }
     if (para.recurseOpt == RECURSE_NONE) {
         std::string text = para.path;
-        return ResultOf(DoPrepareDir(TopEntry(para.path, text), perm, report));
+        Level level;
+        return ResultOf(PrepareOne(TopEntry(para.path, text), perm, level, report));
     }
     return ResultOf(RefuseOption(Operation::PrepareDir, para.path, para.recurseOpt, report));
 }
 
 int DoPrepareDir(const Entry& directory, const PermPara& perm, const Report& report) {
-    Level level;
+    Level level{.isInCopy = true};
     return PrepareOne(directory, perm, level, report);
 }
 

@@ -315,6 +315,19 @@ TEST_F(RaceTest, MoveNeitherGivesAwayNorRemovesRootsFiles) {
     }
 }
 
+/// A user swaps the directory that a copy has just created for an open one of his own.
+TEST_F(RaceTest, CopyEndsWhenItsNewDirectoryIsSwapped) {
+    Start({{}, {"strace", "-fqqo/dev/null", "-etrace=mkdirat", "-einject=mkdirat:delay_exit=200000"}});
+    const std::string made = tree->Path("made"), own = tree->Dir("own", 0777);
+    tree->File("s/f", SECRET);
+    long swaps = 0;
+    const auto once = [&](const Pair& objects) { return swaps == 0 && fs::exists(made) && Exchange(objects); };
+    std::jthread attacker = Attack({{made, own}}, once, swaps);
+    EXPECT_EQ(Call({CopyAll, tree->Path("s"), made}).errCode, EEXIST);
+    attacker = {};
+    EXPECT_TRUE(swaps == 1 && CountSecrets(*tree) == 1);
+}
+
 /// Through a bind mount, the destination's path does not show that it lies inside the source.
 TEST_F(RaceTest, CopyIntoItselfThroughABindMountLosesNothing) {
     for (const auto& [cmd, name] :
