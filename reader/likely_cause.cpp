@@ -149,6 +149,9 @@ Cause LikelyCause(const Record& record) {
         return WhyRefused(record);
     }
     Cause cause = WrongRequest(record);
+    if (HasCutPath(record)) {
+        return record.errorNumber == ENAMETOOLONG ? TooLong(Evidence(record)) : cause;
+    }
     const Evidence evidence(record);
     for (const auto& [errorNumber, rule] : RULES) {
         if (cause.word.empty() && record.errorNumber == errorNumber) {
@@ -162,7 +165,7 @@ std::string ToCheck(const Record& record) {
     const Evidence e(record);
     const std::string src = Quoted(record.src);
     const std::string parent = Quoted(e.srcParent);
-    if (!LikelyCause(record).word.empty() || !record.errorNumber) {
+    if (!LikelyCause(record).word.empty() || !record.errorNumber || HasCutPath(record)) {
         return {};
     }
     const bool isTree = e.IsType("REMOVE") && !e.Is(record.src, S_IFREG);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "causes.h"
+#include "record_format.h"
 #include "record_types.h"
 
 namespace TAVO::FileMigrateOrvane::Reader {
@@ -165,7 +166,7 @@ Cause TooManyLinks(const Evidence& e) {
 
 Cause TooLong(const Evidence& e) {
     for (const std::string& path : {e.record.src, e.record.dst}) {
-        for (std::size_t begin = 0; begin < path.size();) {
+        for (std::size_t begin = 0; begin < path.size() && !IsCutPath(path);) {
             const std::size_t end = std::min(path.find('/', begin), path.size());
             if (end - begin > NAME_MAX) {
                 return {"name-too-long", path,

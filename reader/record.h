@@ -83,8 +83,13 @@ struct Record {
 /// The directory of a path as dirname(3) computes it, which is what the daemon takes snapshots of.
 std::string ParentOf(std::string_view path);
 
+/// Whether the daemon cut one of the paths because of its length. It does not lead to the object then, and what the
+/// record has for the parent directory may be another directory above the object.
+bool HasCutPath(const Record& record);
+
 /// How `path` is involved in the record: "object" (the only path), "source", "destination", "parent directory",
-/// "source's parent directory" or "destination's parent directory"; empty for any other path.
+/// "source's parent directory" or "destination's parent directory", or "directory above" in a record with a cut path;
+/// empty for any other path.
 std::string_view RoleOf(const Record& record, std::string_view path);
 
 }  // namespace TAVO::FileMigrateOrvane::Reader

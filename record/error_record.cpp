@@ -20,13 +20,30 @@ std::string Octal(unsigned int mode) {
     return text.str();
 }
 
+/// The path as it is in a record. No system call accepts a path that has to be cut, so its snapshots only say so.
+std::string CutPath(const std::string& path) {
+    if (path.size() < RECORD_PATH_LIMIT) {
+        return path;
+    }
+    return path.substr(0, RECORD_PATH_LIMIT - RECORD_CUT_MARK.size()).append(RECORD_CUT_MARK);
+}
+
+std::string ParentOf(const std::string& path) {
+    return DirName(CutPath(path));
+}
+
 /// A record in the making: the information line, then snapshots in the order of the calls.
 class RecordText {
 public:
     explicit RecordText(ErrInfo errInfo) : info(std::move(errInfo)), text(GetErrInfoRecord(info)) {}
 
-    RecordText& StatAndXattr(const std::string& path) { return Fragment(GetStat(path)).Fragment(GetXattr(path)); }
-    RecordText& StatXattrAndFlags(const std::string& path) { return StatAndXattr(path).Fragment(GetInodeFlag(path)); }
+    RecordText& StatAndXattr(const std::string& path) {
+        const std::string shown = CutPath(path);
+        return Fragment(GetStat(shown)).Fragment(GetXattr(shown));
+    }
+    RecordText& StatXattrAndFlags(const std::string& path) {
+        return StatAndXattr(path).Fragment(GetInodeFlag(CutPath(path)));
+    }
     RecordText& Process() { return Fragment(GetProcStat()); }
     RecordText& LabelResult(int ret) {
         labelResult = ret;
@@ -71,10 +88,10 @@ void RecordCopyErr(const std::string& src, const std::string& dst, int errNo, in
     if (recordKind == RECORD_KIND_NONE) {
         return;
     }
-    RecordText({.type = RecordTypeName("COPY"), .src = src, .dst = dst, .errNo = errNo})
+    RecordText({.type = RecordTypeName("COPY"), .src = CutPath(src), .dst = CutPath(dst), .errNo = errNo})
         .StatXattrAndFlags(src)
         .StatXattrAndFlags(dst)
-        .StatXattrAndFlags(DirName(dst))
+        .StatXattrAndFlags(ParentOf(dst))
         .Process()
         .WriteTo(recordKind);
 }
@@ -83,11 +100,11 @@ void RecordMoveErr(const std::string& src, const std::string& dst, int errNo, in
     if (recordKind == RECORD_KIND_NONE) {
         return;
     }
-    RecordText({.type = RecordTypeName("MOVE"), .src = src, .dst = dst, .errNo = errNo})
+    RecordText({.type = RecordTypeName("MOVE"), .src = CutPath(src), .dst = CutPath(dst), .errNo = errNo})
         .StatXattrAndFlags(src)
         .StatXattrAndFlags(dst)
-        .StatXattrAndFlags(DirName(src))
-        .StatXattrAndFlags(DirName(dst))
+        .StatXattrAndFlags(ParentOf(src))
+        .StatXattrAndFlags(ParentOf(dst))
         .Process()
         .WriteTo(recordKind);
 }
@@ -96,8 +113,8 @@ void RecordMkdirErr(const std::string& path, unsigned int mode, int errNo, int r
     if (recordKind == RECORD_KIND_NONE) {
         return;
     }
-    RecordText({.type = RecordTypeName("MKDIR"), .src = path, .perm = Octal(mode), .errNo = errNo})
-        .StatAndXattr(DirName(path))
+    RecordText({.type = RecordTypeName("MKDIR"), .src = CutPath(path), .perm = Octal(mode), .errNo = errNo})
+        .StatAndXattr(ParentOf(path))
         .WriteTo(recordKind);
 }
 
@@ -106,7 +123,7 @@ void RecordChownErr(const std::string& path, unsigned int uid, unsigned int gid,
         return;
     }
     RecordText({.type = RecordTypeName("CHOWN"),
-                .src = path,
+                .src = CutPath(path),
                 .user = std::to_string(uid),
                 .group = std::to_string(gid),
                 .errNo = errNo})
@@ -119,7 +136,7 @@ void RecordChmodErr(const std::string& path, unsigned int mode, int errNo, int r
     if (recordKind == RECORD_KIND_NONE) {
         return;
     }
-    RecordText({.type = RecordTypeName("CHMOD"), .src = path, .perm = Octal(mode), .errNo = errNo})
+    RecordText({.type = RecordTypeName("CHMOD"), .src = CutPath(path), .perm = Octal(mode), .errNo = errNo})
         .StatAndXattr(path)
         .WriteTo(recordKind);
 }
@@ -128,10 +145,10 @@ void RecordRestoreConFromParentErr(const std::string& path, int ret, int errNo, 
     if (recordKind == RECORD_KIND_NONE) {
         return;
     }
-    RecordText({.type = RecordTypeName("RESTORECON_FROMPARENT"), .src = path, .errNo = errNo})
+    RecordText({.type = RecordTypeName("RESTORECON_FROMPARENT"), .src = CutPath(path), .errNo = errNo})
         .LabelResult(ret)
         .StatAndXattr(path)
-        .StatAndXattr(DirName(path))
+        .StatAndXattr(ParentOf(path))
         .WriteTo(recordKind);
 }
 
@@ -139,15 +156,16 @@ void RecordNormalErr(const std::string& code, const std::string& path, int errNo
     if (recordKind == RECORD_KIND_NONE) {
         return;
     }
-    RecordText({.type = code, .src = path, .errNo = errNo}).StatAndXattr(path).WriteTo(recordKind);
+    RecordText({.type = code, .src = CutPath(path), .errNo = errNo}).StatAndXattr(path).WriteTo(recordKind);
 }
 
 void RecordErrForPath(const std::string& code, const std::string& path, int errNo, int recordKind) {
-    RecordLine({.type = code, .src = path, .errNo = errNo}, recordKind);
+    RecordLine({.type = code, .src = CutPath(path), .errNo = errNo}, recordKind);
 }
 
 void RecordRecurseOptErr(const std::string& code, const std::string& path, int recurseOpt, int errNo, int recordKind) {
-    RecordLine({.type = code, .src = path, .recurseOpt = std::to_string(recurseOpt), .errNo = errNo}, recordKind);
+    RecordLine({.type = code, .src = CutPath(path), .recurseOpt = std::to_string(recurseOpt), .errNo = errNo},
+               recordKind);
 }
 
 void RecordModErr(const std::string& code, const std::string& perm, int errNo, int recordKind) {

@@ -42,6 +42,17 @@ inline constexpr int DUMP_LIMIT = 0x100000;  ///< bytes of the kernel log that a
 /// Digits of a local time in records and file names, YYYYMMDDhhmmss.
 inline constexpr std::size_t TIME_DIGITS = 14;
 
+// The kernel accepts paths of fewer than 4096 bytes. A walk also reaches objects whose paths are longer, because it
+// goes from directory to directory. In a record, such a path is cut to 4096 bytes, of which the last five are the mark.
+// The parent directory in the record is then that of the cut text.
+inline constexpr std::size_t RECORD_PATH_LIMIT = 4096;
+inline constexpr std::string_view RECORD_CUT_MARK = "[cut]";
+
+/// Whether a path from a record was cut.
+constexpr bool IsCutPath(std::string_view path) {
+    return path.size() == RECORD_PATH_LIMIT && path.ends_with(RECORD_CUT_MARK);
+}
+
 /// The names of all record types. Their order has no meaning.
 inline constexpr std::string_view RECORD_TYPES[] = {
     "COPY", "MOVE", "CHOWN", "CHMOD", "MKDIR", "RESTORECON_FROMPARENT",

@@ -148,6 +148,7 @@ Json ToJson(const Reader::LocatedRecord& located) {
     PutTextOrNull(object, "likely_cause", cause.text);
     PutTextOrNull(object, "to_check", Reader::ToCheck(record));
     object["ambiguous"] = record.isAmbiguous;
+    object["cut"] = Reader::HasCutPath(record);
     object["snapshots"] = Json::array();
     for (const Reader::Snapshot& snapshot : record.snapshots) {
         object["snapshots"].push_back(std::visit([](const auto& each) { return ToJson(each); }, snapshot));

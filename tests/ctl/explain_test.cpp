@@ -8,6 +8,8 @@
 #include <sstream>
 #include <tuple>
 
+#include "record_format.h"
+
 namespace TAVO::FileMigrateOrvane::Reader {
 namespace {
 
@@ -223,6 +225,12 @@ TEST(ExplainTest, NamesACommandWhereTheRecordShowsNoCause) {
     Record record = Failed("MKDIR", EPERM, "");
     record.src = "/it's;reboot/s";
     EXPECT_EQ(ToCheck(record), "lsattr -d '/it'\\''s;reboot' (this record holds no inode flags)");
+    // A cut path leads nowhere.
+    record.src = "/a/" + std::string(RECORD_PATH_LIMIT - 8, 's') + std::string(RECORD_CUT_MARK);
+    EXPECT_EQ(ToCheck(record), "");
+    EXPECT_EQ(RoleOf(record, "/a"), "directory above");
+    record.errorNumber = ENAMETOOLONG;
+    EXPECT_EQ(LikelyCause(record).word, "path-too-long");
 }
 
 TEST(ExplainTest, RolesOfPaths) {

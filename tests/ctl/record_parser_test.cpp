@@ -184,13 +184,17 @@ TEST(RecordParserTest, ReadsTheRecordsOfEveryComposer) {
     FileMigrateRcvMsg request{};
     request.recurseOpt = 2;
     std::size_t written = 0;
+    std::string deep;
+    while (deep.size() < 1 << 20) {
+        deep += "/" + std::string(250, 'n');
+    }
     const std::string file = tree.File("file");
     ASSERT_EQ(chown(file.c_str(), 7, 9) + setxattr(file.c_str(), "user.empty", "", 0, 0) +
                   setxattr(file.c_str(), "user.full", "x;y", 3, 0),
               0);
     for (const std::string& path :
          {file, tree.Link("link", "file"), tree.Path("absent"), tree.Dir("dir"),
-          tree.Link("dangling", "nowhere") + "/x", std::string("name"), tree.Dir("end") + "/"}) {
+          tree.Link("dangling", "nowhere") + "/x", std::string("name"), tree.Dir("end") + "/", tree.Path() + deep}) {
         RecordCopyErr(path, tree.Path("new"), 5, RECORD_KIND_AB);
         RecordMoveErr(tree.Path("dir"), path, 5, RECORD_KIND_AB);
         RecordMkdirErr(path, 0700, 5, RECORD_KIND_AB);
@@ -215,6 +219,8 @@ TEST(RecordParserTest, ReadsTheRecordsOfEveryComposer) {
         EXPECT_EQ(TypeOf(record.type).name, record.type);
         EXPECT_EQ(Rewritten(record), bytes.substr(record.offset, record.length));
         EXPECT_FALSE(record.isAmbiguous) << record.type << " " << record.src;
+        EXPECT_EQ(HasCutPath(record), (record.src + record.dst).find("nnn") != std::string::npos) << record.src;
+        EXPECT_LT(record.length, 50'000U) << record.type;
     }
 }
 
