@@ -86,9 +86,10 @@ protected:
         FileMigrateResMsg reply{};
         bool isAnswered = false;
         const auto isDone = [&] {
-            isAnswered = recv(client.Fd(), &reply, sizeof(reply), MSG_DONTWAIT) == sizeof(reply);
             const std::string text = log(), fd = text.substr(std::min(text.size(), text.find("acceptfd: ") + 10), 2);
             const bool isDropped = text.find("connection dropped") != text.npos;
+            // After the log, because an answer may come between the two looks.
+            isAnswered = recv(client.Fd(), &reply, sizeof(reply), MSG_DONTWAIT) == sizeof(reply);
             return isAnswered || isDropped ||
                    text.find("fd:" + fd.substr(0, fd.find('\n')) + ", refcnt:1\n") != text.npos;
         };
