@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <regex>
@@ -149,9 +151,13 @@ TEST(SnapshotTest, AttributesInOrderAndAnUnreadableOneRepeatsTheEntryBefore) {
 
 TEST(SnapshotTest, InodeFlagsAndStat) {
     ScratchTree tree;
-    const std::string file = tree.File("f", "12345", 0640);
-    EXPECT_NE(GetStat(file).find(",st_mode:33184,st_nlink:1,st_uid:0,st_gid:0,st_rdev:0,st_size:5,"),
-              std::string::npos);
+    const std::string file = tree.File("f", std::string(5000, 'x'), 0640);
+    ASSERT_EQ(chown(file.c_str(), 7, 9), 0);
+    EXPECT_TRUE(std::regex_match(GetStat(file), std::regex("lstat " + file +
+                                                           ":st_dev:\\d+,st_ino:\\d+,st_mode:33184,st_nlink:1,"
+                                                           "st_uid:7,st_gid:9,st_rdev:0,st_size:5000,st_blksize:4096,"
+                                                           "st_blocks:16;")))
+        << GetStat(file);
     const std::string link = tree.Link("dangling", "nowhere");
     EXPECT_EQ(GetInodeFlag(link), link + " realpath errno=2;");
     EXPECT_EQ(GetInodeFlag("/dev/null"), "/dev/null ioctl errno=25;");
@@ -180,9 +186,33 @@ TEST(SnapshotTest, WhatIsNoFileOrDirectoryIsNotOpened) {
     EXPECT_EQ(read(opens.Get(), &event, sizeof(event)), -1) << "an event, or EINVAL for one with a name";
 }
 
+/// Without effective capabilities and as another user, all fields differ.
+TEST(SnapshotTest, ProcessHasItsIdsAndBothHalvesOfItsCapabilities) {
+    std::smatch permitted;
+    const std::string status = ReadFile("/proc/self/status");
+    ASSERT_TRUE(std::regex_search(status, permitted, std::regex("CapPrm:\t0*([0-9a-f]+)([0-9a-f]{8})\n")));
+    ASSERT_EQ(setegid(9) + seteuid(7), 0);
+    const std::string text = GetProcStat();
+    ASSERT_EQ(seteuid(0) + setegid(0), 0);
+    EXPECT_EQ(text, "file_migrate_orvane proc stat:euid(7),egid(9),eff(0x00),perm(0x" + permitted.str(1) +
+                        permitted.str(2) + "),inh(0x00);");
+}
+
+/// At three in the afternoon, which a 12-hour clock would not show.
 TEST(RecordTextTest, HexAndTime) {
     EXPECT_EQ(DecToHex(255) + DecToHex(0) + DecToHex(-1), "ff0ffffffff");
-    EXPECT_TRUE(std::regex_match(GetCurrentTimeStr(), std::regex("20[0-9]{12}")));
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    gmtime_r(&now, &local);
+    const int shift = 15 - local.tm_hour;
+    const std::string zone = "TST" + std::to_string(-shift);
+    setenv("TZ", zone.c_str(), 1);
+    char text[15] = "";
+    const std::time_t shifted = now + shift * 3600;
+    std::strftime(text, sizeof(text), "%Y%m%d%H%M%S", gmtime_r(&shifted, &local));
+    const std::string written = GetCurrentTimeStr();
+    unsetenv("TZ");
+    EXPECT_TRUE(written >= text && written <= std::to_string(std::stoull(text) + 100)) << written << " " << text;
 }
 
 }  // namespace
