@@ -26,6 +26,11 @@ constexpr unsigned char LIST[] = {2, 0,   0,   0,   1,   0,   6,  0, 255, 255, 2
                                   0, 232, 3,   0,   0,   4,   0,  4, 0,   255, 255, 255, 255, 16, 0,
                                   6, 0,   255, 255, 255, 255, 32, 0, 0,   0,   255, 255, 255, 255};
 
+/// @return whether the command succeeded
+bool Shell(const std::string& command) {
+    return std::system(command.c_str()) == 0;  // NOLINT(cert-env33-c,concurrency-mt-unsafe): a shell is wanted
+}
+
 class AccessTest : public DaemonTest {
 protected:
     std::optional<ScratchTree> second{std::in_place, ScratchTree::On::SecondFs};
@@ -57,7 +62,7 @@ TEST_F(AccessTest, FileThatWouldLetInMoreThanTheCopyIsReplaced) {
         {"move, another's", {MoveAll, "@s", "~t"}, 0, USER, 0600, LEASED, true, 0},
         {"move, the owner's", {MoveAll, "@s", "~t"}, USER, USER, 0600, PLAIN, false, USER},
     };
-    signal(SIGIO, SIG_IGN);
+    (void)signal(SIGIO, SIG_IGN);
     for (auto [name, request, sourceOwner, oldOwner, oldMode, old, isReplaced, owner] : rows) {
         tree.emplace();
         second.emplace(ScratchTree::On::SecondFs);
@@ -187,14 +192,13 @@ TEST_F(AccessTest, FileSystemsThatDecideOwners) {
         {"--create-for-user=65534 --create-for-group=65534 --chown-deny", EPERM, 65534, 0711},
     };
     const std::string mounted = tree->Dir("mounted"), fuse = tree->Dir("fuse");
-    if (std::system(("mount -t devtmpfs devices " + fuse + " && touch /dev/fuse && mount --bind " + fuse +
-                     "/fuse /dev/fuse && umount -l " + fuse)
-                        .c_str()) != 0) {
+    if (!Shell("mount -t devtmpfs devices " + fuse + " && touch /dev/fuse && mount --bind " + fuse +
+               "/fuse /dev/fuse && umount -l " + fuse)) {
         GTEST_SKIP() << "needs privilege: a mount, and /dev/fuse";
     }
     for (const auto& [options, error, owner, mode] : rows) {
         second.emplace(ScratchTree::On::SecondFs);
-        ASSERT_EQ(std::system(("bindfs " + std::string(options) + " " + second->Path() + " " + mounted).c_str()), 0);
+        ASSERT_TRUE(Shell("bindfs " + std::string(options) + " " + second->Path() + " " + mounted));
         tree->File("s/d/f");
         for (const auto& [request, expected] : {
                  std::pair(Request{PrepareDir, mounted + "/p", "", "1000", "1000", "751", 1}, error),
