@@ -257,7 +257,8 @@ TEST_F(RecordsCommand, PrintsRecordsAndSummariesAsJson) {
               "{" + text +
                   "\"errno\":95,\"error\":\"EOPNOTSUPP\",\"src\":\"/data/\\u2067b/n\",\"dst\":\"\","
                   "\"user\":\"\",\"group\":\"\",\"perm\":\"640\",\"recurseOpt\":\"\",\"refused\":null,\"cause\":null,"
-                  "\"cause_path\":null,\"likely_cause\":null,\"to_check\":null,\"ambiguous\":false,\"snapshots\":["
+                  "\"cause_path\":null,\"likely_cause\":null,\"to_check\":null,\"ambiguous\":false,\"cut\":false,"
+                  "\"snapshots\":["
                   "{\"kind\":\"stat\",\"path\":\"/data/\\u2067b/n\",\"errno\":2,\"error\":\"ENOENT\"},"
                   "{\"kind\":\"attribute\",\"path\":\"/data/\\u2067b/n\",\"errno\":2,\"error\":\"ENOENT\"}],"
                   "\"file\":\"" +
