@@ -16,7 +16,7 @@ def between(text, begin, end):
     return text.split(begin)[1].split(end)[0]
 
 
-commands = re.findall(r"(\w+) = (\d+),", between(read("wire/file_migrate_orvane.h"), "enum class Command", "};"))
+commands = re.findall(r"COMMAND_NAME\((\w+)\) = (\d+),", read("wire/file_migrate_orvane.h"))
 types = re.findall(r'"(\w+)"', between(read("wire/record_format.h"), "RECORD_TYPES[] = {", "};"))
 fields = re.findall(r"(st_\w+)", between(read("wire/record_format.h"), "STAT_FIELDS = {", "};"))
 PLACES = [  # a page, and the texts that it must hold
