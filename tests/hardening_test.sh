@@ -14,7 +14,11 @@ for program in "$@"; do
     shows "the stack protector" "$facts" '__stack_chk_fail'
     shows "a fortified function" "$facts" ' __[a-z]+_chk[@ ]'
     if [[ $facts == *X86-64* ]]; then
-        shows "the probe of each page of a large frame" "$code" 'or[ql] +\$0x0,(0x[0-9a-f]+)?\(%rsp\)'
+        # A frame of more than a page is taken page by page, with a probe of each.
+        if grep -E 'sub +\$0x(100[1-9a-f]|10[1-9a-f].|1[1-9a-f]..|[2-9a-f]...|[0-9a-f]{5,8}),%rsp' <<<"$code"; then
+            echo "$program: the probe of each page of a large frame is missing"
+            exit 1
+        fi
         # Some C libraries' start files lack the property, so the image as a whole does not have it.
         shows "the mark at the start of a function" "$(grep -A1 'TAVO.*>:$' <<<"$code")" 'endbr64'
     fi
