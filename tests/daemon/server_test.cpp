@@ -114,7 +114,7 @@ TEST_F(ServerTest, RefusesArguments) {
                                                     {"--help", 2, "^usage: .*\n$"},
                                                     {"--version x", 2, "^usage: .*\n$"},
                                                     {"''", 2, "^usage: .*\n$"}}) {
-        Start({{}, {"sh", "-c", std::string("exec \"$0\" ") + arguments + " >&2"}, false});
+        Start({{}, {"sh", "-c", std::string("exec \"$0\" \"$@\" ") + arguments + " >&2"}, false});
         EXPECT_EQ(daemon->WaitExit(), W_EXITCODE(status, 0)) << arguments;
         EXPECT_TRUE(std::regex_match(daemon->Log(), std::regex(output))) << arguments << ": " << daemon->Log();
     }
