@@ -31,7 +31,7 @@ file_migrate_reply NoAnswer(file_migrate_status status, std::string_view message
     return reply;
 }
 
-/// The name of the first argument that must not be NULL and is; nullptr if there is none.
+/// The name of the first required argument that is NULL; nullptr if none is missing.
 const char* MissingField(const file_migrate_request& request) {
     const struct {
         char letter;

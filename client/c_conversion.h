@@ -12,7 +12,7 @@ namespace TAVO::FileMigrateClient {
 [[nodiscard]] file_migrate_reply ToC(const Failure& failure);
 [[nodiscard]] file_migrate_reply ToC(const Reply& reply);
 
-/// Why a request is not even looked at; FILE_MIGRATE_ANSWERED if there is nothing wrong.
+/// Why a request is refused before it is converted; FILE_MIGRATE_ANSWERED if there is nothing wrong.
 [[nodiscard]] file_migrate_reply Check(const file_migrate_client* client, const file_migrate_request* request);
 
 /// @param request  passed the check

@@ -66,7 +66,7 @@ private:
     bool isInterruptible = false;
     Connection connection;
     Step step = Step::None;
-    Deadline deadline{std::chrono::milliseconds(0)};  ///< of the connecting, then of the reply
+    Deadline deadline{std::chrono::milliseconds(0)};  ///< for connecting, then for the reply
     bool wasRefused = false;                          ///< the backlog was full at the last try
     bool sendsRequest = false;                        ///< false for Connect
     bool isFresh = false;                             ///< the connection was made for this request

@@ -74,9 +74,10 @@ std::string ObstacleTo(const std::string& path) {
     return obstacle;
 }
 
+/// The path must be readable; a directory on the way to it must be searchable.
 std::string AccessHint(const std::string& path) {
     const std::string obstacle = ObstacleTo(path);
-    const mode_t needed = obstacle == path ? S_IRGRP : S_IXGRP;  // otherwise it is a directory on the way
+    const mode_t needed = obstacle == path ? S_IRGRP : S_IXGRP;
     struct stat st {};
     if (stat(obstacle.c_str(), &st) != 0) {
         return "run this as root";

@@ -14,7 +14,7 @@ std::string Advice(const std::error_code& code, const std::string& socketPath);
 /// "root:system 0660"; empty if stat() on the file fails.
 std::string OwnerAndMode(const std::string& path);
 
-/// What keeps the user from reading a path: the path itself, or the directory on the way to it that may not be
+/// The obstacle between the user and a path: the path itself, or the directory on the way to it that may not be
 /// searched.
 std::string ObstacleTo(const std::string& path);
 

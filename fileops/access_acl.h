@@ -1,4 +1,4 @@
-// What a group and the users in an access control list may do with a new object.
+// Limits what a group, and the users in an access control list, may do with a new object.
 //
 // A copy does not get the list of its source, and does not keep a list that it inherited. If a file has a list, the
 // group bits of its mode are the list's mask. A copy with these bits would let the owning group do what only a named
@@ -27,7 +27,7 @@ private:
 /// Whether an open object has an access list.
 [[nodiscard]] bool HasAccessAcl(int fd);
 
-/// The mode that an open object may get as long as it has its present group. A directory with the set-group-ID bit
+/// The mode that an open object may get while it has its present group. A directory with the set-group-ID bit
 /// gives its own group to what is created in it. Unless the group is `group` or the daemon's, its members may do only
 /// what all other users may do.
 [[nodiscard]] mode_t LimitToGroup(mode_t mode, int fd, gid_t group);

@@ -159,7 +159,8 @@ bool FileCopy::IsForeign(const struct stat& existing) const {
 }
 
 /// Whether an existing file could let in users that the copy keeps out: its owner, users who opened it while its mode
-/// allowed that, and those who know it by another name. A program that changes its user must not have been open at all.
+/// allowed that, and those who know it by another name. If the copy gets a set-id bit, no process may have had the file
+/// open before.
 bool FileCopy::LetsIn(const struct stat& existing) const {
     constexpr mode_t access = S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
     const mode_t next = finish == Finish::Nothing ? job.mode : mode;

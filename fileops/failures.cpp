@@ -89,14 +89,14 @@ constexpr struct {
 
 // In the order of Identity.
 constexpr struct {
-    const char* nullType;  ///< of the record, as the two below
+    const char* nullType;  ///< the record's type, as are numberType and lookupType
     void (*logNull)(const LogFailureFields& failure);
     const char* numberType;
     void (*logNumber)(const LogFailureFields& failure, const char* text, int error);
     const char* lookupType;
     void (*logLookup)(const LogFailureFields& failure, const char* name, int code);
     void (*logNotFound)(const LogFailureFields& failure, const char* name);
-    const char* lookup;  ///< the type without its prefix
+    const char* lookup;  ///< the lookup type without its prefix
     void (*record)(const char* name, int error, int recordKind, const std::string& type);
 } IDENTITY_TEXTS[] = {
     {RecordTypeName("UID_IS_NULL"), Write<"name is null!", "DecodeUid">, RecordTypeName("UID_STRTOUL"),

@@ -77,7 +77,7 @@ int FailExchanged(const std::string& path, const Report& report);
 int FailMkDir(const std::string& path, unsigned int mode, int error, const Report& report);
 int FailChMod(const std::string& path, unsigned int mode, int error, const Report& report);
 int FailChOwn(const std::string& path, const OwnerIds& owner, int error, const Report& report);
-/// A directory could not be prepared; the line follows that of the step that failed.
+/// A directory could not be prepared; its line comes after the line of the step that failed.
 int FailPrepareDir(const std::string& path, const OwnerIds& owner, unsigned int mode, int error, const Report& report);
 /// The request does not give an owner. It leaves no record. @return EINVAL
 int RefuseOwner(const std::string& path, const Report& report);

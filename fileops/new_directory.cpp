@@ -60,7 +60,7 @@ bool IsEmpty(int fd) {
     return size > 0;
 }
 
-/// Also false if the file system does not store when an inode was created.
+/// Whether an inode was created at `start` or later; false if the file system does not store the time of creation.
 bool IsBornSince(int fd, const timespec& start) {
     struct statx st {};
     if (statx(fd, "", AT_EMPTY_PATH, STATX_BTIME, &st) != 0 || (st.stx_mask & STATX_BTIME) == 0) {

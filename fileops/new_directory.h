@@ -45,8 +45,8 @@ public:
     ~NewDirectory();
 
     /// Opens the directory that mkdir() has just created with NEW_DIRECTORY_MODE.
-    /// @param start  InodeClock() before that. Needed if other workers may have put something into the directory since.
-    ///               Then only the time of its creation distinguishes it from an older one
+    /// @param start  InodeClock() before mkdir(). Give it if other workers may already have put something into the
+    ///               directory: then the time of its creation shows that it is new
     /// @return 0, EEXIST if its name belongs to another object, or why it cannot be opened
     [[nodiscard]] int Open(const Entry& entry, const std::optional<timespec>& start = std::nullopt);
 

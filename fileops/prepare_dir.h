@@ -28,9 +28,9 @@ inline constexpr unsigned int CREATE_MODE = 0700;
 /// that exists keeps its own owner and mode and succeeds whatever the option; EINVAL for an unknown option.
 [[nodiscard]] int PrepareDir(const PathPara& para, int& err, int recordKind);
 
-/// Creates one directory of a copy and gives it first its mode, then its owner. It does not keep the access lists that
-/// it inherited. Only the directory that was created gets them:
-/// EEXIST if another object has taken its name. A path that exists is left as it is.
+/// Creates one directory of a copy and gives it first its mode, then its owner. Only the directory that was created
+/// gets them; EEXIST if another object has taken its name. It does not keep the access lists that it inherited. A path
+/// that exists is left as it is.
 [[nodiscard]] int DoPrepareDir(const Entry& directory, const PermPara& perm, const Report& report);
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -18,7 +18,7 @@ constexpr std::int64_t BATCH_BYTES = std::int64_t{64} << 20;
 constexpr std::size_t BATCH_REMOVALS = 4096;
 constexpr std::size_t BATCH_DIRECTORIES = 256;
 
-/// On a thread of its own. If none can be started, on the thread that waits for it.
+/// On a thread of its own; if it cannot be started, on the thread that waits for the result.
 constexpr std::launch EITHER_WAY = std::launch::async | std::launch::deferred;
 
 }  // namespace

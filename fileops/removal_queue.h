@@ -1,7 +1,6 @@
 // The sources that a combined copy still has to remove. A source may be removed only after its copy was flushed to
 // disk. Flushing each file would take sixty times as long, so removals are queued and carried out in order, one batch
-// per flush. The walk copies the next batch while one is flushed. The size of a batch also limits how much space
-// sources and copies take together, which is two batches at most.
+// per flush. While one batch is flushed, the walk copies the next. So at most two batches take up space in both places.
 //
 // Used by one thread. For a flush it starts a second thread, which does nothing else.
 #pragma once
@@ -55,7 +54,7 @@ public:
 private:
     struct Removal {
         QueuedHandle directory;  ///< holds the file, or is to be removed itself
-        std::string name;        ///< the file's; empty if the directory itself is to be removed
+        std::string name;        ///< the file's name; empty if the directory itself is to be removed
     };
     struct Target {
         dev_t device;
@@ -72,7 +71,7 @@ private:
     /// Waits for the flush of the last batch, starts that of the new one and meanwhile removes the last one. Does
     /// nothing after a failed flush.
     void Advance(std::launch policy);
-    /// Flushes `flushing`. Runs on the second thread.
+    /// Flushes the copies of the batch `flushing`. May run on the second thread.
     [[nodiscard]] int Flush() const;
     void Remove(Batch& batch);
     int RemoveFile(const Removal& removal);
@@ -86,7 +85,7 @@ private:
     SourceWatch watch;
     RemovalGuard guard{watch};
     Batch gathering;        ///< the batch that the walk is copying
-    Batch flushing;         ///< the batch before it, which `flushed` is for
+    Batch flushing;         ///< the batch before it, which is being flushed
     QueuedHandle named;     ///< the directory that PathOf() was last called with
     std::string namedPath;  ///< its path
     int flushError = 0;

@@ -13,18 +13,18 @@ namespace {
 
 /// A tree with this many entries is large: helpers gain more than they cost.
 constexpr unsigned LARGE_TREE = 256;
-/// So many files of one directory are visited before others are given away.
+/// A directory's thread visits this many files itself before it gives others away.
 constexpr unsigned FILES_KEPT = 256;
 
-/// A low number, so that the threads of a walk which wait for the one that goes deep hold few of the descriptors.
+/// Low, because one thread of a walk goes deep while the others wait and keep their descriptors open.
 int ReadDeepFd() {
     rlimit limit{};
     (void)getrlimit(RLIMIT_NOFILE, &limit);  // cannot fail
     return static_cast<int>(limit.rlim_cur / 32);
 }
 
-/// The parts of one directory that its thread does not visit at once. Made when the first is needed, because most
-/// directories give nothing away and each level of a walk holds its frame.
+/// The parts of a directory that are kept for later or given to helpers. Made on the heap when the first is needed:
+/// most directories give nothing away, and so the frame of each level of a walk holds only a pointer.
 class Parts {
 public:
     Parts(TreeWalk& partOf, int fd, const std::string& directory, const Report& outcome)
@@ -37,8 +37,8 @@ public:
     Parts(const Parts&) = delete;
     Parts& operator=(const Parts&) = delete;
 
-    /// Keeps an entry for a later part. A part is given away once there is an entry behind it, so that the last one
-    /// stays here. @return false if no helper takes what was kept
+    /// Keeps an entry for a later part. A part that is worth a thread is given away when the next entry arrives, so the
+    /// last part stays with this thread. @return false if no helper takes what was kept
     bool Keep(const dirent& entry) {
         if (kept && kept->IsWorthwhile() && !Give()) {
             return false;
@@ -69,7 +69,7 @@ public:
 private:
     bool Give() {
         CollectDone();
-        given.reserve(given.size() + 1);  // may throw, so before a helper has the part
+        given.reserve(given.size() + 1);  // before the offer, because it may throw
         if (!helpers.Offer(*kept)) {
             return false;
         }
@@ -101,7 +101,8 @@ private:
 
 }  // namespace
 
-/// Holds a directory so deep that only one thread of the walk may be there. It waits for that.
+/// Lets only one thread of a walk at a time into directories whose descriptor is deepFd or higher. Any other thread
+/// waits.
 class Deep {
 public:
     Deep(TreeWalk& walk, int fd) {
@@ -144,7 +145,7 @@ bool TreeWalk::EndAt(int error) {
     return ending.compare_exchange_strong(none, error);
 }
 
-/// Counts the entry, until the tree is large.
+/// Counts the entries until the tree is known to be large.
 bool TreeWalk::MayGiveAway(int fd) {
     if (!isLarge) {
         isLarge = threads == Threads::Many && ++seen > LARGE_TREE;
@@ -152,7 +153,7 @@ bool TreeWalk::MayGiveAway(int fd) {
         return false;
     }
     const WalkHelpers& helpers = WalkHelpers::Instance();
-    // A thread that has gone deep must not wait for a helper, which may wait to go deep itself.
+    // The deep thread must not wait for a helper, because that helper may wait to go deep itself.
     return helpers.HaveRoom() && fd < deepFd && deepThread != pthread_self();
 }
 

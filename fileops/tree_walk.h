@@ -3,11 +3,12 @@
 // A walk recurses: the frame of a directory stays until everything below it is done. When the tree turns out to be
 // large, a directory's frame gives some of its entries to helper threads and waits for them before it ends. So a
 // helper can rely on what the recursion relies on: the directory that holds an entry is open, and it is finished after
-// its contents. Only the order of entries among each other differs from that of a single thread.
+// its contents. Only the order in which entries are visited differs from that of a single thread.
 //
-// Descriptors: a directory gives nothing away when many descriptors are open. A walk that goes deeper than that is
-// alone there: the other threads of the same walk wait, each with few descriptors of its own. So a deep tree needs no
-// more descriptors than on one thread.
+// Descriptors: a directory gives nothing away when many descriptors are open. Only one thread of a walk at a time
+// goes deeper than that, and any other that gets there waits. Together the waiting threads hold at most about a
+// thirty-second of the descriptors. So a walk of a deep tree runs out of descriptors only that much earlier than on
+// one thread.
 #pragma once
 
 #include <pthread.h>
@@ -23,7 +24,8 @@ namespace TAVO::FileMigrateOrvane {
 
 /// Whether a walk goes on past an entry that fails, or ends there.
 enum class OnFailure { Continue, Stop };
-/// Whether other threads may take part. A walk whose Visit() changes the walk itself stays alone.
+/// Whether other threads may take part. If Visit() changes the walk object itself without a lock or an atomic, the
+/// walk must have one thread.
 enum class Threads { One, Many };
 
 /// A name in an open directory, with the type that the listing gave.
@@ -53,10 +55,10 @@ public:
 protected:
     /// Visits all entries of a directory. The caller looks at the stream's ReadError() afterwards.
     /// @param path  that of the directory
-    /// @return 0; or the number of the last failure; or, if the walk ends at a failure, that failure's
+    /// @return 0 or the number of the last failure; for OnFailure::Stop, the number of the walk's first failure
     int VisitChildren(DirectoryStream& stream, std::string& path, const Report& report);
 
-    /// Ends a walk that ends at a failure. @return whether this is the first failure, which alone is reported
+    /// Ends a walk at a failure. @return whether it was the first; only that one is reported
     bool EndAt(int error);
     /// The failure at which the walk ended; 0 before.
     [[nodiscard]] int EndedAt() const { return ending.load(std::memory_order_relaxed); }
@@ -71,14 +73,15 @@ private:
     const Threads threads;
     std::atomic<int> ending{0};
 
-    unsigned seen = 0;     ///< entries, until the tree counts as large; written before the first helper joins
-    bool isLarge = false;  ///< likewise
-    int deepFd = 0;        ///< likewise; directories with such a descriptor or a higher one give nothing away
+    // Written before the first helper joins.
+    unsigned seen = 0;  ///< entries, until the tree counts as large
+    bool isLarge = false;
+    int deepFd = 0;  ///< a directory whose descriptor is this or higher gives nothing away
 
     std::mutex deep;  ///< held by the one thread that has gone deep
     std::atomic<pthread_t> deepThread{};
     std::atomic<bool> hasHelpers{false};  ///< since the first part was given away
-    unsigned helperCount = 0;             ///< at work for this walk; guarded by the helpers' mutex
+    unsigned helperCount = 0;             ///< helpers that work for this walk; guarded by the helpers' mutex
 };
 
 }  // namespace TAVO::FileMigrateOrvane

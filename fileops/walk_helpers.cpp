@@ -12,12 +12,12 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-/// More threads than processors keep a disk busy when the tree is not in memory, and cost nothing when it is.
+/// If a tree is not cached, more threads than processors keep the disk busy. If it is cached, they cost nothing.
 constexpr unsigned FEWEST_AT_MOST = 8;
 constexpr std::chrono::seconds IDLE_TIME{1};
 
 int MostHelpers() {
-    const ErrnoKeeper keeper;  // the question may fail and set it
+    const ErrnoKeeper keeper;  // hardware_concurrency() may fail and set errno
     return static_cast<int>(std::max(FEWEST_AT_MOST, std::thread::hardware_concurrency()));
 }
 

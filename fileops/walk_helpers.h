@@ -1,5 +1,5 @@
 // The threads that help with large walks: one team for the whole daemon. A helper starts when there is work for it and
-// ends after a second without any.
+// ends after a second without work.
 #pragma once
 
 #include <atomic>
@@ -27,8 +27,8 @@ public:
 
     /// Visits the entries. @return 0 or an error number
     int Visit(const Report& report);
-    /// Hands out what came of a part that is done: throws what a helper has thrown.
-    /// @param report  receives its failures  @return its result
+    /// Returns the result of a finished part, or rethrows what its visit threw.
+    /// @param report  receives its failures
     [[nodiscard]] int Outcome(const Report& report) const;
 
 private:
@@ -46,7 +46,7 @@ private:
     bool hasDirectory = false;
     const int recordKind;
 
-    // What came of it, for the thread that waits.
+    // The part's outcome, for the thread that waits for it.
     bool isDone = false;  ///< guarded by the helpers' mutex
     int result = 0;
     int err = 0;
@@ -55,19 +55,20 @@ private:
 
 class WalkHelpers {
 public:
-    /// The daemon's helpers. They are never destroyed, since their threads end when they like.
+    /// The daemon's helpers. They are never destroyed, because their threads may still run when the process exits.
     static WalkHelpers& Instance();
 
     /// Whether a part would find a helper. May be out of date.
     [[nodiscard]] bool HaveRoom() const { return room.load(std::memory_order_relaxed) > 0; }
 
-    /// Gives a part to a helper. @return false if none is free, or if other walks are entitled to those that are
+    /// Gives a part to a helper.
+    /// @return false if no helper is free or can be started, or if the walk already has its share
     [[nodiscard]] bool Offer(WalkPart& part);
-    /// Waits until a part is done; does it here if no helper has begun it.
+    /// Waits until a part is done. If no helper has begun it, visits it on this thread.
     void Join(WalkPart& part);
     /// Whether Join() would not wait.
     [[nodiscard]] bool IsDone(const WalkPart& part);
-    /// The walk ends.
+    /// Call it at the end of a walk that has had helpers.
     void Leave();
 
 private:
@@ -80,7 +81,7 @@ private:
     [[nodiscard]] bool HasItsShare(const TreeWalk& walk) const;
     void Release(const WalkPart& part);
 
-    const int most;  ///< helpers
+    const int most;  ///< the largest number of helpers
     std::atomic<int> room;
 
     std::mutex mutex;  // guards all that follows
@@ -89,7 +90,7 @@ private:
     std::vector<WalkPart*> waiting;  ///< offered, not begun
     int started = 0;                 ///< helpers
     int idle = 0;                    ///< those that wait for work
-    int walks = 0;                   ///< that have had a helper and have not ended
+    int walks = 0;                   ///< walks that have had a helper and have not ended
 };
 
 }  // namespace TAVO::FileMigrateOrvane

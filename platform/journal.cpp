@@ -18,10 +18,10 @@
 namespace TAVO::FileMigrateOrvane::Detail {
 namespace {
 
-/// How long a line waits for a journal that is busy, so that it stores a burst whole. A journal that has stopped costs
+/// How long a line waits for a busy journal, so that the journal stores a whole burst. A journal that has stopped costs
 /// one wait: until it takes a line again, lines that it does not take at once are lost.
 constexpr timeval JOURNAL_PATIENCE{0, 100'000};
-/// Bytes of lines that the journal has not read yet.
+/// Room for lines that the journal has not read yet, in bytes.
 constexpr int SEND_BUFFER = 1 << 20;
 
 /// $JOURNAL_STREAM contains "device:inode" of the stream that init connected, see systemd.exec(5).
@@ -60,7 +60,7 @@ int PriorityOf(const LogSite& site) {
     return LOG_ERR;
 }
 
-/// @param name  with "="
+/// @param name  the field's name and "=", except in AppendPathField()
 void AppendField(LogText& fields, std::string_view name, std::string_view value) {
     fields.Append(name);
     fields.Append(value);
@@ -128,7 +128,7 @@ bool IsForJournal(LogKind kind) {
 // because they wait without a limit.
 bool SendToJournal(const LogSite& site, std::string_view message) {
     static const int fd = OpenSocket();
-    static std::atomic<bool> isStuck = false;  ///< the last wait was in vain
+    static std::atomic<bool> isStuck = false;  ///< the journal did not take the last line
     static const sockaddr_un address{AF_UNIX, "/run/systemd/journal/socket"};
     LogText fields;
     AppendField(fields, "MESSAGE=", message);

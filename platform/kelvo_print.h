@@ -1,8 +1,8 @@
 // The platform log. KelvoPrint writes one line to the journal if standard error is connected to it and the line is for
 // its reader (see LogKind), otherwise one line to standard error. If standard error is /dev/null, no line is composed.
 // Any thread may call it. It keeps errno and never throws. If there is no memory for a long line, it cuts the line.
-// Only for a busy journal it waits, and only a moment. If the log does not take a line, the line is lost, and a later
-// line tells how many were lost. A text of PATH_MAX bytes or more is cut to PATH_MAX bytes and ends with "[cut]".
+// It waits only for a busy journal, and only for a moment. If the log does not take a line, the line is lost, and a
+// later line says how many were lost. A text of PATH_MAX bytes or more is cut to PATH_MAX bytes and ends with "[cut]".
 //
 // Formats are checked by the compiler: a conversion that does not match its argument, or a wrong number of arguments,
 // does not build. The "%{public}" marker is the log's own syntax and is removed from the output.
@@ -19,7 +19,7 @@ namespace TAVO::FileMigrateOrvane {
 
 enum class LogLevel : int { Debug = 3, Info = 4, Warn = 5, Error = 6 };
 
-/// For whom a line is. Only the journal makes a difference; standard error gets all lines with the letter of their
+/// Who reads a line. Only the journal makes a difference; standard error gets all lines with the letter of their
 /// level.
 enum class LogKind {
     Event,    ///< for the operator; the level gives the priority
@@ -32,7 +32,7 @@ enum class LogKind {
 struct LogFailureFields {
     const char* operation;  ///< the type of the record of this failure, or the name of the step if it leaves no record
     int error;
-    std::string_view source{};  ///< empty if there is none, as the destination
+    std::string_view source{};  ///< empty if there is none; `destination` too
     std::string_view destination{};
 };
 

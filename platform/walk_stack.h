@@ -25,9 +25,9 @@ public:
     [[nodiscard]] pthread_attr_t* Get() { return &attributes; }
 
 private:
-    /// The stack of a thread, besides the levels of a walk.
+    /// The stack that a thread needs besides the levels of its walk.
     static constexpr std::size_t BASE_STACK = std::size_t{1} << 20;
-    /// More than a level of any walk needs for each of its descriptors. Pages that are not used cost nothing.
+    /// More stack than any walk needs per descriptor. Pages that are not used cost nothing.
     static constexpr std::size_t STACK_PER_DESCRIPTOR = 1024;
 
     pthread_attr_t attributes{};

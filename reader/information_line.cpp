@@ -16,7 +16,8 @@ constexpr std::array<std::string_view, 4> KEYS = {RecordKey::USER, RecordKey::GR
 constexpr std::size_t LONGEST_FIELDS =
     KEYS[0].size() + KEYS[1].size() + KEYS[2].size() + KEYS[3].size() + KEYS.size() * MAX_TEXT;
 
-/// The four fields between the paths and ",errno:". Nothing marks where they begin, so that has to be searched for.
+/// The four fields between the paths and ",errno:". Nothing marks where they begin, so the reader searches for the
+/// beginning.
 class ShortFields {
 public:
     explicit ShortFields(const LineShape& shape) : shapes{shape.user, shape.group, shape.perm, shape.recurseOpt} {}

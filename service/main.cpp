@@ -1,5 +1,6 @@
-// file_migrate_orvane does file-system work for an operating-system upgrade. It takes no arguments but --version, and
-// no configuration. Its exit status is 0, or 2 after any other argument.
+// file_migrate_orvane does file-system work for an operating-system upgrade. It takes no arguments but --version and
+// reads no configuration file. FILE_MIGRATE_LOG_ALL=1 in the environment sends all log lines to the journal. Its exit
+// status is 0; 1 if the version cannot be printed; 2 after any other argument.
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>

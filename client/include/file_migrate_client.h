@@ -111,8 +111,8 @@ typedef int file_migrate_entry_taker(void* context, const char* name, int is_dir
 file_migrate_reply file_migrate_is_exist(file_migrate_client* client, const char* path);
 file_migrate_reply file_migrate_is_dir(file_migrate_client* client, const char* path);
 file_migrate_listing file_migrate_list_dir(file_migrate_client* client, const char* path);
-// The same, entry by entry as they arrive, for directories with very many entries. They are all of them only if the
-// result is 0.
+// The same, entry by entry as they arrive, for directories with very many entries. The listing is complete only if
+// the result is 0.
 file_migrate_reply file_migrate_list_each(file_migrate_client* client, const char* path,
                                           file_migrate_entry_taker* taker, void* context);
 file_migrate_path file_migrate_existed_path(file_migrate_client* client, const char* path);
@@ -149,8 +149,8 @@ typedef enum file_migrate_owner_field {
     FILE_MIGRATE_GROUP = 2,
 } file_migrate_owner_field;
 
-// Tells a missing owner from a missing path: the daemon answers both with ENOENT. Looks the names up in this process,
-// with the users and groups that it sees. Returns the first of the two that is a name and does not exist;
+// Distinguishes a missing owner from a missing path; the daemon answers both with ENOENT. Looks the names up in this
+// process, with the users and groups that it sees. Returns the first of the two that is a name and does not exist;
 // FILE_MIGRATE_NO_OWNER if both are numbers, exist or are NULL, or if there is no memory.
 file_migrate_owner_field file_migrate_unknown_owner(const char* user, const char* group);
 
@@ -199,8 +199,8 @@ typedef struct file_migrate_request {
     const char* group;
     const char* perm;
     file_migrate_recursion recursion;
-    file_migrate_entry_taker*
-        taker;      // of list_dir, and of existed_path, which passes its path as one entry; NULL: none
+    // For list_dir; for existed_path it gets the path as one entry. May be NULL.
+    file_migrate_entry_taker* taker;
     void* context;  // passed to taker
 } file_migrate_request;
 

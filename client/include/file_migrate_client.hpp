@@ -123,8 +123,8 @@ public:
     [[nodiscard]] YesNo IsExist(std::string_view path);    ///< follows links: no for a dangling one
     [[nodiscard]] YesNo IsDir(std::string_view path);      ///< no for a link to a directory
     [[nodiscard]] Listing ListDir(std::string_view path);  ///< one level
-    /// The same, entry by entry as they arrive, for directories with very many entries. They are all of them only if
-    /// the outcome is a success.
+    /// The same, entry by entry as they arrive, for directories with very many entries. The listing is complete
+    /// only if the outcome is a success.
     [[nodiscard]] Outcome ListDir(std::string_view path, EntryTaker taker);
     [[nodiscard]] ExistedPathReply ExistedPath(std::string_view path);  ///< the nearest ancestor that exists, or path
     [[nodiscard]] Size UsedSpace(std::string_view path);                ///< of the whole tree
@@ -169,8 +169,8 @@ private:
 
 enum class OwnerField { None, User, Group };
 
-/// Tells a missing owner from a missing path: the daemon answers both with ENOENT. Looks the names up in this process,
-/// with the users and groups that it sees.
+/// Distinguishes a missing owner from a missing path; the daemon answers both with ENOENT. Looks the names up in this
+/// process, with the users and groups that it sees.
 /// @return the first of the two that is a name and does not exist; None if both are numbers or exist
 [[nodiscard]] FILE_MIGRATE_EXPORT OwnerField UnknownOwner(const std::string& user, const std::string& group);
 

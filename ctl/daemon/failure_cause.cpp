@@ -44,7 +44,8 @@ bool IsOlder(const Reader::LocatedRecord& located, const RecordMark& mark) {
     return std::cmp_less(located.record.offset, before) && SizeOf(*file) >= before;
 }
 
-/// Whether a record without a path is about the request's user, group or mode, such as one that nobody has.
+/// Whether a record without a path is about the request's user, group or mode, for example about a user that does not
+/// exist.
 bool IsAboutOwnerOrMode(const Reader::Record& record, const Arguments& arguments) {
     const std::pair<const std::string&, const std::string&> fields[] = {
         {record.user, arguments.user}, {record.group, arguments.group}, {record.perm, arguments.mode}};

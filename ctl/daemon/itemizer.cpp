@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::size_t ACTION_WIDTH = 9;
 
-/// The daemon's listings do not tell links and special files from files.
+/// The daemon's listings do not distinguish links and special files from regular files.
 bool IsLinkOrSpecial(const std::string& path) {
     struct stat st {};
     return lstat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode);

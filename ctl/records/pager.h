@@ -22,7 +22,7 @@ public:
 
 private:
     pid_t process = -1;
-    int terminal = -1;  ///< the standard output of before
+    int terminal = -1;  ///< the original standard output
 };
 
 }  // namespace TAVO::FileMigrateOrvane::Ctl

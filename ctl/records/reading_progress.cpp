@@ -5,7 +5,7 @@
 namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
-constexpr std::size_t RECORDS_PER_LOOK = 256;  // at the clock
+constexpr std::size_t RECORDS_PER_LOOK = 256;  // records between two looks at the clock
 
 }  // namespace
 

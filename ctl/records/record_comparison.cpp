@@ -44,7 +44,8 @@ std::vector<Row> RowsOf(const GroupCounts& before, const GroupCounts& now) {
             rows.push_back({group, 0, count});
         }
     }
-    const auto rank = [](const Row& row) { return std::min(row.Kind(), Change::More); };  // all that stayed are alike
+    // Groups that are neither new nor gone have one rank.
+    const auto rank = [](const Row& row) { return std::min(row.Kind(), Change::More); };
     std::ranges::stable_sort(rows, [&](const Row& one, const Row& other) {
         return rank(one) != rank(other) ? rank(one) < rank(other) : one.Distance() > other.Distance();
     });

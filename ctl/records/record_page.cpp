@@ -14,7 +14,7 @@
 namespace TAVO::FileMigrateOrvane::Ctl {
 namespace {
 
-constexpr std::size_t KEPT = 50;  // records of a group
+constexpr std::size_t KEPT = 50;  // records shown for each group
 
 constexpr const char* STYLE = R"(
 :root { color-scheme: light dark; --back: #fff; --text: #1b1b1b; --faint: #5f6368; --line: #d8dadd; --bar: #2f6db5;

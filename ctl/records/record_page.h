@@ -14,7 +14,7 @@ namespace TAVO::FileMigrateOrvane::Ctl {
 
 class RecordPage {
 public:
-    /// Add the records in the order of their times.
+    /// Adds a record. Call it in the order of the records' times.
     void Add(const Reader::LocatedRecord& located);
 
     /// The page, in the character set of the locale. All texts of records are escaped.

@@ -40,7 +40,7 @@ std::string HostOf(const std::string& directory, const std::string& hostFrom) {
     return host;
 }
 
-/// The columns that the names of the machines need.
+/// The width of the column with the machines' names.
 std::size_t HostWidth(const RecordsOptions& options) {
     std::size_t width = 0;
     for (const std::string& directory : options.directories) {

@@ -20,7 +20,7 @@ constexpr std::array<std::size_t, 4> LENGTHS = {13, 10, 7, 4};
 std::string After(const std::string& span) {
     std::tm time{};
     time.tm_mday = 1;
-    (void)strptime(span.c_str(), FORM, &time);  // reads as much as there is
+    (void)strptime(span.c_str(), FORM, &time);  // parses only the fields that the span has
     int* const parts[] = {&time.tm_hour, &time.tm_mday, &time.tm_mon, &time.tm_year};
     ++*parts[std::ranges::find(LENGTHS, span.size()) - LENGTHS.begin()];
     (void)timegm(&time);

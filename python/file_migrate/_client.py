@@ -124,7 +124,7 @@ class Client:
         return found[0].name
 
     def used_space(self, path: Path) -> Size:
-        """The space that the whole tree uses. After errors it is a part of it, and is_whole is False."""
+        """The space that the whole tree uses. After errors the figure is incomplete, and is_whole is False."""
         reply = self._run("used_space", path)
         return Size(reply.result, reply.result >= 0 and reply.err_code == 0)
 
@@ -138,7 +138,10 @@ class Client:
     # Commands that change something.
 
     def mkdir(self, path: Path, *, recursive: bool = False) -> None:
-        """Creates a directory with mode 0700, with recursive its missing ancestors too. Keeps an existing one."""
+        """Creates a directory with mode 0700. With recursive, creates missing ancestors too.
+
+        Does not change an existing one.
+        """
         self._change("mkdir", path, recursive=recursive)
 
     def prepare_dir(self, path: Path, user: Owner, group: Owner, mode: int, *, recursive: bool = False) -> None:

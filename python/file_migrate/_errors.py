@@ -55,7 +55,10 @@ class FileMigrateError(OSError):
 
 
 class SourceMissingError(FileMigrateError, FileNotFoundError):
-    """The source of a move or copy does not exist. A move that is repeated after a crash raises it if it was done."""
+    """The source of a move or copy does not exist.
+
+    If a move is repeated after a crash, this error can mean that the first one finished.
+    """
 
 
 class NoAnswerError(FileMigrateError):
