@@ -19,6 +19,6 @@ inline constexpr std::int32_t SOURCE_ABSENT = -2;
 
 /// Handles a request whose fields have been validated and returns the reply's result. Several workers run handlers at
 /// the same time.
-using CommandHandler = std::int32_t (*)(const FileMigrateRcvMsg* msg, extraInfo& info);
+using CommandHandler = std::int32_t(const FileMigrateRcvMsg* msg, extraInfo& info);
 
 }  // namespace TAVO::FileMigrateOrvane
