@@ -12,8 +12,12 @@
 
 /// How many allocations of this thread succeed before one fails; if negative, none fails.
 static thread_local int g_allocationsLeft = -1;
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return g_allocationsLeft >= 0 && g_allocationsLeft-- == 0 ? nullptr : std::malloc(size);
+}
 void* operator new(std::size_t size) {
-    return g_allocationsLeft >= 0 && g_allocationsLeft-- == 0 ? throw std::bad_alloc() : std::malloc(size);
+    void* const memory = operator new(size, std::nothrow);
+    return memory != nullptr ? memory : throw std::bad_alloc();
 }
 // If the two were inlined, g++ would warn that they free what they did not allocate.
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
