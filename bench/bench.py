@@ -15,6 +15,7 @@ import itertools
 import json
 import os
 import re
+import resource
 import signal
 import socket
 import statistics
@@ -436,6 +437,19 @@ def first_answer():
         return 1000 * (time.monotonic() - daemon.started)
 
 
+def bench_start():
+    """CPU time of one run of the tool, and of the usual tool that asks the same."""
+    times = {CTL: [], "stat": []}
+    with Daemon():
+        for _ in range(ROUNDS * 20):
+            for tool, arguments in ((CTL, ("exists", "/")), ("stat", ("/",))):
+                before = resource.getrusage(resource.RUSAGE_CHILDREN)
+                run(tool, *arguments)
+                after = resource.getrusage(resource.RUSAGE_CHILDREN)
+                times[tool].append(1000 * (after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime))
+    add(Row.of_rounds("start of the tool, CPU time", times[CTL], times["stat"], "ms", None))
+
+
 def bench_daemon():
     add(Row("first answer after exec", statistics.median(first_answer() for _ in range(ROUNDS)), None, "ms", 25))
     stripped = PLACES["tmpfs"] / "stripped"
@@ -553,8 +567,8 @@ def bench_scale():
 
 
 PARTS = {
-    "ext4": (("", bench_pairs), ("requests", bench_requests), ("daemon", bench_daemon), ("calls", bench_calls),
-             ("scale", bench_scale)),
+    "ext4": (("", bench_pairs), ("requests", bench_requests), ("daemon", bench_daemon), ("start", bench_start),
+             ("calls", bench_calls), ("scale", bench_scale)),
     "xfs": (("reflink", bench_reflink),),
 }
 
