@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "failures.h"
+#include "label_walk.h"
 #include "log.h"
 #include "path_para.h"
 #include "security_label.h"

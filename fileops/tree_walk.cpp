@@ -137,7 +137,11 @@ bool TreeWalk::VisitChild(const ListedName& child, std::string& path, const Repo
     entry.type = TypeOf(entry);
     const int error = EndedAt() == 0 ? Visit(entry, report) : EndedAt();
     result = error != 0 ? error : result;
-    return error == 0 || policy == OnFailure::Continue || (EndAt(error), false);
+    if (error == 0 || policy == OnFailure::Continue) {
+        return true;
+    }
+    EndAt(error);
+    return false;
 }
 
 bool TreeWalk::EndAt(int error) {

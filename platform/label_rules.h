@@ -16,7 +16,8 @@ struct FreeText {
 };
 using LabelText = std::unique_ptr<char, FreeText>;
 
-/// One reading of the rules. It does not change, and any number of threads may use it at once.
+/// One reading of the rules. It does not change, and any number of threads may use it at once: libselinux locks each
+/// rule while it matches a path against it.
 class LabelRules {
 public:
     /// The rules as the policy's files state them now. They are read at the first call, and again when a file has

@@ -205,6 +205,7 @@ TEST_F(RaceTest, NothingOutsideIsLabelled) {
         GTEST_SKIP() << "needs privilege: a mount namespace for a policy of its own";
     }
     Check({"restore labels", {Restorecon, "@/s", "", "", "", "", 2}, "@/s"});
+    Check({"restore labels, large", {Restorecon, "@/s", "", "", "", "", 2}, "@/s", true, Exchange, true});
     Check({"restore labels, source gone", {Restorecon, "@/s", "", "", "", "", 2}, "@/s", true, TakeAway});
 }
 
