@@ -51,8 +51,9 @@ std::optional<Reading> RecordReader::Read(const RecordStart& start, bool looksIn
     const std::vector<std::size_t>& times = text.landmarks.Times();
     for (auto at = std::lower_bound(times.begin(), times.end(), start.bodyBegin);
          at != times.end() && lines > 0 && text.budget.Spend(PER_LINE); ++at) {
-        // A later end is better only if something valid follows it.
-        if (best && !IsFollowedWell(*at + Landmarks::TIMES_LENGTH, type)) {
+        const std::size_t end = *at + Landmarks::TIMES_LENGTH;
+        if (best && !MayBeBetter(end, *best, type)) {
+            lines -= IsFollowedByRecord(end) ? 1 : 0;
             continue;
         }
         const auto line = ReadInformationLine(text.bytes, start, type.line, *at, text.budget);
@@ -99,11 +100,28 @@ bool RecordReader::IsBetter(const Reading& reading, const Reading& best, const R
     return isOneLine && !IsFollowedWell(best.line.end, type);
 }
 
+/// Whether a reading whose line ends at `lineEnd` can be preferable, judged by the bytes after it. Reading the line
+/// would cost more: if `best` lacks its snapshots, the lines of all records after it are possible ends.
+bool RecordReader::MayBeBetter(std::size_t lineEnd, const Reading& best, const RecordType& type) const {
+    return IsFollowedBySnapshots(lineEnd, type) ||
+           (!IsFollowedWell(best.line.end, type) && IsFollowedByRecord(lineEnd));
+}
+
 bool RecordReader::IsFollowedWell(std::size_t lineEnd, const RecordType& type) const {
+    return IsFollowedByRecord(lineEnd) || IsFollowedBySnapshots(lineEnd, type);
+}
+
+/// Whether a record or the end of the text follows.
+bool RecordReader::IsFollowedByRecord(std::size_t lineEnd) const {
     Cursor next(text.bytes, lineEnd);
     next.SkipNewlines();
-    return next.Position() == text.bytes.size() || text.landmarks.IsStart(next.Position()) ||
-           (!type.snapshots.empty() && (next.IsAt(RecordKey::STAT) || next.IsAt(RecordKey::LABEL_RESULT)));
+    return next.Position() == text.bytes.size() || text.landmarks.IsStart(next.Position());
+}
+
+bool RecordReader::IsFollowedBySnapshots(std::size_t lineEnd, const RecordType& type) const {
+    Cursor next(text.bytes, lineEnd);
+    next.SkipNewlines();
+    return !type.snapshots.empty() && (next.IsAt(RecordKey::STAT) || next.IsAt(RecordKey::LABEL_RESULT));
 }
 
 bool RecordReader::IsRecord(const RecordStart& start) {

@@ -46,7 +46,10 @@ public:
 private:
     [[nodiscard]] Reading ReadRefused(const RecordStart& start) const;
     [[nodiscard]] bool IsBetter(const Reading& reading, const Reading& best, const RecordType& type) const;
+    [[nodiscard]] bool MayBeBetter(std::size_t lineEnd, const Reading& best, const RecordType& type) const;
     [[nodiscard]] bool IsFollowedWell(std::size_t lineEnd, const RecordType& type) const;
+    [[nodiscard]] bool IsFollowedByRecord(std::size_t lineEnd) const;
+    [[nodiscard]] bool IsFollowedBySnapshots(std::size_t lineEnd, const RecordType& type) const;
 
     ParsedText& text;
     std::unordered_map<std::size_t, bool> isRecordAt;  ///< cached answers, by position
