@@ -142,7 +142,7 @@ std::string Usage(const CLI::App& app) {
 }
 
 /// Reports what is wrong with the command line.
-/// @param isJson  whether "--json" is among its words
+/// @param isJson  whether it asks for JSON
 ExitStatus Refuse(const CLI::App& app, std::string why, bool isJson) {
     const std::string name = CommandOf(app);
     const std::string word = WrongWord(app);
@@ -170,6 +170,18 @@ ExitStatus Refuse(const CLI::App& app, std::string why, bool isJson) {
     return ExitStatus::Usage;
 }
 
+/// Whether the words ask for JSON. The parser cannot answer that if it refuses them.
+bool AsksForJson(const std::vector<std::string_view>& words) {
+    constexpr std::string_view spellings[] = {"--json",  "-o json",       "-ojson",
+                                              "-o=json", "--output json", "--output=json"};
+    std::string_view former;
+    return std::ranges::any_of(words, [&](std::string_view word) {
+        const std::string both = std::string(std::exchange(former, word)) + " " + std::string(word);
+        return std::ranges::find(spellings, word) != std::end(spellings) ||
+               std::ranges::find(spellings, both) != std::end(spellings);
+    });
+}
+
 ExitStatus Main(int argc, char** argv) {
     CLI::App app("Send a command to the file migration daemon, or read its records.", "orvanectl");
     DaemonOptions daemon;
@@ -177,7 +189,7 @@ ExitStatus Main(int argc, char** argv) {
     AddOptions(app, daemon);
     const std::span words(argv, static_cast<std::size_t>(argc));
     AddCommands(app, argc > 1 ? words[1] : "", daemon, chosen);
-    const bool isJson = std::ranges::find(words, std::string_view("--json")) != words.end();
+    const bool isJson = AsksForJson({words.begin(), words.end()});
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& help) {

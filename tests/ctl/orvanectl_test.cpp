@@ -96,6 +96,10 @@ TEST(Orvanectl, PrintsOneJsonObjectWhateverHappens) {
     ExpectJson("rm /a", {"", true}, 4, R"("ok":false,"result":null,"errno":104,"error":"ECONNRESET")");
     ExpectJson("rm /a/../b", {}, 2, R"({"command":"rm","ok":false,"result":null,"errno":22,"error":"EINVAL")");
     ExpectJson("mvoe", {}, 2, R"({"command":null,"ok":false)");
+    for (const std::string form : {"-o json", "-ojson", "--output json", "--output=json"}) {
+        const Finished run = RunTool("records --since never " + form);
+        EXPECT_EQ(run.out.substr(0, 31), R"({"command":"records","ok":false)") << form << run.err;
+    }
 }
 
 std::string SentFor(const std::string& words) {
