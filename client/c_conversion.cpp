@@ -89,6 +89,20 @@ file_migrate_reply Check(const file_migrate_client* client, const file_migrate_r
     return ToC(Failure());
 }
 
+ClientOptions FromC(const file_migrate_options* options) {
+    ClientOptions result;
+    if (options == nullptr) {
+        return result;
+    }
+    if (options->socket_path != nullptr) {
+        result.socketPath = options->socket_path;
+    }
+    result.connectLimit = std::chrono::milliseconds(options->connect_limit_ms);
+    result.replyLimit = std::chrono::milliseconds(options->reply_limit_ms);
+    result.daemonUser = options->daemon_user;
+    return result;
+}
+
 Request FromC(const file_migrate_request& request) {
     const auto text = [](const char* value) { return value == nullptr ? std::string_view() : value; };
     const bool hasRecursion = NEEDED_FIELDS[request.command].ends_with('r');

@@ -12,6 +12,9 @@ namespace TAVO::FileMigrateClient {
 [[nodiscard]] file_migrate_reply ToC(const Failure& failure);
 [[nodiscard]] file_migrate_reply ToC(const Reply& reply);
 
+/// @param options  nullptr for the defaults
+[[nodiscard]] ClientOptions FromC(const file_migrate_options* options);
+
 /// Why a request is refused before it is converted; FILE_MIGRATE_ANSWERED if there is nothing wrong.
 [[nodiscard]] file_migrate_reply Check(const file_migrate_client* client, const file_migrate_request* request);
 

@@ -70,17 +70,6 @@ file_migrate_entry* ToC(const NameBlock& block) {
     return entries;
 }
 
-ClientOptions FromC(const file_migrate_options& options) {
-    ClientOptions result;
-    if (options.socket_path != nullptr) {
-        result.socketPath = options.socket_path;
-    }
-    result.connectLimit = std::chrono::milliseconds(options.connect_limit_ms);
-    result.replyLimit = std::chrono::milliseconds(options.reply_limit_ms);
-    result.daemonUser = options.daemon_user;
-    return result;
-}
-
 }  // namespace
 }  // namespace TAVO::FileMigrateClient
 
@@ -95,7 +84,7 @@ std::uint32_t file_migrate_client_version(void) {
 
 Handle* file_migrate_client_new(const file_migrate_options* options) {
     try {
-        return new Handle{Session(options == nullptr ? ClientOptions() : FromC(*options))};
+        return new Handle{Session(FromC(options))};
     } catch (...) {  // as above
         return nullptr;
     }

@@ -1,10 +1,10 @@
-#include "place.h"
-
 #include <algorithm>
 #include <string_view>
 #include <vector>
 
-namespace TAVO::FileMigrateOrvane::Ctl {
+#include "client_place.h"
+
+namespace TAVO::FileMigrateClient {
 namespace {
 
 std::vector<std::string> Components(std::string_view path) {
@@ -72,4 +72,4 @@ bool IsWithin(const Place& inner, const Place& outer) {
     return inner.path == outer.path || outer.path == "/" || inner.path.starts_with(outer.path + "/");
 }
 
-}  // namespace TAVO::FileMigrateOrvane::Ctl
+}  // namespace TAVO::FileMigrateClient

@@ -1,15 +1,16 @@
 // Which object is at a path, asked from the daemon without leaving a record. A question about a path that is missing,
 // or goes through a file or a broken link, or has too long a name, fails and leaves a record. Records are evidence, so
-// the tool must not add its own. It therefore only looks names up in listings of directories that it found in listings,
-// from "/" down; that cannot fail. (Asking whether a path exists would follow links, and record the broken ones.)
-// Functions without state.
+// a program that only wants to show something must not add its own. These functions therefore only look names up in
+// listings of directories that they found in listings, from "/" down; that cannot fail. (Asking whether a path exists
+// would follow links, and record the broken ones.) Functions without state.
 #pragma once
 
 #include <string>
 
-#include "client_library.h"
+#include "client_export.h"
+#include "file_migrate_client.hpp"
 
-namespace TAVO::FileMigrateOrvane::Ctl {
+namespace TAVO::FileMigrateClient {
 
 struct Place {
     enum class Kind {
@@ -27,12 +28,13 @@ struct Place {
 };
 
 /// @param path  absolute
-Place Look(Client& client, const std::string& path);
+[[nodiscard]] FILE_MIGRATE_EXPORT Place Look(Client& client, const std::string& path);
 
 /// The kind of a name in an existing directory: Absent, Directory, Other or Unknown.
-Place::Kind LookIn(Client& client, const std::string& directory, const std::string& name);
+[[nodiscard]] FILE_MIGRATE_EXPORT Place::Kind LookIn(Client& client, const std::string& directory,
+                                                     const std::string& name);
 
 /// Whether `inner` is `outer` or lies below it. Both come from Look.
-bool IsWithin(const Place& inner, const Place& outer);
+[[nodiscard]] FILE_MIGRATE_EXPORT bool IsWithin(const Place& inner, const Place& outer);
 
-}  // namespace TAVO::FileMigrateOrvane::Ctl
+}  // namespace TAVO::FileMigrateClient

@@ -229,6 +229,27 @@ file_migrate_reply file_migrate_finish(file_migrate_client* client);
 // Drops the request, if there is one, without a reply. The daemon may still carry it out.
 void file_migrate_cancel(file_migrate_client* client);
 
+// How far a copy or a move has come, for programs that show progress. It asks the daemon how much space the destination
+// uses, on a connection of its own, so that another thread may use it while the transfer's handle waits. It leaves no
+// records. It is used by one thread at a time.
+typedef struct file_migrate_growth file_migrate_growth;
+
+// Measures the source, which may soon be gone, and the destination. Call it before the transfer, with the command of
+// the transfer and absolute paths. NULL options mean the defaults. Returns NULL if measuring is useless (a rename takes
+// no time) or could fail, if the command is none that moves or copies, or if there is no memory.
+file_migrate_growth* file_migrate_growth_new(const file_migrate_options* options, file_migrate_command command,
+                                             const char* src, const char* dst);
+
+// Closes the connection and frees the memory. NULL is allowed.
+void file_migrate_growth_free(file_migrate_growth* growth);
+
+// KB to transfer.
+int64_t file_migrate_growth_total(const file_migrate_growth* growth);
+
+// KB that have arrived; -1 if the daemon could not tell. Do not call it again then. Measuring a large tree takes the
+// daemon some time, so leave pauses between the calls.
+int64_t file_migrate_growth_now(file_migrate_growth* growth);
+
 #pragma GCC visibility pop
 #ifdef __cplusplus
 }

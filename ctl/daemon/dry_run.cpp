@@ -7,8 +7,8 @@
 #include <string>
 #include <utility>
 
+#include "client_place.h"
 #include "itemizer.h"
-#include "place.h"
 #include "text.h"
 
 namespace TAVO::FileMigrateOrvane::Ctl {

@@ -1,5 +1,5 @@
 // What a destructive sub-command would do. The dry run only asks the daemon questions that leave no record: it goes
-// from listing to listing (see place.h) and stops at the first failure. Functions without state.
+// from listing to listing (see client_place.h) and stops at the first failure. Functions without state.
 #pragma once
 
 #include "preflight.h"

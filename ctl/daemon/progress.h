@@ -1,8 +1,7 @@
 // What the user sees while the daemon works: the progress of a copy or a move on standard error, and a message for
 // Ctrl-C. Used by the main thread, which waits for the daemon's answer.
 //
-// Progress asks the daemon on a second connection how much has arrived, from a thread of its own. It leaves no records:
-// it only measures places that it found in listings (see place.h) and stops asking after the first failure.
+// Progress asks the daemon how much has arrived, from a thread of its own (see client_growth.h).
 #pragma once
 
 #include <chrono>
@@ -12,40 +11,10 @@
 #include <string>
 #include <thread>
 
+#include "client_growth.h"
 #include "client_library.h"
-#include "place.h"
 
 namespace TAVO::FileMigrateOrvane::Ctl {
-
-/// What is transferred where.
-struct Transfer {
-    std::string source;
-    std::string destination;
-    bool isMove = false;  ///< renamed if possible
-    bool isOfChildren = false;
-};
-
-/// How much a transfer has added to its destination.
-class Growth {
-public:
-    /// Measures the source, which may soon be gone, and the destination before the transfer.
-    /// @return nothing if measuring is useless (a rename takes no time) or could fail
-    static std::optional<Growth> Measure(Client& client, const Transfer& transfer);
-
-    /// KB to transfer.
-    [[nodiscard]] std::int64_t Total() const { return total; }
-
-    /// KB that have arrived; nothing if the daemon could not tell. Do not call it again then.
-    std::optional<std::int64_t> Now(Client& client);
-
-private:
-    Growth(Place place, std::int64_t kilobytes, std::int64_t before)
-        : destination(std::move(place)), total(kilobytes), start(before) {}
-
-    Place destination;
-    std::int64_t total;
-    std::int64_t start;
-};
 
 class Progress {
 public:
@@ -71,8 +40,7 @@ private:
     void Write(const std::string& line);
 
     const std::string name;
-    Client client;                 ///< used by the thread only, once it runs
-    std::optional<Growth> growth;  ///< likewise, except for its total
+    std::optional<Growth> growth;  ///< used by the thread only, once it runs, except for its total
     const bool isTerminal;
     std::size_t shownWidth = 0;  ///< width of the line on the terminal
     Clock::time_point start;

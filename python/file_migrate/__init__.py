@@ -21,7 +21,7 @@ A move to another file system and copy_comb LOSE SYMBOLIC LINKS AND SPECIAL
 FILES: they remove them with the source and still succeed.
 """
 
-from file_migrate._client import Client, Entry, Size
+from file_migrate._client import Client, Entry, Growth, Size
 from file_migrate._errors import FileMigrateError, NoAnswerError, SourceMissingError, Status
 from file_migrate._library import library_version
 
@@ -29,6 +29,7 @@ __all__ = [
     "Client",
     "Entry",
     "FileMigrateError",
+    "Growth",
     "NoAnswerError",
     "Size",
     "SourceMissingError",

@@ -44,6 +44,26 @@ class Size(NamedTuple):
     is_whole: bool
 
 
+class Growth:
+    """How far a transfer has come; Client.growth() makes it.
+
+    It has a connection of its own, so another thread can use it while the transfer's client waits. It is used by one
+    thread at a time.
+    """
+
+    def __init__(self, handle: int):
+        self._handle = handle
+        self.total: int = LIBRARY.file_migrate_growth_total(handle)  # KB
+
+    def __del__(self) -> None:
+        LIBRARY.file_migrate_growth_free(self._handle)
+
+    def now(self) -> int | None:
+        """The KB that have arrived; None if the daemon could not tell. Do not call it again then."""
+        kilobytes: int = LIBRARY.file_migrate_growth_now(self._handle)
+        return None if kilobytes < 0 else kilobytes
+
+
 class Client:
     """A connection to the daemon, made by the first request and closed by close() or at the end of a with block.
 
@@ -61,8 +81,8 @@ class Client:
     ):
         self._handle: int | None = None
         path = None if socket_path is None else os.fsencode(socket_path)
-        options = Options(path, _milliseconds(connect_limit), _milliseconds(reply_limit), daemon_user)
-        self._handle = LIBRARY.file_migrate_client_new(ctypes.byref(options))
+        self._options = Options(path, _milliseconds(connect_limit), _milliseconds(reply_limit), daemon_user)
+        self._handle = LIBRARY.file_migrate_client_new(ctypes.byref(self._options))
         if self._handle is None:
             raise MemoryError
         # A wait then ends when a signal arrives, so that Python can call its handler.
@@ -167,6 +187,18 @@ class Client:
     def copy_comb(self, src: Path, dst: Path, user: Owner, group: Owner, mode: int) -> None:
         """Copies files and directories with one owner and mode, and removes src, even if the copy failed."""
         self._change("copy_comb", src, dst, user=user, group=group, mode=mode)
+
+    def growth(self, command: str, src: Path, dst: Path) -> Growth | None:
+        """Measures a transfer, such as "move_all", that is about to begin, to show its progress.
+
+        None if measuring is useless, since a rename takes no time, or could fail. The paths must be absolute.
+        """
+        self._open_handle()
+        number = _COMMANDS.index(command)
+        handle = LIBRARY.file_migrate_growth_new(
+            ctypes.byref(self._options), number, _encode_path(src), _encode_path(dst)
+        )
+        return None if handle is None else Growth(handle)
 
     def remove(self, path: Path) -> None:
         """Removes a tree."""

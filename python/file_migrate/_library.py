@@ -58,6 +58,10 @@ def _load() -> ctypes.CDLL:
         "finish": (Reply, [handle]),
         "cancel": (None, [handle]),
         "unknown_owner": (c_int, [c_char_p, c_char_p]),
+        "growth_new": (handle, [POINTER(Options), c_int, c_char_p, c_char_p]),
+        "growth_free": (None, [handle]),
+        "growth_total": (c_int64, [handle]),
+        "growth_now": (c_int64, [handle]),
     }
     for name, (result, arguments) in functions.items():
         function = library[f"file_migrate_{name}"]

@@ -74,6 +74,19 @@ class ModuleTest(unittest.TestCase):
         client.try_remove(path("m"))
         self.assertEqual(sorted(os.listdir(self.tree)), ["k", "n"])
 
+    def test_growth_measures_a_copy_and_no_rename(self):
+        client, src, dst = self.client, self.path("src"), self.path("dst")
+        os.mkdir(src)
+        with open(src + "/file", "wb") as file:
+            file.write(b"x" * 100_000)
+        growth = client.growth("copy_all", src, dst)
+        self.assertEqual((growth.total, growth.now()), (104, 0))
+        client.copy_all(src, dst)
+        self.assertEqual(growth.now(), 104)
+        client.remove(dst)
+        for command, to in (("move_all", dst), ("remove", dst), ("copy_all", src + "/in"), ("copy_all", "relative")):
+            self.assertIsNone(client.growth(command, src, to), command + to)
+
     def test_a_failure_says_what_failed(self):
         missing = self.path("missing")
         rows = [
