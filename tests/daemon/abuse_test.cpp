@@ -92,7 +92,6 @@ protected:
         EXPECT_TRUE(Becomes([&] { return daemon->Used().descriptors <= before.descriptors; }));
     }
 
-    const ScratchTree second{ScratchTree::On::SecondFs};
     std::array<char, sizeof(FileMigrateStrPkg)> unread{};  ///< reply data that the tests ignore
 };
 
@@ -109,7 +108,7 @@ TEST_F(AbuseTest, AnswersOrRecordsRandomRequests) {
         Refusals expected;
         std::vector<RawClient*> answered, refused;
         for (RawClient& client : clients) {
-            FileMigrateRcvMsg message = AnyRequest(random, *tree, second).Wire();
+            FileMigrateRcvMsg message = AnyRequest(random, *tree, *second).Wire();
             std::size_t size = sizeof(message);
             const std::string refusal = Spoil(random, message, size);
             (refusal.empty() ? answered : refused).push_back(&client);
@@ -243,7 +242,7 @@ TEST_F(AbuseTest, DoesNotGrowUnderSixteenClients) {
     std::map<int, long> answers;  // by error number
     const auto work = [&](Random random) {
         for (RawClient client; !isOver;) {
-            const Reply reply = client.Call(AnyRequest(random, *tree, second));
+            const Reply reply = client.Call(AnyRequest(random, *tree, *second));
             const std::lock_guard lock(mutex);
             ++answers[reply.result < 0 ? reply.errCode : 0];
         }

@@ -26,15 +26,7 @@ constexpr unsigned char LIST[] = {2, 0,   0,   0,   1,   0,   6,  0, 255, 255, 2
                                   0, 232, 3,   0,   0,   4,   0,  4, 0,   255, 255, 255, 255, 16, 0,
                                   6, 0,   255, 255, 255, 255, 32, 0, 0,   0,   255, 255, 255, 255};
 
-/// @return whether the command succeeded
-bool Shell(const std::string& command) {
-    return std::system(command.c_str()) == 0;  // NOLINT(cert-env33-c,concurrency-mt-unsafe): a shell is wanted
-}
-
-class AccessTest : public DaemonTest {
-protected:
-    std::optional<ScratchTree> second{std::in_place, ScratchTree::On::SecondFs};
-};
+using AccessTest = DaemonTest;
 
 /// Nobody reaches the copy through the file that was at the destination: not its owner, nor who has it open, nor who
 /// has another name for it. Its owner's lease and the rules for sticky directories do not protect it.
@@ -64,8 +56,7 @@ TEST_F(AccessTest, FileThatWouldLetInMoreThanTheCopyIsReplaced) {
     };
     (void)signal(SIGIO, SIG_IGN);
     for (auto [name, request, sourceOwner, oldOwner, oldMode, old, isReplaced, owner] : rows) {
-        tree.emplace();
-        second.emplace(ScratchTree::On::SecondFs);
+        NewTrees();
         ScratchTree& target = request.dst[0] == '~' ? *second : *tree;
         request.src = tree->File("s", "content", 0660);
         request.dst = target.File("t", "old", oldMode);
@@ -150,8 +141,7 @@ TEST_F(AccessTest, GroupOfTheDirectoryGetsWhatOthersHave) {
 TEST_F(AccessTest, GroupGetsWhatItsEntryInTheListAllows) {
     for (const auto& [cmd, isDirectory] :
          {std::pair{CopyAll, false}, {CopyAll, true}, {MoveAll, false}, {MoveAll, true}}) {
-        tree.emplace();
-        second.emplace(ScratchTree::On::SecondFs);
+        NewTrees();
         const std::string source = isDirectory ? tree->Dir("s", 0640) : tree->File("s", "content", 0640);
         ASSERT_EQ(setxattr(source.c_str(), ACCESS_LIST, LIST, sizeof(LIST), 0), 0);
         ASSERT_EQ(Lstat(source).st_mode & 0777, 0660U);
@@ -191,14 +181,14 @@ TEST_F(AccessTest, FileSystemsThatDecideOwners) {
         {"--force-user=1000 --force-group=1000 --perms=0755 --chown-ignore --chmod-ignore", 0, USER, 0755},
         {"--create-for-user=65534 --create-for-group=65534 --chown-deny", EPERM, 65534, 0711},
     };
-    const std::string mounted = tree->Dir("mounted"), fuse = tree->Dir("fuse");
-    if (!Shell("mount -t devtmpfs devices " + fuse + " && touch /dev/fuse && mount --bind " + fuse +
-               "/fuse /dev/fuse && umount -l " + fuse)) {
+    const std::string mounted = tree->Dir("mounted");
+    if (!Shell("mkdir fuse; mount -t devtmpfs devices fuse; touch /dev/fuse; mount --bind fuse/fuse /dev/fuse; umount "
+               "-l fuse")) {
         GTEST_SKIP() << "needs privilege: a mount, and /dev/fuse";
     }
     for (const auto& [options, error, owner, mode] : rows) {
         second.emplace(ScratchTree::On::SecondFs);
-        ASSERT_TRUE(Shell("bindfs " + std::string(options) + " " + second->Path() + " " + mounted));
+        ASSERT_TRUE(Shell("bindfs " + std::string(options) + " ~ mounted"));
         tree->File("s/d/f");
         for (const auto& [request, expected] : {
                  std::pair(Request{PrepareDir, mounted + "/p", "", "1000", "1000", "751", 1}, error),

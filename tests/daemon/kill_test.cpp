@@ -20,7 +20,6 @@ const std::map<std::string, std::string> kFiles = {
     {"a/1", std::string(70000, '1')}, {"a/2", "2"}, {"a/b/3", std::string(9000, '3')}, {"a/b/4", "4"}, {"c/5", "5"},
 };
 
-/// In a path, "@" is the tree on /data and "~" the one on the second file system.
 struct Way {
     const char* name;
     Command cmd;
@@ -28,16 +27,14 @@ struct Way {
 };
 
 const Way kWays[] = {
-    {"MoveAll", MoveAll, "~new"},          {"MoveSub", MoveSub, "~old"}, {"CopyComb", CopyComb, "~old"},
-    {"CopyComb within", CopyComb, "@old"}, {"CopyAll", CopyAll, "~new"},
+    {"MoveAll", MoveAll, "~/new"},          {"MoveSub", MoveSub, "~/old"}, {"CopyComb", CopyComb, "~/old"},
+    {"CopyComb within", CopyComb, "@/old"}, {"CopyAll", CopyAll, "~/new"},
 };
 
 class KillTest : public DaemonTest {
 protected:
     void MakeTrees() {
-        ClearRecords();
-        tree.emplace();
-        second.emplace(ScratchTree::On::SecondFs);
+        NewTrees();
         tree->Dir("old");
         second->Dir("old");
         for (const auto& [name, content] : kFiles) {
@@ -45,13 +42,7 @@ protected:
         }
     }
 
-    [[nodiscard]] std::string Destination(const Way& way) const {
-        return (*way.dst == '@' ? *tree : *second).Path(way.dst + 1);
-    }
-
-    [[nodiscard]] Request RequestOf(const Way& way) const {
-        return {way.cmd, tree->Path("src"), Destination(way), "0", "1000", "0750"};
-    }
+    static Request RequestOf(const Way& way) { return {way.cmd, "@/src", way.dst, "0", "1000", "0750"}; }
 
     /// The files that are whole in none of the directories.
     static std::string Missing(const std::vector<std::string>& directories) {
@@ -79,7 +70,7 @@ protected:
     std::vector<std::string> KillsOf(const Way& way) {
         MakeTrees();
         const pid_t strace = TraceNewDaemon("trace=all");
-        EXPECT_EQ(RawClient().Call(RequestOf(way)).result, 0) << way.name;
+        EXPECT_EQ(Call(RequestOf(way)).result, 0) << way.name;
         EXPECT_TRUE(Await("refcnt:1\n"));
         StopTrace(strace);
         const std::regex line(R"((\d+) +(?!futex|restart_syscall)(\w+)\(.*)");
@@ -101,7 +92,7 @@ protected:
         MakeTrees();
         const pid_t strace = TraceNewDaemon(expression);
         RawClient client;
-        client.Send(RequestOf(way));
+        client.Send(Expand(RequestOf(way)));
         (void)client.Receive();  // the reply, or the end of the stream
         const bool isDead = daemon->WaitExit(Deadline{200}).has_value();
         StopTrace(strace);
@@ -113,8 +104,8 @@ protected:
     /// names the object that is in the way; "untrue" or "unexplained" otherwise
     std::string Again(const Way& way) {
         Start();
-        const int result = RawClient().Call(RequestOf(way)).result;
-        const bool hasArrived = Missing({Destination(way)}).empty();
+        const int result = Call(RequestOf(way)).result;
+        const bool hasArrived = Missing({Expand(way.dst)}).empty();
         if (result == 0) {
             return hasArrived ? "completed" : "untrue";
         }
@@ -123,8 +114,6 @@ protected:
         }
         return Found("E [^\n]*" + tree->Path() + "[^\n]* failed").empty() ? "unexplained" : "refused";
     }
-
-    std::optional<ScratchTree> second;
 };
 
 TEST_F(KillTest, LosesNoFileAndGoesOnWithTheSameRequest) {
@@ -134,9 +123,9 @@ TEST_F(KillTest, LosesNoFileAndGoesOnWithTheSameRequest) {
         std::map<std::string, std::size_t> outcomes;
         for (std::size_t at = step / 2; at < kills.size(); at += step) {
             const bool isKilled = Kill(way, kills[at]);
-            EXPECT_EQ(Missing({tree->Path("src"), Destination(way)}), "") << way.name << ", " << kills[at];
+            EXPECT_EQ(Missing({tree->Path("src"), Expand(way.dst)}), "") << way.name << ", " << kills[at];
             const std::string outcome = isKilled ? Again(way) : "not killed";
-            EXPECT_EQ(Missing({tree->Path("src"), Destination(way)}), "") << way.name << " again, " << kills[at];
+            EXPECT_EQ(Missing({tree->Path("src"), Expand(way.dst)}), "") << way.name << " again, " << kills[at];
             EXPECT_TRUE(outcome != "untrue" && outcome != "unexplained") << way.name << ", " << kills[at] << outcome;
             ++outcomes[outcome];
         }

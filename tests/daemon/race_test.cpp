@@ -50,7 +50,6 @@ bool TakeAway(const Pair& objects) {
     return isAway;
 }
 
-/// In a path, "@" is the tree on /data and "~" the one on the second file system.
 struct Row {
     const char* name;
     Request request;
@@ -99,14 +98,9 @@ long CountSecrets(const ScratchTree& tree) {
 
 class RaceTest : public DaemonTest {
 protected:
-    [[nodiscard]] std::string Expand(const std::string& path) const {
-        return path.empty() ? "" : (path[0] == '~' ? *second : *tree).Path() + path.substr(1);
-    }
-
     /// Creates the trees for a round. @return the pairs to attack
     Pairs Prepare(const Row& row) {
-        tree.emplace();
-        second.emplace(ScratchTree::On::SecondFs);
+        NewTrees();
         const std::string top = Expand(row.attacked);
         fs::create_directories(top);
         fs::create_symlink(outside->Path("d"), top + ".d");
@@ -125,12 +119,10 @@ protected:
     }
 
     /// Sends a request while the pairs are attacked. @return whether the answer came in time
-    bool Answers(Request request, const Pairs& pairs, long& swaps, bool (*attack)(const Pair&) = Exchange) {
-        request.src = Expand(request.src);
-        request.dst = Expand(request.dst);
+    bool Answers(const Request& request, const Pairs& pairs, long& swaps, bool (*attack)(const Pair&) = Exchange) {
         const std::jthread attacker = Attack(pairs, attack, swaps);
         RawClient client;
-        client.Send(request);
+        client.Send(Expand(request));
         return client.Receive(LIMIT).has_value();
     }
 
@@ -163,7 +155,7 @@ protected:
         EXPECT_TRUE(isAnswered && differences.empty() && copied == 0 && swaps > 0) << row.name;
     }
 
-    std::optional<ScratchTree> second, outside;
+    std::optional<ScratchTree> outside;
 };
 
 TEST_F(RaceTest, NothingOutsideTheTreeIsChangedOrCopied) {
@@ -293,8 +285,7 @@ TEST_F(RaceTest, MoveNeitherGivesAwayNorRemovesRootsFiles) {
         long files;  ///< how many files the move copies
     } rows[] = {{"s/roots", false, 24}, {"s/roots", true, 24}, {"s/roots/f", true, 1}};
     for (const auto& [copied, isAtFlush, files] : rows) {
-        tree.emplace();
-        second.emplace(ScratchTree::On::SecondFs);
+        NewTrees();
         const std::string source = tree->Path(copied), own = tree->Path("own"), made = second->Path("made");
         Grow(tree->Path("s/roots"), SECRET);
         Grow(own, SECRET);

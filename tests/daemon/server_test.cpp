@@ -104,7 +104,7 @@ TEST_F(ServerTest, GivesUpWithoutSocketOrWorkers) {
     EXPECT_EQ(Found(".+"), (Strings{asked, "E [CreateServerSocket] Failed to bind socket",
                                     "E [CreateServer] Failed to create socket " + path}));
     const std::string over = "I [ThreadTaskExecute] Task thread exit", waited = "wait taskthread exit.";
-    EXPECT_EQ(Start({WithFault("pthread_create@2=11"), {}, false}).WaitExit(), 0);
+    EXPECT_EQ(Start({{}, {"strace", "-fqqo", CALLS, "-einject=clone3:error=EAGAIN:when=3"}, false}).WaitExit(), 0);
     EXPECT_EQ(Found(".+"), (Strings{asked, over, over, "I [ReleaseThreadTask] ReleaseThreadTask " + waited,
                                     "E [ThreadPoolInit] Failed to create thread."}));
 }
@@ -255,33 +255,43 @@ TEST_F(ServerTest, PiecesOfRequestsAreRefusedAndHoldNoWorker) {
 }
 
 TEST_F(ServerTest, RecordThatCannotBeWrittenChangesNoAnswer) {
-    for (const auto& [fault, line] : {std::pair{"write@_ab=short", "write return len \\d+, not equal to content len"},
-                                      {"write@_ab=28", "write /.*/file_migrate_ab.txt failed, errno: 28\\."},
-                                      {"fsync@_ab=5", "fsync /.*/file_migrate_ab.txt failed, errno: 5\\."}}) {
-        Start({WithFault(fault)});
+    for (const auto& [fault, line] : {std::pair{"write:retval=9", "write return len 9, not equal to content len"},
+                                      {"write:error=ENOSPC", "write /.*/file_migrate_ab.txt failed, errno: 28\\."},
+                                      {"fsync:error=EIO", "fsync /.*/file_migrate_ab.txt failed, errno: 5\\."}}) {
+        StartWithFault({"-P", RECORD_FILE_AB, "-einject=" + std::string(fault)});
         const Reply reply = RawClient().Call(IsMissingADirectory());
         EXPECT_TRUE(reply.result == -1 && reply.errCode == ENOENT) << fault;
         EXPECT_EQ(Found(std::string("E .WriteStringToFile. ") + line).size(), 1U) << fault;
     }
 }
 
+/// strace's fault that lets the daemon read a text of the test's as the kernel log.
+std::string KernelLog(const std::string& text) {
+    std::string fault = "-einject=syslog:retval=" + std::to_string(text.size()) + ":poke_exit=@arg2=";
+    for (const char byte : text) {
+        constexpr const char* DIGITS = "0123456789abcdef";
+        fault += {DIGITS[byte >> 4], DIGITS[byte & 15]};
+    }
+    return fault + ":when=2";  // the first call asks for the size
+}
+
 TEST_F(ServerTest, KernelLogDumpIsWholeOrNotThere) {
     const std::string mine = "<4>avc: denied comm=file_migrate_or a=1\n<4>audit: comm=\"file_migrate_or\" b=2\n";
     const std::string others = "<6>comm=file_migrate_o\n<6>\"file_migrate_or\"\n<6>comm=\"file_migrate_o\" pid=1\n";
-    const std::string mixed = tree->File("mixed", others + mine + others + "comm=file_migrate_or, no newline");
+    const std::string mixed = others + mine + others + "comm=file_migrate_or, no newline";
     const std::array<std::string, 3> cases[] = {
-        {"klogctl@text=" + mixed, "I .ReadKmsgToFile. filter orig kmsg and write succ", mine},
-        {"klogctl@text=" + tree->File("foreign", others), "read kernel log buffer len=", ""},
-        {"klogctl@10=1", "E .ReadKmsgToFile. get kernel log buf size failed, errno=1", "none"},
-        {"klogctl@3=1", "E .ReadKmsgToFile. read kernel log buffer failed, errno=1", "none"},
-        {"klogctl@text=" + mixed + " write@fail_kmsg=short", "write return len", "none"},
+        {KernelLog(mixed), "I .ReadKmsgToFile. filter orig kmsg and write succ", mine},
+        {KernelLog(others), "read kernel log buffer len=", ""},
+        {"-einject=syslog:error=EPERM:when=1", "E .ReadKmsgToFile. get kernel log buf size failed, errno=1", "none"},
+        {"-einject=syslog:error=EPERM:when=2", "E .ReadKmsgToFile. read kernel log buffer failed, errno=1", "none"},
+        {"-einject=fsync:error=EIO:when=2", "E .WriteStringToFile. fsync /.*kmsg.* failed, errno: 5", "none"},
     };
     tree->Pipe("from/pipe");  // the first copy stops at it with EINVAL
-    for (const auto& [faults, line, content] : cases) {
-        SCOPED_TRACE(faults);
+    for (const auto& [fault, line, content] : cases) {
+        SCOPED_TRACE(line);
         ClearRecords();
-        Start({WithFault(faults)});
-        EXPECT_EQ(RawClient().Call({Command::CopyAll, tree->Path("from"), tree->Path("to")}).result, 0);
+        StartWithFault({fault});
+        EXPECT_EQ(Call({Command::CopyAll, "@/from", "@/to"}).result, 0);
         EXPECT_EQ(Found(line).size(), 1U);
         const Strings dumps = KernelLogDumps("COPY");
         EXPECT_EQ(dumps.empty() ? "none" : ReadFile(dumps[0]), content);

@@ -34,7 +34,7 @@ bool WaitUntil(const std::function<bool()>& isDone, Deadline deadline) {
 
 /// Runs the daemon in the forked child; returns only on failure.
 void Execute(const DaemonOptions& options) {
-    // A preloaded library comes before the address sanitizer's, which otherwise refuses to start.
+    // A preloaded library (faketime) comes before the address sanitizer's, which otherwise refuses to start.
     setenv("ASAN_OPTIONS", "verify_asan_link_order=0", /*overwrite=*/0);
     for (const std::string& variable : options.environment) {
         putenv(const_cast<char*>(variable.c_str()));
@@ -143,10 +143,6 @@ std::optional<int> DaemonProcess::WaitExit(Deadline deadline) {
     };
     WaitUntil(hasEnded, deadline);
     return status;
-}
-
-std::vector<std::string> WithFault(const std::string& faults) {
-    return {std::string("LD_PRELOAD=") + FAULT_PRELOAD_PATH, "FAULT=" + faults};
 }
 
 }  // namespace TAVO::FileMigrateOrvane::Testing

@@ -65,7 +65,4 @@ private:
     std::optional<int> status;
 };
 
-/// FAULT=... and LD_PRELOAD=... for DaemonOptions::environment; fault_preload.cpp lists the faults.
-std::vector<std::string> WithFault(const std::string& faults);
-
 }  // namespace TAVO::FileMigrateOrvane::Testing

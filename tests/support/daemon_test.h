@@ -1,11 +1,15 @@
 // The fixture of whole-process tests: the record files are empty at the start, the daemon ends with the test, and a
 // failure shows the daemon's log and the records.
+//
+// Requests and shell scripts name the test's directories by two marks: "@" is the path of the tree on /data, "~" the
+// path of the tree on the second file system.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -37,6 +41,13 @@ inline void SendAll(Clients& clients, const Request& request) {
     std::for_each(clients.begin(), clients.end(), [&](RawClient& client) { client.Send(request); });
 }
 
+inline constexpr const char* CALLS = "/tmp/calls";  ///< strace's output
+
+/// A command that runs the daemon without the capabilities that override permission bits, as under a strict label
+/// policy.
+inline constexpr const char* WITHOUT_OVERRIDES = "setpriv --bounding-set -dac_override,-dac_read_search";
+inline const DaemonOptions kWithoutOverrides{{}, {"setpriv", "--bounding-set", "-dac_override,-dac_read_search"}};
+
 class DaemonTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -44,8 +55,7 @@ protected:
             !std::filesystem::is_directory("/dev/unix/socket")) {
             GTEST_SKIP() << "needs privilege: root, /data and /dev/unix/socket";
         }
-        ClearRecords();
-        tree.emplace();
+        NewTrees();
     }
 
     void TearDown() override {
@@ -60,11 +70,48 @@ protected:
         GTEST_LOG_(INFO) << "the daemon's log:\n" << (daemon ? daemon->Log() : "(not started)");
     }
 
+    /// Replaces both trees by empty ones and removes all records.
+    void NewTrees() {
+        ClearRecords();
+        tree.emplace();
+        second.emplace(ScratchTree::On::SecondFs);
+    }
+
+    [[nodiscard]] std::string Expand(std::string text) const {
+        for (std::size_t at = 0; (at = text.find_first_of("@~", at)) != std::string::npos;) {
+            text.replace(at, 1, text[at] == '@' ? tree->Path() : second->Path());
+        }
+        return text;
+    }
+
+    [[nodiscard]] Request Expand(Request request) const {
+        request.src = Expand(request.src);
+        request.dst = Expand(request.dst);
+        return request;
+    }
+
+    /// Runs a script in the tree. @return what it printed, or nullopt if a command in it failed
+    [[nodiscard]] std::optional<std::string> Shell(const std::string& script) const {
+        // NOLINTNEXTLINE(cert-env33-c): the tests' own scripts
+        FILE* const pipe = popen(Expand("set -e; cd @; " + script).c_str(), "r");
+        std::string output;
+        for (int c = 0; (c = std::getc(pipe)) != EOF;) {
+            output += static_cast<char>(c);
+        }
+        return pclose(pipe) == 0 ? std::optional(output) : std::nullopt;
+    }
+
     /// Starts the daemon. Kills the previous one first.
     DaemonProcess& Start(const DaemonOptions& options = {}) {
         daemon.reset();
         daemon = std::make_unique<DaemonProcess>(options);
         return *daemon;
+    }
+
+    /// Starts the daemon under strace, which changes system calls of all threads: "-einject=fsync:error=EIO", ...
+    DaemonProcess& StartWithFault(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {"strace", "-fqqo", CALLS});
+        return Start({{}, arguments});
     }
 
     /// Starts the daemon in a mount namespace of its own, with a policy that has these labelling rules.
@@ -88,7 +135,7 @@ protected:
         if (!daemon) {
             Start();
         }
-        return RawClient().Call(request);
+        return RawClient().Call(Expand(request));
     }
 
     /// All matches of the pattern in the daemon's log, whose lines are first changed to "LEVEL [FUNCTION] TEXT".
@@ -103,8 +150,8 @@ protected:
         return Becomes([&] { return Found(pattern).size() >= n; });
     }
 
-    std::optional<ScratchTree> tree;  ///< on /data
-    std::optional<ScratchTree> etc;   ///< the daemon's /etc after StartWithLabels()
+    std::optional<ScratchTree> tree, second;
+    std::optional<ScratchTree> etc;  ///< the daemon's /etc after StartWithLabels()
     std::unique_ptr<DaemonProcess> daemon;
 };
 

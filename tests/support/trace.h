@@ -16,8 +16,6 @@
 
 namespace TAVO::FileMigrateOrvane::Testing {
 
-inline constexpr const char* CALLS = "/tmp/calls";  ///< strace's output
-
 enum class Threads { All, Workers };
 
 /// Attaches strace to a running daemon. When this returns, strace counts the calls of every thread, or of all but the
