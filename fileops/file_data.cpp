@@ -102,6 +102,9 @@ int FileData::Copy(int in, int out, const struct stat& from) {
 
 int FileData::CopyPart(int in, int out, off_t at, off_t end) {
     const bool isLarge = end - at > PIECE;
+    if (end - at > BUFFER_SIZE) {
+        (void)posix_fadvise(in, at, end - at, POSIX_FADV_SEQUENTIAL);  // a hint to read further ahead
+    }
     while (at < end) {
         const off_t reached = CopyPiece(in, out, at, at + std::min(PIECE, end - at));
         if (reached <= at) {
