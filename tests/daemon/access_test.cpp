@@ -77,39 +77,6 @@ TEST_F(AccessTest, FileThatWouldLetInMoreThanTheCopyIsReplaced) {
     }
 }
 
-/// In a directory with the set-group-ID bit a new object belongs to the directory's group until it gets its owner.
-TEST_F(AccessTest, ObjectIsPrivateUntilItHasItsOwner) {
-    Start({{},
-           {"strace", "-fqqo/dev/null", "-etrace=fchown,fchownat,fchmod",
-            "-einject=fchown,fchownat,fchmod:delay_enter=50000:delay_exit=50000"}});
-    const std::string shared = second->Dir("shared"), made = shared + "/made";
-    ASSERT_EQ(chown(shared.c_str(), 0, GROUP) + chmod(shared.c_str(), 02775), 0);
-    const std::pair<mode_t, Request> rows[] = {
-        {0640, {MoveAll, tree->File("file", "c", 0640), made}},
-        {0750, {MoveAll, tree->Dir("tree", 0750), made}},
-        {0660, {CopyComb, tree->File("combined"), made, "1000", "1000", "660"}},
-        {0770, {PrepareDir, made, "", "1000", "1000", "770", 1}},
-    };
-    for (const auto& [mode, request] : rows) {
-        ASSERT_EQ(request.cmd == PrepareDir ? 0 : chown(request.src.c_str(), USER, USER), 0);
-        RawClient client;
-        client.Send(request);
-        bool isAnswered = false;
-        long looks = 0, open = 0;
-        while (!isAnswered) {
-            isAnswered = client.Receive(Deadline{1}).has_value();
-            struct stat st {};
-            if (lstat(made.c_str(), &st) == 0) {
-                ++looks;
-                open += st.st_gid != USER && (st.st_mode & 077) != 0;
-            }
-        }
-        EXPECT_TRUE(looks > 10 && open == 0) << int(request.cmd) << ' ' << open << " of " << looks;
-        EXPECT_EQ(Lstat(made).st_mode & 0777, mode) << int(request.cmd);
-        fs::remove_all(made);
-    }
-}
-
 /// A copy may get the group of the destination's directory. The members of that group had the rights of all others.
 TEST_F(AccessTest, GroupOfTheDirectoryGetsWhatOthersHave) {
     const struct {

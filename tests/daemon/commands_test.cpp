@@ -33,19 +33,13 @@ struct Row {
     const char* strings = "";
 };
 
-/// A function, because the formatter puts the fields of a row with inner braces on a line each.
-Request Ask(Command cmd, const char* src, const char* dst = "", const char* user = "", const char* group = "",
-            const char* perm = "", int recurseOpt = 0) {
-    return {cmd, src, dst, user, group, perm, recurseOpt};
-}
-
 /// The log lines that the command or the refusal wrote, without the daemon's own routine lines.
 std::string LinesOf(const std::string& log) {
-    static const std::regex NOISE(
+    static const std::regex noise(
         R"([^\n]*(\[(CreateServer|Epoll|HandlerEpollin|AddFdRef|SubFdRef|\w*ThreadTask|HandleCmd:\d+\] cmd:|SendResMsg)"
         R"(|SendStrPkgs|GetStat|GetXattr|XattrVal|GetInodeFlag|ReadKmsgToFile)|/update/migrate/)[^\n]*(\n|$))");
-    static const std::regex HEAD(R"(\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} ([DIWE]) FileMigrateOrvane: \[(\w+):\d+\] )");
-    return std::regex_replace(std::regex_replace(log, NOISE, ""), HEAD, "$1 $2: ");
+    static const std::regex head(R"(\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} ([DIWE]) FileMigrateOrvane: \[(\w+):\d+\] )");
+    return std::regex_replace(std::regex_replace(log, noise, ""), head, "$1 $2: ");
 }
 
 /// A command that runs the daemon and notes what it writes to the log and the record files.
@@ -327,7 +321,7 @@ TEST_F(CommandsTest, RemovesAndChangesAttributes) {
 
 /// The daemon runs without the capabilities that override permission bits, as under a strict label policy.
 TEST_F(CommandsTest, ReportsDirectoriesThatItCannotOpen) {
-    Start(Traced(WITHOUT_OVERRIDES));
+    Start(Traced(SETPRIV));
     const int blocks = static_cast<int>(Lstat(tree->Dir("d")).st_blocks);
     CheckAll({
         {"used space", "mkdir -m 0 d", Ask(UsedSpace, "@/d"), blocks / 2, EACCES,
@@ -363,7 +357,7 @@ TEST_F(CommandsTest, RestoresTheLabelsOfAPolicy) {
     EXPECT_EQ(Call({RestoreconFromParent, tree->Path("f")}).result, 0);
     EXPECT_EQ(Shell("find d f -printf '%Z\n' | xargs"), "u:r:data:s0 u:r:file:s0 u:r:data:s0\n");
     ASSERT_TRUE(Shell("chown 1:1 d; chmod 700 d"));
-    ASSERT_TRUE(StartWithLabels(rules, WITHOUT_OVERRIDES));
+    ASSERT_TRUE(StartWithLabels(rules, SETPRIV));
     const Reply unread = Call({Restorecon, "@", "", "", "", "", 2});
     EXPECT_EQ(std::pair(unread.result, unread.errCode), std::pair(-1, EACCES)) << "an unread directory is a failure";
 }

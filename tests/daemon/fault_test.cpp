@@ -182,7 +182,7 @@ TEST_F(FaultTest, FullDiskFailsTheRequestAndKeepsTheSource) {
 }
 
 TEST_F(FaultTest, UnreadableDirectoriesStayAndAreRecorded) {
-    Start(kWithoutOverrides);
+    Start(WITHOUT_OVERRIDES);
     const std::pair<Way, const char*> rows[] = {{{CopyAll, "@/src", "@/dst", "@/dst"}, "type:COPY,"},
                                                 {{MoveAll, "@/src", "~/dst", "~/dst"}, "type:COPY,"},
                                                 {{Remove, "@/src", "", ""}, "type:REMOVE,"},
@@ -287,7 +287,7 @@ TEST_F(FaultTest, DirectoryThatCannotBeProbedIsNotReportedAsPrepared) {
 
 /// The owner of a directory that nobody may enter can be changed by its name, and so by its descriptor.
 TEST_F(FaultTest, DestinationThatCannotBeEnteredGetsItsOwner) {
-    Start(kWithoutOverrides);
+    Start(WITHOUT_OVERRIDES);
     ASSERT_TRUE(Shell("mkdir empty ~/dst; chown 7:8 empty; chmod 400 ~/dst"));
     EXPECT_EQ(DaemonTest::Call({MoveAll, "@/empty", "~/dst"}).result, 0);
     EXPECT_EQ(Lstat(Expand("~/dst")).st_uid, 7U);

@@ -45,8 +45,8 @@ inline constexpr const char* CALLS = "/tmp/calls";  ///< strace's output
 
 /// A command that runs the daemon without the capabilities that override permission bits, as under a strict label
 /// policy.
-inline constexpr const char* WITHOUT_OVERRIDES = "setpriv --bounding-set -dac_override,-dac_read_search";
-inline const DaemonOptions kWithoutOverrides{{}, {"setpriv", "--bounding-set", "-dac_override,-dac_read_search"}};
+inline constexpr const char* SETPRIV = "setpriv --bounding-set -dac_override,-dac_read_search";
+inline const DaemonOptions WITHOUT_OVERRIDES{{}, {"setpriv", "--bounding-set", "-dac_override,-dac_read_search"}};
 
 class DaemonTest : public testing::Test {
 protected:

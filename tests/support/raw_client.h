@@ -31,6 +31,12 @@ struct Request {
     [[nodiscard]] FileMigrateRcvMsg Wire() const;
 };
 
+/// A request for the row of a table. The formatter puts the fields of a row with inner braces on a line each.
+inline Request Ask(Command cmd, const char* src, const char* dst = "", const char* user = "", const char* group = "",
+                   const char* perm = "", int recurseOpt = 0) {
+    return {cmd, src, dst, user, group, perm, recurseOpt};
+}
+
 struct Reply {
     int result = 0;
     int errCode = 0;
