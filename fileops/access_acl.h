@@ -8,11 +8,11 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
-#include <optional>
+#include <atomic>
 
 namespace TAVO::FileMigrateOrvane {
 
-/// Remembers a file system without lists, so it belongs to one request.
+/// Remembers a file system without lists, so it belongs to one request, whose threads may use it at the same time.
 class AccessAcl {
 public:
     /// The permission bits that a copy of `fd` may get: those of its mode, with the group bits limited to what the
@@ -21,7 +21,7 @@ public:
     [[nodiscard]] int LimitMode(int fd, const struct stat& st, mode_t& mode);
 
 private:
-    std::optional<dev_t> without;  ///< the last file system seen that has no lists
+    std::atomic<dev_t> without{0};  ///< the last file system seen that has no lists; no file system has the number 0
 };
 
 /// Whether an open object has an access list.

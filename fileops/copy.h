@@ -16,10 +16,10 @@ namespace TAVO::FileMigrateOrvane {
 /// Copy for a child of the directories that a request names: a link at `dst` is not followed.
 [[nodiscard]] int CopyChild(const std::string& src, const std::string& dst, int& err, int recordKind);
 /// Copy for a caller that uses the result.
-[[nodiscard]] int CopyRequest(const CopyPair& top, CopyJob& job, CopyResult& result);
+[[nodiscard]] int CopyRequest(const CopyPair& top, CopyJob& job, const Report& report, CopyResult& result);
 
 /// Copies a file or a tree in one go, stopping at the first failure.
-[[nodiscard]] int DoCopy(const CopyPair& pair, CopyJob& job, CopyResult& result);
+[[nodiscard]] int DoCopy(const CopyPair& pair, CopyJob& job, const Report& report, CopyResult& result);
 
 /// Checks the slashes at the end of a request's paths: ENOTDIR if such a path is not a directory, EISDIR if it would be
 /// a new file. @return 0 if nothing is wrong

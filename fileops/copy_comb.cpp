@@ -7,6 +7,7 @@
 #include <string>
 
 #include "copy.h"
+#include "copy_walk.h"
 #include "directory_stream.h"
 #include "owner_mode.h"
 #include "path_helpers.h"
@@ -17,25 +18,31 @@
 namespace TAVO::FileMigrateOrvane {
 namespace {
 
-class CombinedCopy {
+class CombinedCopy final : public CopyWalk {
 public:
     CombinedCopy(const CopyPair& top, Link topLink, const PermPara& permPara, const Report& where)
-        : destinationLink(topLink), perm(permPara), report(where), queue(top.src.path, top.dst.path, where) {}
+        : CopyWalk(OnFailure::Continue, Threads::One),
+          destinationLink(topLink),
+          perm(permPara),
+          report(where),
+          queue(top.src.path, top.dst.path, where) {}
 
     /// Copies the source of a request, then runs the rest of the queue.
     int CopyTop(const CopyPair& top, bool isDirectory);
 
 private:
     /// A directory on both sides, open while its entries are copied.
-    struct Level {
+    struct Level : CopyLevel {
+        Level() : CopyLevel{destination} {}
+
         QueuedHandle from;
-        UniqueFd into;
-        dev_t device = 0;  ///< of `into`
+        UniqueFd destination;
+        dev_t device = 0;  ///< of `destination`
     };
 
     int CopyFile(const CopyPair& pair, const Level& level);
     int CopyAndFinish(const CopyPair& pair, const Level& level, CopyResult& result);
-    int CopyChild(const CopyPair& pair, const Level& level);
+    int VisitPair(const CopyPair& pair, const CopyLevel& level, const Report& report) override;
     int CopyDirectory(const CopyPair& pair, const QueuedHandle& parent);
     int Open(const CopyPair& pair, const QueuedHandle& parent, Level& level);
     int OpenInto(const CopyPair& pair, Level& level);
@@ -48,12 +55,8 @@ private:
     const Report& report;
     RemovalQueue queue;
     Learned learned;
-    CopyJob file{{.finish = Finish::Nothing, .isKeptOpen = true},
-                 report,
-                 learned,
-                 &queue.Watch(),
-                 {perm.uid, perm.gid},
-                 perm.mode};
+    CopyJob file{
+        {.finish = Finish::Nothing, .isKeptOpen = true}, learned, &queue.Watch(), {perm.uid, perm.gid}, perm.mode};
     /// Of the request's destination. If that cannot be opened this stays zero and matches no directory.
     struct stat destination {};
     bool hasMetDestination = false;  ///< inside the source, so the directories above it must not be removed
@@ -77,7 +80,7 @@ void CombinedCopy::EndIfExhausted(int error) {
 
 /// Copies one file, then sets the copy's mode and owner by its open descriptor.
 int CombinedCopy::CopyAndFinish(const CopyPair& pair, const Level& level, CopyResult& result) {
-    if (const int error = DoCopy(pair, file, result); error != 0) {
+    if (const int error = DoCopy(pair, file, report, result); error != 0) {
         return error;
     }
     if (const int error = SetModeAndOwner(result.destination, pair.dst.path, perm, report); error != 0) {
@@ -103,7 +106,11 @@ int CombinedCopy::CopyAndFinish(const CopyPair& pair, const Level& level, CopyRe
 }
 
 /// A child of a directory: a subdirectory is prepared before it is entered.
-int CombinedCopy::CopyChild(const CopyPair& pair, const Level& level) {
+int CombinedCopy::VisitPair(const CopyPair& pair, const CopyLevel& copyLevel, const Report& /*unused*/) {
+    const auto& level = static_cast<const Level&>(copyLevel);
+    if (hasEnded) {
+        return 0;
+    }
     if (!IsToBeCopied(pair.src)) {
         NoteLeftOut(pair.src, file);
         return 0;
@@ -137,12 +144,7 @@ int CombinedCopy::CopyDirectory(const CopyPair& pair, const QueuedHandle& parent
 }
 
 int CombinedCopy::CopyContents(const CopyPair& pair, const Level& level) {
-    int lastError = 0;
-    VisitChildren(level.from->stream, level.into, pair, [&](const CopyPair& child) {
-        if (const int error = hasEnded ? 0 : CopyChild(child, level); error != 0) {
-            lastError = error;
-        }
-    });
+    const int lastError = VisitChildren(level.from->stream, pair, level, report);
     // The listing may have ended early. The entries after that point were not copied.
     const int readError = level.from->stream.ReadError();
     return readError == 0 ? lastError : Fail(Step::OpenCopyComb, pair.src.path, readError, report);
@@ -166,7 +168,7 @@ int CombinedCopy::CopyContents(const CopyPair& pair, const Level& level) {
 /// If the request's destination cannot be opened, the copy goes on: each entry is tried by its path and reports its own
 /// failure.
 int CombinedCopy::OpenInto(const CopyPair& pair, Level& level) {
-    level.into = OpenDirectory(pair.dst, pair.isTop ? destinationLink : Link::Refuse);
+    level.destination = OpenDirectory(pair.dst, pair.isTop ? destinationLink : Link::Refuse);
     struct stat st {};
     if (!level.into || fstat(level.into.Get(), &st) != 0) {
         EndIfExhausted(errno);

@@ -9,6 +9,7 @@
 
 #include "access_acl.h"
 #include "copy_file.h"
+#include "copy_walk.h"
 #include "new_directory.h"
 #include "path_helpers.h"
 
@@ -35,86 +36,91 @@ struct SourceDirectory {
 };
 
 /// The copy of one tree. The functions that copy store the object at the destination in `made`; for the top, that is
-/// the result's `destination`.
-class StrictCopy {
+/// the result's `destination`. Below the top, several threads may work, and of the result they change only what is
+/// atomic.
+class StrictCopy final : public CopyWalk {
 public:
-    StrictCopy(CopyJob& copyJob, CopyResult& copyResult) : job(copyJob), result(copyResult) {}
+    StrictCopy(CopyJob& copyJob, CopyResult& copyResult)
+        : CopyWalk(OnFailure::Stop, Threads::Many), job(copyJob), result(copyResult) {}
 
-    int CopyEntry(const CopyPair& pair, UniqueFd& made);
+    int CopyTop(const CopyPair& pair, const Report& report) {
+        return pair.src.type == DT_REG ? CopyFile(pair, job, report, result, result.destination)
+                                       : CopyOther(pair, report, result.destination);
+    }
 
 private:
-    int CopyDirectory(const CopyPair& pair, UniqueFd& made);
-    int CopyContents(DirectoryStream& from, const CopyPair& pair, const UniqueFd& into, bool isSheltered);
-    int FillNew(SourceDirectory& source, const CopyPair& pair, UniqueFd& made);
-    int FillSheltered(SourceDirectory& source, const CopyPair& pair, UniqueFd& made);
+    int VisitPair(const CopyPair& pair, const CopyLevel& level, const Report& report) override;
+    int CopyOther(const CopyPair& pair, const Report& report, UniqueFd& made);
+    int CopyChildFile(const CopyPair& pair, const Report& report);
+    int CopyDirectory(const CopyPair& pair, const Report& report, UniqueFd& made);
+    int CopyContents(DirectoryStream& from, const CopyPair& pair, const CopyLevel& level, const Report& report);
+    int FillNew(SourceDirectory& source, const CopyPair& pair, const Report& report, UniqueFd& made);
+    int FillSheltered(SourceDirectory& source, const CopyPair& pair, const Report& report, UniqueFd& made);
 
     SourceDirectory OpenSource(const CopyPair& pair);
     int MakeDirectory(const CopyPair& pair, const SourceDirectory& source, bool& isNew);
     int OpenNew(const CopyPair& pair, NewDirectory& directory, UniqueFd& made);
     int OpenExisting(const CopyPair& pair, UniqueFd& made);
-    bool GiveOwner(const Entry& dst, const UniqueFd& directory);
+    bool GiveOwner(const Entry& dst, const UniqueFd& directory, const Report& report);
     int PassOver(const CopyPair& pair);
 
     CopyJob& job;
     CopyResult& result;
 };
 
-int StrictCopy::CopyEntry(const CopyPair& pair, UniqueFd& made) {
-    switch (TypeOf(pair.src)) {
-        case DT_REG:
-            return CopyFile(pair, job, result, made);
-        case DT_DIR:
-            return CopyDirectory(pair, made);
-        default:
-            return PassOver(pair);
+int StrictCopy::VisitPair(const CopyPair& pair, const CopyLevel& /*level*/, const Report& report) {
+    if (pair.src.type == DT_REG) {
+        return CopyChildFile(pair, report);
     }
+    UniqueFd made;
+    const int error = CopyOther(pair, report, made);
+    return error == 0 && made.Close() != 0 ? errno : error;
 }
 
-int StrictCopy::CopyDirectory(const CopyPair& pair, UniqueFd& made) {
+int StrictCopy::CopyOther(const CopyPair& pair, const Report& report, UniqueFd& made) {
+    return pair.src.type == DT_DIR ? CopyDirectory(pair, report, made) : PassOver(pair);
+}
+
+[[gnu::noinline]] int StrictCopy::CopyChildFile(const CopyPair& pair, const Report& report) {
+    CopyResult ofFile;
+    const int error = CopyFile(pair, job, report, ofFile, ofFile.destination);
+    // Network file systems report a full disk here.
+    return error == 0 && ofFile.destination.Close() != 0 ? errno : error;
+}
+
+int StrictCopy::CopyDirectory(const CopyPair& pair, const Report& report, UniqueFd& made) {
     SourceDirectory source = OpenSource(pair);
     bool isNew = false;
     if (const int error = MakeDirectory(pair, source, isNew); error != 0) {
         return error;
     }
     if (isNew) {
-        return pair.isSheltered ? FillSheltered(source, pair, made) : FillNew(source, pair, made);
+        return pair.isSheltered ? FillSheltered(source, pair, report, made) : FillNew(source, pair, report, made);
     }
     const int error = OpenExisting(pair, made);
-    return error == 0 ? CopyContents(source.stream, pair, made, /*isSheltered=*/false) : error;
+    return error == 0 ? CopyContents(source.stream, pair, {made}, report) : error;
 }
 
-int StrictCopy::CopyContents(DirectoryStream& from, const CopyPair& pair, const UniqueFd& into, bool isSheltered) {
-    while (const dirent* name = from.Next()) {
-        const ChildPath joinedSrc(pair.src.path, name->d_name);
-        const ChildPath joinedDst(pair.dst.path, name->d_name);
-        const CopyPair child{from.Child(*name, pair.src.path), ChildOf(into, name->d_name, pair.dst.path),
-                             /*isTop=*/false, isSheltered};
-        UniqueFd made;
-        if (const int error = CopyEntry(child, made); error != 0) {
-            return error;
-        }
-        // Network file systems report a full disk here.
-        if (made.Close() != 0) {
-            return errno;
-        }
-    }
-    return from.ReadError();
+int StrictCopy::CopyContents(DirectoryStream& from, const CopyPair& pair, const CopyLevel& level,
+                             const Report& report) {
+    const int error = VisitChildren(from, pair, level, report);
+    return error == 0 ? from.ReadError() : error;
 }
 
 /// Fills a new directory that others may reach. It gets its owner and mode at the end, even after a failure.
-int StrictCopy::FillNew(SourceDirectory& source, const CopyPair& pair, UniqueFd& made) {
+int StrictCopy::FillNew(SourceDirectory& source, const CopyPair& pair, const Report& report, UniqueFd& made) {
     NewDirectory directory;
     if (const int error = OpenNew(pair, directory, made); error != 0) {
         return error;
     }
     // What is created in a directory of another group may belong to that group.
     const bool isSheltered = directory.Group() == getegid();
-    const int error = CopyContents(source.stream, pair, made, isSheltered);
+    const int error = CopyContents(source.stream, pair, {made, isSheltered}, report);
     if (pair.isTop) {
         result.isOwned = error == 0;
     }
     mode_t mode = S_IRWXU;  // without the mark of an unfinished directory
-    if (GiveOwner(pair.dst, made)) {
+    if (GiveOwner(pair.dst, made, report)) {
         mode = source.mode & DIRECTORY_BITS & ~job.learned.Umask();
         mode = job.options.finish == Finish::Mode ? LimitToGroup(mode, made.Get(), source.group) : mode;
         mode |= directory.InheritedBits();
@@ -124,21 +130,21 @@ int StrictCopy::FillNew(SourceDirectory& source, const CopyPair& pair, UniqueFd&
 }
 
 /// Fills a new directory that already has its mode. Its owner, if it gets one, is set last.
-int StrictCopy::FillSheltered(SourceDirectory& source, const CopyPair& pair, UniqueFd& made) {
+int StrictCopy::FillSheltered(SourceDirectory& source, const CopyPair& pair, const Report& report, UniqueFd& made) {
     made = OpenDirectory(pair.dst, Link::Refuse);
     if (!made) {
         return errno;
     }
-    const int error = CopyContents(source.stream, pair, made, /*isSheltered=*/true);
-    (void)GiveOwner(pair.dst, made);
+    const int error = CopyContents(source.stream, pair, {made, /*isSheltered=*/true}, report);
+    (void)GiveOwner(pair.dst, made, report);
     return error;
 }
 
 /// @return false if the owner could not be set
-[[gnu::noinline]] bool StrictCopy::GiveOwner(const Entry& dst, const UniqueFd& directory) {
+[[gnu::noinline]] bool StrictCopy::GiveOwner(const Entry& dst, const UniqueFd& directory, const Report& report) {
     const auto& [uid, gid] = job.owner;
     if (job.options.finish == Finish::OwnerAndMode && fchown(directory.Get(), uid, gid) != 0) {
-        job.ownerError = FailChOwn(dst.path, job.owner, errno, job.report);
+        job.ownerError = FailChOwn(dst.path, job.owner, errno, report);
         return false;
     }
     return true;
@@ -146,7 +152,9 @@ int StrictCopy::FillSheltered(SourceDirectory& source, const CopyPair& pair, Uni
 
 [[gnu::noinline]] int StrictCopy::OpenNew(const CopyPair& pair, NewDirectory& directory, UniqueFd& made) {
     if (const int error = directory.Open(pair.dst); error != 0) {
-        result.isExchanged = error == EEXIST;
+        if (error == EEXIST) {
+            result.isExchanged = true;
+        }
         return error;
     }
     made = directory.ReleaseFd();
@@ -239,7 +247,7 @@ int StrictCopy::FillSheltered(SourceDirectory& source, const CopyPair& pair, Uni
 
 }  // namespace
 
-int CopyStrictly(const CopyPair& pair, CopyJob& job, CopyResult& result) {
+int CopyStrictly(const CopyPair& pair, CopyJob& job, const Report& report, CopyResult& result) {
     CopyPair known = pair;
     known.src.type = TypeOf(pair.src);
     const bool isDirectory = known.src.type == DT_DIR;
@@ -247,9 +255,11 @@ int CopyStrictly(const CopyPair& pair, CopyJob& job, CopyResult& result) {
         result.isOntoItself = true;
         return error;
     }
-    const int error = StrictCopy(job, result).CopyEntry(known, result.destination);
+    const int error = StrictCopy(job, result).CopyTop(known, report);
     // For a file, nothing else causes EEXIST. In a tree, the error may be that of one entry.
-    result.isOntoItself = result.isOntoItself || (error == EEXIST && !isDirectory);
+    if (error == EEXIST && !isDirectory) {
+        result.isOntoItself = true;
+    }
     return error;
 }
 

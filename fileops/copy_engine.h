@@ -1,6 +1,5 @@
-// The strict copy of a file or a tree. It takes the entries in the order of the directories and stops at the first
-// failure, which copy.h reports. If it cannot set an owner, it reports that itself and continues. It keeps no state
-// between calls and may run on any thread.
+// The strict copy of a file or a tree. It stops at the first failure, which copy.h reports. If it cannot set an owner,
+// it reports that itself and continues. It keeps no state between calls and may run on any thread.
 //
 // The two paths of a request are resolved as usual. Below them no link is followed: each level has one open directory
 // on each side, and entries are names in these. A new directory is private until everything in it is copied.
@@ -17,7 +16,7 @@ namespace TAVO::FileMigrateOrvane {
 /// directory, a directory is merged into an existing one. The destination's parent must exist.
 /// @return 0, EISDIR for a directory onto a file, EINVAL for a file onto a link and for other types on either side,
 ///         ENOTDIR for a link in place of a directory below the destination, or another error number
-[[nodiscard]] int CopyStrictly(const CopyPair& pair, CopyJob& job, CopyResult& result);
+[[nodiscard]] int CopyStrictly(const CopyPair& pair, CopyJob& job, const Report& report, CopyResult& result);
 
 /// Checks whether `dst` is the directory `src` (EEXIST), or is or would be inside it (EINVAL), under any name.
 /// @return 0 if neither
@@ -26,18 +25,6 @@ namespace TAVO::FileMigrateOrvane {
 /// Opens the top of a copy's destination as a directory, see OpenDirectory. Stored in `result`.
 /// @return 0 or an error number
 [[nodiscard]] int OpenDestination(const Entry& dst, Link topLink, CopyResult& result);
-
-/// Calls `visit` with the pair for each entry of a source directory. During the call the texts of both paths are those
-/// of the child. Afterwards ReadError() says whether the listing ended early.
-/// @param into  the destination's directory, see ChildOf()
-template <class Visit>
-void VisitChildren(DirectoryStream& from, const UniqueFd& into, const CopyPair& parents, Visit visit) {
-    while (const dirent* name = from.Next()) {
-        const ChildPath joinedSrc(parents.src.path, name->d_name);
-        const ChildPath joinedDst(parents.dst.path, name->d_name);
-        visit(CopyPair{from.Child(*name, parents.src.path), ChildOf(into, name->d_name, parents.dst.path)});
-    }
-}
 
 /// Whether a walk that continues after failures copies an entry. A type that could not be looked up counts as a file:
 /// copying it fails with the reason.

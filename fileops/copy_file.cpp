@@ -43,9 +43,10 @@ Source OpenSource(const Entry& entry) {
 /// The copy of one file. The functions store the file that they fill in `made`.
 class FileCopy {
 public:
-    FileCopy(const CopyPair& copyPair, CopyJob& copyJob, CopyResult& copyResult)
+    FileCopy(const CopyPair& copyPair, CopyJob& copyJob, const Report& fileReport, CopyResult& copyResult)
         : pair(copyPair),
           job(copyJob),
+          report(fileReport),
           result(copyResult),
           finish(copyJob.options.finish),
           source(OpenSource(pair.src)) {}
@@ -67,6 +68,7 @@ private:
 
     const CopyPair& pair;
     CopyJob& job;
+    const Report& report;
     CopyResult& result;
     /// The job's option. If the file is copied *into* a directory, the caller finishes the directory and not the file,
     /// so Nothing becomes Mode.
@@ -221,7 +223,7 @@ int FileCopy::Fill(const Entry& dst, int out) {
         return errno;
     }
     if (finish == Finish::OwnerAndMode && fchown(out, job.owner.uid, job.owner.gid) != 0) {
-        job.ownerError = FailChOwn(dst.path, job.owner, errno, job.report);
+        job.ownerError = FailChOwn(dst.path, job.owner, errno, report);
         return hasMode ? MakePrivate(out, 0) : 0;
     }
     if (hasMode) {
@@ -248,8 +250,9 @@ mode_t FileCopy::FinalMode(int out) const {
 
 }  // namespace
 
-[[gnu::noinline]] int CopyFile(const CopyPair& pair, CopyJob& job, CopyResult& result, UniqueFd& made) {
-    return FileCopy(pair, job, result).Copy(made);
+[[gnu::noinline]] int CopyFile(const CopyPair& pair, CopyJob& job, const Report& report, CopyResult& result,
+                               UniqueFd& made) {
+    return FileCopy(pair, job, report, result).Copy(made);
 }
 
 }  // namespace TAVO::FileMigrateOrvane

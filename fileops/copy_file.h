@@ -15,8 +15,10 @@ namespace TAVO::FileMigrateOrvane {
 }
 
 /// Copies a file, also into an existing directory under its own name.
-/// @param made  the object at `pair.dst`: the file that was filled, or the directory
+/// @param result  of this file only
+/// @param made    the object at `pair.dst`: the file that was filled, or the directory
 /// @return 0 or an error number
-[[nodiscard]] int CopyFile(const CopyPair& pair, CopyJob& job, CopyResult& result, UniqueFd& made);
+[[nodiscard]] int CopyFile(const CopyPair& pair, CopyJob& job, const Report& report, CopyResult& result,
+                           UniqueFd& made);
 
 }  // namespace TAVO::FileMigrateOrvane

@@ -1,11 +1,12 @@
 // The types that the parts of a copy share: the two sides, the options, what is remembered between copies, and the
-// result.
+// result. Several threads may work on one copy. What they change is atomic or has a lock; everything else is set before
+// a second thread takes part.
 #pragma once
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cstddef>
-#include <optional>
 
 #include "access_acl.h"
 #include "directory_stream.h"
@@ -47,20 +48,25 @@ public:
     AccessAcl acl;
 
     /// The process's file-creation mask.
-    [[nodiscard]] mode_t Umask() { return *(umask = umask ? umask : ReadProcessUmask()); }
+    [[nodiscard]] mode_t Umask() {
+        if (umask == NOT_READ) {
+            umask = ReadProcessUmask();
+        }
+        return umask;
+    }
 
 private:
-    std::optional<mode_t> umask;
+    static constexpr mode_t NOT_READ = ~mode_t{0};
+    std::atomic<mode_t> umask{NOT_READ};
 };
 
 struct CopyJob {
     const CopyOptions options;
-    const Report& report;
     Learned& learned;              ///< one for all copies of a request
     SourceWatch* watch = nullptr;  ///< notes what is copied or left out, if the source is removed afterwards
-    OwnerIds owner{};    ///< for Finish::OwnerAndMode, known once the source is open; for Finish::Nothing, the caller's
-    mode_t mode = 0;     ///< for Finish::Nothing, the one that the caller gives
-    int ownerError = 0;  ///< of an object that did not get its owner; it was reported, and the copy went on
+    OwnerIds owner{};  ///< for Finish::OwnerAndMode, known once the source is open; for Finish::Nothing, the caller's
+    mode_t mode = 0;   ///< for Finish::Nothing, the one that the caller gives
+    std::atomic<int> ownerError{0};  ///< of an object that did not get its owner; it was reported, and the copy went on
 };
 
 /// What a copy returns, even if it fails.
@@ -71,18 +77,18 @@ struct CopyResult {
     /// The destination still has to be named by its path, because the path is a link to the directory, or because the
     /// descriptor was opened with O_PATH and serves only to act on names in it.
     bool isByName = false;
-    bool isOwned = false;      ///< the destination and everything in it have the job's owner
-    struct stat source {};     ///< of the top of the source, once it is open; st_ino is 0 before
-    struct stat directory {};  ///< of `destination`, if that is a directory; st_ino is 0 otherwise
-    off_t bytes = 0;           ///< in the file that was copied last
-    std::size_t skipped = 0;   ///< entries skipped because of their type
+    bool isOwned = false;                 ///< the destination and everything in it have the job's owner
+    struct stat source {};                ///< of the top of the source, once it is open; st_ino is 0 before
+    struct stat directory {};             ///< of `destination`, if that is a directory; st_ino is 0 otherwise
+    off_t bytes = 0;                      ///< of the source, if that is a file
+    std::atomic<std::size_t> skipped{0};  ///< entries skipped because of their type
     /// The request names one object twice (EEXIST), or a destination inside its source (EINVAL). A second attempt or a
     /// removal of the source could only do harm. Nothing was changed, unless a bind mount or a rename hid this until
     /// the walk reached its own destination.
-    bool isOntoItself = false;
+    std::atomic<bool> isOntoItself{false};
     /// Somebody put another object in the place of a directory that the copy had just created (EEXIST). Trying in
     /// another way would copy into that object.
-    bool isExchanged = false;
+    std::atomic<bool> isExchanged{false};
 };
 
 /// Notes an object of the source when its copy begins or when it is skipped.

@@ -92,9 +92,11 @@ int FileData::Copy(int in, int out, const struct stat& from) {
     if (from.st_size == 0) {
         return CopyWithoutSize(in, out);
     }
-    canShare = canShare && ioctl(out, FICLONE, in) == 0;
     if (canShare) {
-        return 0;
+        if (ioctl(out, FICLONE, in) == 0) {
+            return 0;
+        }
+        canShare = false;
     }
     const bool hasHoles = from.st_blocks * STAT_BLOCK < from.st_size;
     return hasHoles ? CopyBetweenHoles(in, out, from.st_size) : CopyPart(in, out, 0, from.st_size);

@@ -1,10 +1,12 @@
 // Copies the data of one regular file between descriptors: by sharing blocks if the file system can, otherwise inside
 // the kernel, otherwise by reading and writing. Holes stay holes, and the data of a large file does not stay in the
-// page cache. A FileData remembers which ways did not work for earlier files. It belongs to one request, and so to one
-// thread. The caller keeps the descriptors.
+// page cache. A FileData remembers which ways did not work for earlier files. It belongs to one request, whose threads
+// may use it at the same time. The caller keeps the descriptors.
 #pragma once
 
 #include <sys/stat.h>
+
+#include <atomic>
 
 namespace TAVO::FileMigrateOrvane {
 
@@ -21,8 +23,9 @@ private:
     [[nodiscard]] off_t CopyPiece(int in, int out, off_t at, off_t end);
     [[nodiscard]] int CopyBetweenHoles(int in, int out, off_t size);
 
-    bool canShare = true;    ///< source and destination are on one file system that can share blocks between files
-    bool isInKernel = true;  ///< copy_file_range has worked so far
+    /// Source and destination are on one file system that can share blocks between files.
+    std::atomic<bool> canShare{true};
+    std::atomic<bool> isInKernel{true};  ///< copy_file_range has worked so far
 };
 
 }  // namespace TAVO::FileMigrateOrvane

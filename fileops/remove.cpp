@@ -74,9 +74,7 @@ int UnlinkIfThere(const Entry& entry, int flags) {
 /// Removes a tree like std::filesystem::remove_all, but from a name in an open directory. Reports nothing.
 class Removal final : public TreeWalk {
 public:
-    /// @param removalGuard  it changes with each object, so a guarded removal has one thread
-    explicit Removal(RemovalGuard* removalGuard)
-        : TreeWalk(OnFailure::Stop, removalGuard == nullptr ? Threads::Many : Threads::One), guard(removalGuard) {}
+    explicit Removal(RemovalGuard* removalGuard) : TreeWalk(OnFailure::Stop, Threads::Many), guard(removalGuard) {}
 
     int Run(const Entry& entry) {
         int unused = 0;
@@ -138,7 +136,7 @@ private:
         return guard->watch.HasChanged(now) ? ESTALE : 0;
     }
 
-    RemovalGuard* const guard;
+    RemovalGuard* const guard;  ///< of this, the walk changes only what has a lock
 };
 
 }  // namespace

@@ -17,21 +17,28 @@ SourceWatch::SourceWatch() {
 void SourceWatch::Note(const struct stat& st) {
     const Key key(st.st_dev, st.st_ino);
     if (S_ISDIR(st.st_mode)) {
+        const std::lock_guard lock(mutex);
         directories.insert(key);
     } else if (IsRecent(st.st_ctim)) {
+        const std::lock_guard lock(mutex);
         recent[key] = {st.st_ctim, st.st_mtim, st.st_size, /*isUnlinked=*/false};
     }
 }
 
 void SourceWatch::NoteUnlink(const struct stat& st) {
     if (st.st_nlink > 1) {
+        const std::lock_guard lock(mutex);
         recent[{st.st_dev, st.st_ino}] = {st.st_ctim, st.st_mtim, st.st_size, /*isUnlinked=*/true};
     }
 }
 
 bool SourceWatch::HasChanged(const struct stat& now) const {
+    if (!IsRecent(now.st_ctim)) {
+        return false;
+    }
     const Key key(now.st_dev, now.st_ino);
-    if (!IsRecent(now.st_ctim) || (S_ISDIR(now.st_mode) && directories.contains(key))) {
+    const std::lock_guard lock(mutex);
+    if (S_ISDIR(now.st_mode) && directories.contains(key)) {
         return false;
     }
     const auto found = recent.find(key);

@@ -3,13 +3,14 @@
 //
 // Every change updates an object's ctime. If that is older than the copy, the object has not changed, so nothing about
 // it has to be remembered. Only two kinds are remembered: objects that had changed just before they were copied, and
-// directories that were read. Belongs to one request, so to one thread.
+// directories that were read. Belongs to one request, whose threads may use it at the same time.
 #pragma once
 
 #include <sys/stat.h>
 
 #include <ctime>
 #include <map>
+#include <mutex>
 #include <set>
 #include <utility>
 
@@ -39,6 +40,7 @@ private:
     [[nodiscard]] bool IsRecent(const timespec& changed) const;
 
     timespec start{};
+    mutable std::mutex mutex;  // guards the rest
     std::map<Key, Seen> recent;
     std::set<Key> directories;
 };

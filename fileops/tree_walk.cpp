@@ -27,8 +27,8 @@ int ReadDeepFd() {
 /// most directories give nothing away, and so the frame of each level of a walk holds only a pointer.
 class Parts {
 public:
-    Parts(TreeWalk& partOf, int fd, const std::string& directory, const Report& outcome)
-        : walk(partOf), dirFd(fd), path(directory), report(outcome) {}
+    Parts(SharedWalk& partOf, const WalkDirectory& parts, const Report& outcome)
+        : walk(partOf), directory(parts), report(outcome) {}
     ~Parts() {
         for (const auto& part : given) {
             helpers.Join(*part);
@@ -44,7 +44,7 @@ public:
             return false;
         }
         if (!kept) {
-            kept = std::make_unique<WalkPart>(walk, dirFd, path, report.recordKind);
+            kept = std::make_unique<WalkPart>(walk, directory, report.recordKind);
         }
         kept->Add(entry);
         return true;
@@ -90,9 +90,8 @@ private:
     }
 
     WalkHelpers& helpers = WalkHelpers::Instance();
-    TreeWalk& walk;
-    const int dirFd;
-    const std::string& path;
+    SharedWalk& walk;
+    const WalkDirectory& directory;
     const Report& report;
     std::unique_ptr<WalkPart> kept;
     std::vector<std::unique_ptr<WalkPart>> given;
@@ -105,7 +104,7 @@ private:
 /// waits.
 class Deep {
 public:
-    Deep(TreeWalk& walk, int fd) {
+    Deep(SharedWalk& walk, int fd) {
         if (walk.hasHelpers && fd >= walk.deepFd && walk.deepThread != pthread_self()) {
             lock = std::unique_lock(walk.deep);
             walk.deepThread = pthread_self();
@@ -121,21 +120,22 @@ public:
     Deep& operator=(const Deep&) = delete;
 
 private:
-    TreeWalk* owner = nullptr;
+    SharedWalk* owner = nullptr;
     std::unique_lock<std::mutex> lock;
 };
 
-TreeWalk::~TreeWalk() {
+SharedWalk::~SharedWalk() {
     if (hasHelpers) {
         WalkHelpers::Instance().Leave();
     }
 }
 
-bool TreeWalk::VisitChild(const ListedName& child, std::string& path, const Report& report, int& result) {
-    const ChildPath joined(path, child.name);
-    Entry entry{child.dirFd, child.name, child.type, path};
+bool SharedWalk::VisitChild(const WalkDirectory& directory, const char* name, unsigned char type, const Report& report,
+                            int& result) {
+    const ChildPath joined(directory.path, name);
+    Entry entry{directory.fd, name, type, directory.path};
     entry.type = TypeOf(entry);
-    const int error = EndedAt() == 0 ? Visit(entry, report) : EndedAt();
+    const int error = EndedAt() == 0 ? VisitEntry(entry, directory, report) : EndedAt();
     result = error != 0 ? error : result;
     if (error == 0 || policy == OnFailure::Continue) {
         return true;
@@ -144,13 +144,13 @@ bool TreeWalk::VisitChild(const ListedName& child, std::string& path, const Repo
     return false;
 }
 
-bool TreeWalk::EndAt(int error) {
+bool SharedWalk::EndAt(int error) {
     int none = 0;
     return ending.compare_exchange_strong(none, error);
 }
 
 /// Counts the entries until the tree is known to be large.
-bool TreeWalk::MayGiveAway(int fd) {
+bool SharedWalk::MayGiveAway(int fd) {
     if (!isLarge) {
         isLarge = threads == Threads::Many && ++seen > LARGE_TREE;
         deepFd = isLarge ? ReadDeepFd() : 0;
@@ -161,19 +161,19 @@ bool TreeWalk::MayGiveAway(int fd) {
     return helpers.HaveRoom() && fd < deepFd && deepThread != pthread_self();
 }
 
-int TreeWalk::VisitChildren(DirectoryStream& stream, std::string& path, const Report& report) {
-    const Deep deepPlace(*this, stream.Fd());
+int SharedWalk::VisitEntries(DirectoryStream& stream, const WalkDirectory& directory, const Report& report) {
+    const Deep deepPlace(*this, directory.fd);
     std::unique_ptr<Parts> parts;
     unsigned files = 0;
     int result = 0;
     bool goesOn = true;
     while (const dirent* child = goesOn ? stream.Next() : nullptr) {
-        const bool isForHelpers = MayGiveAway(stream.Fd()) && (child->d_type == DT_DIR || ++files > FILES_KEPT);
+        const bool isForHelpers = MayGiveAway(directory.fd) && (child->d_type == DT_DIR || ++files > FILES_KEPT);
         if (isForHelpers && parts == nullptr) {
-            parts = std::make_unique<Parts>(*this, stream.Fd(), path, report);
+            parts = std::make_unique<Parts>(*this, directory, report);
         }
         if (!isForHelpers || !parts->Keep(*child)) {
-            goesOn = VisitChild({stream.Fd(), child->d_name, child->d_type}, path, report, result);
+            goesOn = VisitChild(directory, child->d_name, child->d_type, report, result);
         }
     }
     if (parts != nullptr) {

@@ -24,39 +24,40 @@ namespace TAVO::FileMigrateOrvane {
 
 /// Whether a walk goes on past an entry that fails, or ends there.
 enum class OnFailure { Continue, Stop };
-/// Whether other threads may take part. If Visit() changes the walk object itself without a lock or an atomic, the
+/// Whether other threads may take part. If a visit changes the walk object itself without a lock or an atomic, the
 /// walk must have one thread.
 enum class Threads { One, Many };
 
-/// A name in an open directory, with the type that the listing gave.
-struct ListedName {
-    int dirFd;
-    const char* name;
-    unsigned char type;
+/// The destination of a copied directory, see copy_walk.h.
+struct CopyLevel;
+
+/// An open directory whose entries are visited, as one thread sees it.
+struct WalkDirectory {
+    int fd;
+    std::string& path;                ///< belongs to the thread
+    const CopyLevel* copy = nullptr;  ///< only in a copy; belongs to the frame that opened the directory
+    std::string* copyPath = nullptr;  ///< only in a copy: the path of its destination; belongs to the thread
 };
 
-class TreeWalk {
+/// What all walks have in common.
+class SharedWalk {
 public:
-    TreeWalk(OnFailure walkPolicy, Threads walkThreads) : policy(walkPolicy), threads(walkThreads) {}
-    virtual ~TreeWalk();
-    TreeWalk(const TreeWalk&) = delete;
-    TreeWalk& operator=(const TreeWalk&) = delete;
+    SharedWalk(OnFailure walkPolicy, Threads walkThreads) : policy(walkPolicy), threads(walkThreads) {}
+    virtual ~SharedWalk();
+    SharedWalk(const SharedWalk&) = delete;
+    SharedWalk& operator=(const SharedWalk&) = delete;
 
-    /// Does the walk's work on an entry and on everything below it. Runs on several threads at once.
-    /// @param report  belongs to the calling thread
-    /// @return 0 or an error number
-    virtual int Visit(const Entry& entry, const Report& report) = 0;
-
-    /// Visits a child of an open directory. @param path  that of the directory
+    /// Visits a child of an open directory.
+    /// @param type  as the listing gave it
     /// @param result  receives the number of a failure
     /// @return whether the walk goes on
-    bool VisitChild(const ListedName& child, std::string& path, const Report& report, int& result);
+    bool VisitChild(const WalkDirectory& directory, const char* name, unsigned char type, const Report& report,
+                    int& result);
 
 protected:
     /// Visits all entries of a directory. The caller looks at the stream's ReadError() afterwards.
-    /// @param path  that of the directory
     /// @return 0 or the number of the last failure; for OnFailure::Stop, the number of the walk's first failure
-    int VisitChildren(DirectoryStream& stream, std::string& path, const Report& report);
+    int VisitEntries(DirectoryStream& stream, const WalkDirectory& directory, const Report& report);
 
     /// Ends a walk at a failure. @return whether it was the first; only that one is reported
     bool EndAt(int error);
@@ -66,6 +67,11 @@ protected:
 private:
     friend class Deep;
     friend class WalkHelpers;
+
+    /// Does the walk's work on an entry and on everything below it. Runs on several threads at once.
+    /// @param report  belongs to the calling thread
+    /// @return 0 or an error number
+    virtual int VisitEntry(const Entry& entry, const WalkDirectory& directory, const Report& report) = 0;
 
     bool MayGiveAway(int fd);
 
@@ -82,6 +88,28 @@ private:
     std::atomic<pthread_t> deepThread{};
     std::atomic<bool> hasHelpers{false};  ///< since the first part was given away
     unsigned helperCount = 0;             ///< helpers that work for this walk; guarded by the helpers' mutex
+};
+
+/// A walk that needs to know nothing about a directory but that it is open.
+class TreeWalk : public SharedWalk {
+public:
+    using SharedWalk::SharedWalk;
+
+    /// Does the walk's work on an entry and on everything below it. Runs on several threads at once.
+    /// @param report  belongs to the calling thread
+    /// @return 0 or an error number
+    virtual int Visit(const Entry& entry, const Report& report) = 0;
+
+protected:
+    /// Visits all entries of a directory, see VisitEntries(). @param path  that of the directory
+    int VisitChildren(DirectoryStream& stream, std::string& path, const Report& report) {
+        return VisitEntries(stream, {stream.Fd(), path}, report);
+    }
+
+private:
+    int VisitEntry(const Entry& entry, const WalkDirectory& /*directory*/, const Report& report) final {
+        return Visit(entry, report);
+    }
 };
 
 }  // namespace TAVO::FileMigrateOrvane

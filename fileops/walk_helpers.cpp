@@ -33,11 +33,11 @@ void WalkPart::Add(const dirent& entry) {
 int WalkPart::Visit(const Report& report) {
     int error = 0;
     for (const char* at = names.c_str(); at < names.c_str() + names.length();) {
-        const ListedName child{dirFd, at + 1, static_cast<unsigned char>(*at)};
-        if (!walk.VisitChild(child, path, report, error)) {
+        const char* name = at + 1;
+        if (!walk.VisitChild(directory, name, static_cast<unsigned char>(*at), report, error)) {
             break;
         }
-        at += 1 + std::char_traits<char>::length(child.name) + 1;
+        at = name + std::char_traits<char>::length(name) + 1;
     }
     return error;
 }
@@ -65,7 +65,7 @@ int WalkPart::Outcome(const Report& report) const {
     return result;
 }
 
-bool WalkHelpers::HasItsShare(const TreeWalk& walk) const {
+bool WalkHelpers::HasItsShare(const SharedWalk& walk) const {
     const auto others = walks - (walk.hasHelpers ? 1 : 0);
     return static_cast<int>(walk.helperCount) * (others + 1) >= most;
 }

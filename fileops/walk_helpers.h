@@ -17,11 +17,17 @@ namespace TAVO::FileMigrateOrvane {
 /// open.
 class WalkPart {
 public:
-    WalkPart(TreeWalk& partOf, int fd, std::string directory, int kind)
-        : walk(partOf), dirFd(fd), path(std::move(directory)), recordKind(kind) {}
+    /// @param holding  the directory. The part copies the texts of its paths
+    WalkPart(SharedWalk& partOf, const WalkDirectory& holding, int kind)
+        : walk(partOf),
+          path(holding.path),
+          copyPath(holding.copyPath != nullptr ? *holding.copyPath : ""),
+          directory{holding.fd, path, holding.copy, &copyPath},
+          recordKind(kind) {}
+    WalkPart(const WalkPart&) = delete;
+    WalkPart& operator=(const WalkPart&) = delete;
 
     void Add(const dirent& entry);
-    [[nodiscard]] bool IsEmpty() const { return names.empty(); }
     /// Whether it is worth a thread: it holds a directory, or many other entries.
     [[nodiscard]] bool IsWorthwhile() const { return hasDirectory || count >= FEWEST_ENTRIES; }
 
@@ -38,10 +44,11 @@ private:
 
     void VisitAndKeep();
 
-    TreeWalk& walk;
-    const int dirFd;
-    std::string path;   ///< of the directory
-    std::string names;  ///< for each entry its type, its name and a null byte
+    SharedWalk& walk;
+    std::string path;
+    std::string copyPath;
+    const WalkDirectory directory;  ///< refers to these two
+    std::string names;              ///< for each entry its type, its name and a null byte
     unsigned count = 0;
     bool hasDirectory = false;
     const int recordKind;
@@ -78,7 +85,7 @@ private:
     /// @return false if it cannot be started
     bool StartThread();
     /// Whether the walk has as many helpers as it may have beside the other walks.
-    [[nodiscard]] bool HasItsShare(const TreeWalk& walk) const;
+    [[nodiscard]] bool HasItsShare(const SharedWalk& walk) const;
     void Release(const WalkPart& part);
 
     const int most;  ///< the largest number of helpers

@@ -1,9 +1,10 @@
 // SIGKILL while the daemon works on a request, then a new daemon and the same request again. The request is first made
-// under strace to see which system calls a worker makes, then once for each of them, with the kill in its place. By
+// under strace to see which system calls the daemon makes, then once for each of them, with the kill in its place. By
 // default only some are tried; with FILE_MIGRATE_KILLS=all, every one.
 #include <fstream>
 #include <iostream>
 #include <map>
+#include <set>
 
 #include "daemon_test.h"
 #include "trace.h"
@@ -16,28 +17,44 @@ using enum Command;
 
 constexpr int SAMPLE = 6;  ///< kills of each way by default
 constexpr int RESULT_SOURCE_MISSING = -2;
-const std::map<std::string, std::string> kFiles = {
+using Files = std::map<std::string, std::string>;
+const Files kFiles = {
     {"a/1", std::string(70000, '1')}, {"a/2", "2"}, {"a/b/3", std::string(9000, '3')}, {"a/b/4", "4"}, {"c/5", "5"},
 };
+
+/// So many that several threads walk them.
+Files ManyFiles() {
+    Files files = kFiles;
+    for (int i = 0; i < 400; ++i) {
+        files[std::to_string(i % 40) + "/" + std::to_string(i)] = std::to_string(i);
+    }
+    return files;
+}
 
 struct Way {
     const char* name;
     Command cmd;
     const char* dst;
+    Files files = kFiles;
 };
 
 const Way kWays[] = {
-    {"MoveAll", MoveAll, "~/new"},          {"MoveSub", MoveSub, "~/old"}, {"CopyComb", CopyComb, "~/old"},
-    {"CopyComb within", CopyComb, "@/old"}, {"CopyAll", CopyAll, "~/new"},
+    {"MoveAll", MoveAll, "~/new"},
+    {"MoveAll, large", MoveAll, "~/new", ManyFiles()},
+    {"MoveSub", MoveSub, "~/old"},
+    {"CopyComb", CopyComb, "~/old"},
+    {"CopyComb, large", CopyComb, "~/old", ManyFiles()},
+    {"CopyComb within", CopyComb, "@/old"},
+    {"CopyAll", CopyAll, "~/new"},
 };
 
 class KillTest : public DaemonTest {
 protected:
-    void MakeTrees() {
+    void MakeTrees(const Files& files) {
         NewTrees();
         tree->Dir("old");
         second->Dir("old");
-        for (const auto& [name, content] : kFiles) {
+        for (const auto& [name, content] : files) {
             tree->File("src/" + name, content);
         }
     }
@@ -45,9 +62,9 @@ protected:
     static Request RequestOf(const Way& way) { return {way.cmd, "@/src", way.dst, "0", "1000", "0750"}; }
 
     /// The files that are whole in none of the directories.
-    static std::string Missing(const std::vector<std::string>& directories) {
+    static std::string Missing(const Way& way, const std::vector<std::string>& directories) {
         std::string missing;
-        for (const auto& file : kFiles) {
+        for (const auto& file : way.files) {
             const auto isWhole = [&file](const std::string& top) {
                 const std::string path = top + "/" + file.first;
                 return fs::is_regular_file(path) && ReadFile(path) == file.second;
@@ -62,34 +79,34 @@ protected:
     pid_t TraceNewDaemon(const std::string& expression) {
         Start();
         RawClient().Call({IsExist, "/data"});  // answered once all workers are there
-        return Trace(daemon->Pid(), expression, Threads::Workers);
+        return Trace(daemon->Pid(), expression);
     }
 
-    /// Every call of the workers as strace's expression for a kill in its place; strace counts the calls of each name
-    /// in each thread.
+    /// Every call of the daemon as strace's expression for a kill in its place; strace counts the calls of each name in
+    /// each thread.
     std::vector<std::string> KillsOf(const Way& way) {
-        MakeTrees();
+        MakeTrees(way.files);
         const pid_t strace = TraceNewDaemon("trace=all");
         EXPECT_EQ(Call(RequestOf(way)).result, 0) << way.name;
         EXPECT_TRUE(Await("refcnt:1\n"));
         StopTrace(strace);
         const std::regex line(R"((\d+) +(?!futex|restart_syscall)(\w+)\(.*)");
         std::map<std::string, int> counts;
-        std::vector<std::string> kills;
+        std::set<std::string> kills;
         std::ifstream lines(CALLS);
         std::smatch match;
         for (std::string text; std::getline(lines, text);) {
             if (std::regex_match(text, match, line)) {
                 const int count = ++counts[match.str(1) + match.str(2)];
-                kills.push_back("inject=" + match.str(2) + ":signal=KILL:when=" + std::to_string(count));
+                kills.insert("inject=" + match.str(2) + ":signal=KILL:when=" + std::to_string(count));
             }
         }
-        return kills;
+        return {kills.begin(), kills.end()};
     }
 
     /// @return whether the daemon was killed; strace may miss a call that was made while it attached
     bool Kill(const Way& way, const std::string& expression) {
-        MakeTrees();
+        MakeTrees(way.files);
         const pid_t strace = TraceNewDaemon(expression);
         RawClient client;
         client.Send(Expand(RequestOf(way)));
@@ -105,7 +122,7 @@ protected:
     std::string Again(const Way& way) {
         Start();
         const int result = Call(RequestOf(way)).result;
-        const bool hasArrived = Missing({Expand(way.dst)}).empty();
+        const bool hasArrived = Missing(way, {Expand(way.dst)}).empty();
         if (result == 0) {
             return hasArrived ? "completed" : "untrue";
         }
@@ -123,9 +140,9 @@ TEST_F(KillTest, LosesNoFileAndGoesOnWithTheSameRequest) {
         std::map<std::string, std::size_t> outcomes;
         for (std::size_t at = step / 2; at < kills.size(); at += step) {
             const bool isKilled = Kill(way, kills[at]);
-            EXPECT_EQ(Missing({tree->Path("src"), Expand(way.dst)}), "") << way.name << ", " << kills[at];
+            EXPECT_EQ(Missing(way, {tree->Path("src"), Expand(way.dst)}), "") << way.name << ", " << kills[at];
             const std::string outcome = isKilled ? Again(way) : "not killed";
-            EXPECT_EQ(Missing({tree->Path("src"), Expand(way.dst)}), "") << way.name << " again, " << kills[at];
+            EXPECT_EQ(Missing(way, {tree->Path("src"), Expand(way.dst)}), "") << way.name << " again, " << kills[at];
             EXPECT_TRUE(outcome != "untrue" && outcome != "unexplained") << way.name << ", " << kills[at] << outcome;
             ++outcomes[outcome];
         }

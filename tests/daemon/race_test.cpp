@@ -110,6 +110,7 @@ protected:
         Grow(tree->Path("s"), "content");
         Grow(top, "content");
         for (int i = 0; row.isLarge && i < 20; ++i) {
+            Grow(tree->Path("s/more") + std::to_string(i), "content");
             Grow(top + "/more" + std::to_string(i), "content");
         }
         fs::create_directories(tree->Path("t"));
@@ -173,9 +174,13 @@ TEST_F(RaceTest, NothingOutsideTheTreeIsChangedOrCopied) {
         {"copy of children, destination", {CopySub, "@/s", "@/t"}, "@/t"},
         {"copy, destination gone", {CopyAll, "@/s", "@/t"}, "@/t", true, TakeAway},
         {"copy of children, destination gone", {CopySub, "@/s", "@/t"}, "@/t", true, TakeAway},
+        {"copy, source, large", {CopyAll, "@/s", "@/t"}, "@/s", true, Exchange, true},
+        {"copy, destination, large", {CopyAll, "@/s", "@/t"}, "@/t", true, Exchange, true},
         {"move by copy, source", {MoveAll, "@/s", "~/t"}, "@/s"},
         {"move by copy, destination", {MoveAll, "@/s", "~/t"}, "~/t"},
         {"move by copy, destination gone", {MoveAll, "@/s", "~/t"}, "~/t", true, TakeAway},
+        {"move by copy, source, large", {MoveAll, "@/s", "~/t"}, "@/s", true, Exchange, true},
+        {"move by copy, destination, large", {MoveAll, "@/s", "~/t"}, "~/t", true, Exchange, true},
         {"move of children, source", {MoveSub, "@/s", "~"}, "@/s"},
         {"move of children, destination", {MoveSub, "@/s", "~/t"}, "~/t"},
         {"move of children, destination gone", {MoveSub, "@/s", "~/t"}, "~/t", true, TakeAway},

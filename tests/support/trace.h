@@ -16,19 +16,14 @@
 
 namespace TAVO::FileMigrateOrvane::Testing {
 
-enum class Threads { All, Workers };
-
-/// Attaches strace to a running daemon. When this returns, strace counts the calls of every thread, or of all but the
-/// event loop's.
+/// Attaches strace to a running daemon. When this returns, strace counts the calls of every thread. It also counts those
+/// of the threads that are started later.
 /// @return strace's process id, for StopTrace
-inline pid_t Trace(pid_t daemon, const std::string& expression, Threads threads = Threads::All) {
-    std::vector<std::string> words = {"strace", "-qqo", CALLS, "-e", expression};
+inline pid_t Trace(pid_t daemon, const std::string& expression) {
+    std::vector<std::string> words = {"strace", "-fqqo", CALLS, "-e", expression, "-p", std::to_string(daemon)};
     std::vector<std::filesystem::path> traced;
     for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(daemon) + "/task")) {
-        if (threads == Threads::All || task.path().filename() != std::to_string(daemon)) {
-            traced.push_back(task.path());
-            words.insert(words.end(), {"-p", task.path().filename()});
-        }
+        traced.push_back(task.path());
     }
     const auto every = [&traced](const char* line) {
         return Becomes([&] {
