@@ -16,6 +16,7 @@ import re
 import signal
 import subprocess
 import sys
+import tempfile
 import time
 from dataclasses import dataclass
 from pathlib import Path
@@ -83,14 +84,16 @@ def all_faults(source, folder):
 
 def run(command, seconds):
     """The status and the output of a command; the status is None if it had to be killed."""
-    with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True) as process:
-        try:
-            output, _ = process.communicate(timeout=seconds)
-            return process.returncode, output.decode(errors="replace")
-        except subprocess.TimeoutExpired:
-            os.killpg(process.pid, signal.SIGKILL)
-            process.communicate()
-            return None, ""
+    # A file, because log lines to a pipe go through a descriptor that the log's own test cannot replace.
+    with tempfile.TemporaryFile() as output:
+        with subprocess.Popen(command, stdout=output, stderr=subprocess.STDOUT, start_new_session=True) as process:
+            try:
+                status = process.wait(seconds)
+            except subprocess.TimeoutExpired:
+                os.killpg(process.pid, signal.SIGKILL)
+                return None, ""
+        output.seek(0)
+        return status, output.read().decode(errors="replace")
 
 
 class Runner:
@@ -138,7 +141,7 @@ class Runner:
 def measure(runner, folder):
     """Tries the faults of one folder. Returns the survivors and the number of faults tried."""
     for test in TESTS[folder]:
-        if failure := runner.first_failure(test):
+        if str(test) not in runner.limits and (failure := runner.first_failure(test)):
             sys.exit(f"fails without a fault: {failure}")
     survivors, tried = [], 0
     for fault in all_faults(runner.source, folder):

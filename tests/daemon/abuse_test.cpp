@@ -1,15 +1,12 @@
 // Hostile and careless clients against the real daemon. It must answer valid requests, record invalid ones, keep
 // serving other clients, and use no more descriptors or memory over time. Set FILE_MIGRATE_SEED to repeat a run of the
-// random requests and FILE_MIGRATE_LOAD_SECONDS to lengthen the mixed load.
+// random requests.
 #include <sys/socket.h>
 
 #include <array>
-#include <atomic>
 #include <csignal>
 #include <future>
 #include <iostream>
-#include <map>
-#include <mutex>
 #include <random>
 #include <set>
 
@@ -18,7 +15,7 @@
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
 
-using std::chrono::seconds, std::chrono::steady_clock, std::this_thread::sleep_for;
+using std::chrono::seconds, std::this_thread::sleep_for;
 using Random = std::mt19937;
 using Refusals = std::multiset<std::string>;        // each refusal's record, without its time
 const Request kIsThere{Command::IsExist, "/data"};  // the answer is 1
@@ -103,7 +100,7 @@ TEST_F(AbuseTest, AnswersOrRecordsRandomRequests) {
     Start();
     Clients clients(100);
     Usage before{};
-    for (int round = 0; round < 100; ++round) {
+    for (int round = 0; round < 60; ++round) {
         ClearRecords();
         Refusals expected;
         std::vector<RawClient*> answered, refused;
@@ -182,35 +179,22 @@ TEST_F(AbuseTest, ServesAThousandClientsWithSixtyFourDescriptors) {
     EXPECT_TRUE(std::all_of(crowd.begin(), crowd.end(), [](std::future<int>& one) { return one.get() == 1; }));
 }
 
+/// Four clients ask again and again and read nothing. The fifth waits until one send has timed out, after three
+/// seconds.
 TEST_F(AbuseTest, ServesAFifthClientWhileFourDoNotRead) {
     const Request listing = LongListing();
-    // First row: each of the four clients sends ten more requests and reads nothing; the fifth client waits for one
-    // send to time out. Second row: each reads a package now and then; the fifth waits until the time for a reply's
-    // packages is used up and the send that was under way has ended.
-    for (const auto& [askedMore, bound] : {std::pair(10, seconds(3)), std::pair(0, seconds(8))}) {
-        Start();
-        Clients stuck(4);
-        for (int i = 0; i <= askedMore; ++i) {
-            SendAll(stuck, listing);
-            ASSERT_TRUE(Await("AddThreadTask", 4 * (static_cast<std::size_t>(i) + 1)));
-        }
-        const auto end = steady_clock::now() + bound + seconds(1);
-        RawClient fifth;
-        fifth.Send(kIsThere);
-        std::optional<Reply> reply;
-        while (!reply && steady_clock::now() < end) {
-            reply = fifth.Receive(Deadline{2500});
-            for (RawClient& client : stuck) {
-                (void)!(askedMore == 0 && recv(client.Fd(), unread.data(), unread.size(), 0));
-            }
-        }
-        EXPECT_TRUE(reply) << askedMore;
-        // In the second row a client that reads again may still receive the whole reply.
-        for (RawClient& client : stuck) {
-            const auto isAtEnd = [&] { return recv(client.Fd(), unread.data(), unread.size(), MSG_DONTWAIT) == 0; };
-            EXPECT_TRUE(askedMore == 0 || Becomes(isAtEnd, Deadline{9000}))
-                << "the client does not see that packages are missing";
-        }
+    Start();
+    Clients stuck(4);
+    for (std::size_t asked = 1; asked <= 10; ++asked) {
+        SendAll(stuck, listing);
+        ASSERT_TRUE(Await("AddThreadTask", 4 * asked));
+    }
+    RawClient fifth;
+    fifth.Send(kIsThere);
+    EXPECT_TRUE(fifth.Receive(Deadline{8000}));
+    for (RawClient& client : stuck) {
+        const auto isAtEnd = [&] { return recv(client.Fd(), unread.data(), unread.size(), MSG_DONTWAIT) == 0; };
+        EXPECT_TRUE(Becomes(isAtEnd)) << "the client does not see that packages are missing";
     }
 }
 
@@ -231,33 +215,6 @@ TEST_F(AbuseTest, AClientThatReadsSlowlyReceivesAllPackages) {
         sleep_for(Deadline{31});  // 130 KiB/s
     }
     EXPECT_EQ(received, 250);
-}
-
-TEST_F(AbuseTest, DoesNotGrowUnderSixteenClients) {
-    const char* const given = std::getenv("FILE_MIGRATE_LOAD_SECONDS");
-    const seconds length(given != nullptr ? std::atol(given) : 2);
-    Start({{}, {"sh", "-c", "exec \"$0\" 2>/dev/null"}});
-    std::atomic<bool> isOver = false;
-    std::mutex mutex;
-    std::map<int, long> answers;  // by error number
-    const auto work = [&](Random random) {
-        for (RawClient client; !isOver;) {
-            const Reply reply = client.Call(AnyRequest(random, *tree, *second));
-            const std::lock_guard lock(mutex);
-            ++answers[reply.result < 0 ? reply.errCode : 0];
-        }
-    };
-    std::vector<std::future<void>> clients;
-    for (Random::result_type seed = 0; seed < 16; ++seed) {
-        clients.push_back(std::async(std::launch::async, work, Random(seed)));
-    }
-    sleep_for(length / 2);
-    const Usage before = daemon->Used();
-    sleep_for(length - length / 2);
-    ExpectNoGrowthSince(before);
-    isOver = true;
-    std::for_each(clients.begin(), clients.end(), [](std::future<void>& client) { client.get(); });
-    std::cout << "answers by error number: " << testing::PrintToString(answers) << '\n';
 }
 
 }  // namespace

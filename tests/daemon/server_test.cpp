@@ -197,6 +197,32 @@ TEST_F(ServerTest, LargeRepliesGiveBackTheirMemoryAndAreAnsweredWithoutIt) {
     EXPECT_EQ(client.Call(EXISTING).result, 1);
 }
 
+TEST_F(ServerTest, RaisesItsLimitOfDescriptors) {
+    Start({{}, {"prlimit", "--nofile=1024:4096"}});
+    const std::string limits = ReadFile("/proc/" + std::to_string(daemon->Pid()) + "/limits");
+    EXPECT_TRUE(std::regex_search(limits, std::regex("Max open files +4096 +4096 "))) << limits;
+}
+
+/// A client whose connection the event loop cannot watch, or who got a part of a record, sees the end of the stream.
+TEST_F(ServerTest, ConnectionThatFailsIsClosed) {
+    tree->File("file");
+    for (const auto& [fault, line, isAnswered] :
+         {std::tuple{"epoll_ctl:error=ENOSPC:when=2", "epoll_ctl failed, connection dropped", false},
+          {"sendto:retval=5:when=1", "write res msg to fd:\\d+ err, ret: 5,", false},
+          {"sendto:retval=100:when=2", "write extra msg to fd:\\d+ err, ret: 100,", true}}) {
+        StartWithFault({"-einject=" + std::string(fault)});
+        const std::size_t before = daemon->Used().descriptors;
+        const RawClient client;
+        const FileMigrateRcvMsg message = Request{Command::ListDir, tree->Path()}.Wire();
+        (void)!send(client.Fd(), &message, sizeof(message), MSG_NOSIGNAL);
+        FileMigrateResMsg head{};
+        EXPECT_EQ(recv(client.Fd(), &head, sizeof(head), MSG_WAITALL) == sizeof(head), isAnswered) << fault;
+        EXPECT_LE(recv(client.Fd(), &head, sizeof(head), 0), 0) << fault;
+        EXPECT_TRUE(Await(line)) << fault;
+        EXPECT_TRUE(Becomes([&] { return daemon->Used().descriptors == before; })) << fault;
+    }
+}
+
 TEST_F(ServerTest, PeerThatLeavesWhileItIsServedIsDroppedOnce) {
     const Strings gone{"refcnt:2", "EPOLLHUP", "refcnt:1", "err, ret: -1, errno: 32", "clear and close"};
     const Strings half{"refcnt:2", "refcnt:3", "Readline null", "refcnt:2", "refcnt:1", "EPOLLHUP", "clear and close"};
