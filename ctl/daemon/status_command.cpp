@@ -67,6 +67,7 @@ void AddDaemon(const DaemonOptions& daemon, Answer& answer) {
         (void)std::snprintf(text.data(), text.size(), "answers within %.2f ms", milliseconds);
         answer.output = Line("daemon", text.data());
     }
+    answer.fields["version"] = ORVANECTL_VERSION;
     answer.fields["reachable"] = !failure;
     answer.fields["milliseconds"] = failure ? Json() : Json(milliseconds);
     answer.output += Line("socket", Printable(options.socketPath) + (owner.empty() ? "" : " (" + owner + ")"));
@@ -172,7 +173,6 @@ void AddDumps(Answer& answer) {
 
 ExitStatus PrintStatus(const DaemonOptions& daemon, bool isJson) {
     Answer answer;
-    answer.fields["version"] = ORVANECTL_VERSION;
     AddDaemon(daemon, answer);
     answer.output = Line("orvanectl", ORVANECTL_VERSION) + answer.output;
     answer.fields["records"] = Json::array();

@@ -34,12 +34,12 @@ TEST(ExplainTest, NumbersInWords) {
 ///     user=u     a field of the line; any name that is not a field makes it a refused request
 ///
 /// The letters of objects: d directory, f file, o file of user 8, l link, k dangling link, p pipe, t sticky directory
-/// of user 5, m directory on another file system. Missing objects: x does not exist, e may not be looked at, n is below
-/// something that is not a directory.
+/// of user 5, u the same that only he may write to, m directory on another file system. Missing objects: x does not
+/// exist, e may not be looked at, n is below something that is not a directory.
 Record Failed(const std::string& type, int error, const std::string& words) {
-    const std::map<char, std::uint32_t> modes = {{'d', 040755},  {'m', 040755}, {'l', 0120777},
-                                                 {'k', 0120777}, {'p', 010644}, {'t', 041777}};
-    const std::map<char, std::uint32_t> owners = {{'o', 8}, {'t', 5}};
+    const std::map<char, std::uint32_t> modes = {{'d', 040755}, {'m', 040755}, {'l', 0120777}, {'k', 0120777},
+                                                 {'p', 010644}, {'t', 041777}, {'u', 041755}};
+    const std::map<char, std::uint32_t> owners = {{'o', 8}, {'t', 5}, {'u', 5}};
     const std::map<char, int> errors = {{'x', ENOENT}, {'e', EACCES}, {'n', ENOTDIR}};
     const auto find = [](const auto& map, char key, auto other) {
         const auto found = map.find(key);
@@ -122,6 +122,9 @@ TEST(ExplainTest, FindsCertainCauses) {
         {"COPY", EACCES, "f/a/s o/b/d t/b =1ffffffffff",
          "protected-regular: fs.protected_regular, or a security module: the destination /b/d is another user's file "
          "in a sticky directory; labels: /a/s u:/a/s, /b/d u:/b/d, /b u:/b"},
+        {"COPY", EACCES, "f/a/s o/b/d u/b =1ffffffffff",
+         "denied: denied by a security module, or by the file system's server; labels: /a/s u:/a/s, /b/d u:/b/d, /b "
+         "u:/b"},
         {"COPY", EACCES, "f/a/s x/b/d l/b =1ffffffffff",
          "denied: denied by a security module, the file system's server, or fs.protected_symlinks; labels: /a/s "
          "u:/a/s"},
@@ -147,6 +150,7 @@ TEST(ExplainTest, FindsCertainCauses) {
         {"MOVE", EISDIR, "f/a/s d/b/d",
          "other-onto-directory: the destination /b/d is a directory, and the source /a/s is a regular file"},
         {"Unlink", EISDIR, "d/a/s", "is-directory: /a/s is a directory"},
+        {"Unlink", EISDIR, "f/a/s", ""},
         {"MOVE", ENOTEMPTY, "d/a/s d/b/d", "not-empty: the destination /b/d is a directory that is not empty"},
         {"REMOVE", EEXIST, "d/a/s", "not-empty: /a/s is not empty: something in it was not removed"},
         {"COPY", EEXIST, "f/a/s f/b/d", "same-file: the source /a/s and the destination /b/d are the same object"},

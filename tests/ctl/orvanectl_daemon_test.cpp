@@ -1,6 +1,7 @@
 // The tool's own questions to the real daemon: progress, dry runs, status. They must leave no records.
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <regex>
 #include <tuple>
 
@@ -172,11 +173,57 @@ TEST_F(OrvanectlDaemonTest, ProgressGrowsAndCtrlCLeavesTheDaemonAtWork) {
     EXPECT_EQ(Records(), std::vector<std::string>());
 }
 
-TEST_F(OrvanectlDaemonTest, StatusShowsTheLastRecord) {
+/// What varies is masked: times and the version.
+std::string Masked(const std::string& status) {
+    const std::regex version("(orvanectl +|version\":\")[0-9.]+");
+    const std::regex times("(within |seconds\":)[0-9.]+|[0-9]{4}(-[0-9]{2}){2}[ T]([0-9]{2}:){2}[0-9]{2}");
+    return std::regex_replace(std::regex_replace(status, version, "$1V"), times, "$1#");
+}
+
+TEST_F(OrvanectlDaemonTest, StatusShowsTheDaemonAndItsRecords) {
     Start();
     ASSERT_EQ(RecordsOf("mkdir " + tree->File("file") + "/x"), 1U);
-    const std::string status = RunTool("status --json").out;
-    EXPECT_TRUE(Has(status, R"("reachable":true,"milliseconds":)") && Has(status, R"("type":"MKDIR")")) << status;
+    const std::string zelto = std::filesystem::path(RECORD_FILE_AB).parent_path(), path = tree->Path("file/x");
+    const std::string bytes = std::to_string(2 * std::filesystem::file_size(RECORD_FILE_AB));
+    std::filesystem::copy_file(RECORD_FILE_AB, zelto + "/file_migrate_ab_20261121101530.txt");
+    std::filesystem::create_directories(DUMP_DIRECTORY);
+    std::ofstream(DUMP_DIRECTORY + std::string("/MOVE@20261121101530")) << "denied\n";
+    std::filesystem::remove_all("/data/update/migrate");
+    const std::string answers =
+        "orvanectl     V\ndaemon        answers within # ms\n"
+        "socket        /dev/unix/socket/file_migrate_orvane (root:root 0600)\n";
+    const std::string records =
+        "records       /data/update/migrate/file_migrate_bi.txt: no directory: records are lost until you run \"mkdir "
+        "-p /data/update/migrate\"\n"
+        "records       " +
+        zelto +
+        "/file_migrate_bi.txt: no records\n"
+        "records       " +
+        zelto +
+        "/file_migrate_ab.txt: 1.0K with 1 rotated\n"
+        "last record   #  ENOTDIR    create directory  " +
+        path +
+        " mode=700\n"
+        "dumps         1\n";
+    EXPECT_EQ(Masked(RunTool("status").out), answers + records);
+    const Finished gone = RunTool("status --socket /nowhere");
+    EXPECT_EQ(Masked(gone.out), "orvanectl     V\ndaemon        does not answer\nsocket        /nowhere\n" + records);
+    EXPECT_EQ(gone.status, 4);
+    const std::string json =
+        R"("records":[{"file":"/data/update/migrate/file_migrate_bi.txt","bytes":0,"rotated":0,"errno":2},{"file":")" +
+        zelto + R"(/file_migrate_bi.txt","bytes":0,"rotated":0,"errno":2},{"file":")" + zelto +
+        R"(/file_migrate_ab.txt","bytes":)" + bytes +
+        R"(,"rotated":1,"errno":0}],"last_record":{"time":"#","type":"MKDIR","failure":"create directory","errno":20,)"
+        R"("error":"ENOTDIR","src":")" +
+        path +
+        R"(","dst":"","user":"","group":"","perm":"700","recurseOpt":"","refused":null},"dumps":1,"message":"","hint":""})"
+        "\n";
+    EXPECT_EQ(Masked(RunTool("status --json").out),
+              R"({"command":"status","ok":true,"result":null,"errno":0,"error":null,"version":"V","reachable":true,)"
+              R"("milliseconds":#,"socket":"/dev/unix/socket/file_migrate_orvane","socket_owner":"root:root 0600",)" +
+                  json);
+    EXPECT_TRUE(Has(RunTool("status --json --socket /nowhere").out,
+                    R"("ok":false,"result":null,"errno":2,"error":"ENOENT","version":)"));
 }
 
 }  // namespace
