@@ -478,8 +478,12 @@ TEST_F(CommandsTest, SlashAtTheEndDemandsADirectory) {
 
 TEST_F(CommandsTest, SpaceCountsTheBlocksOfEveryName) {
     ASSERT_TRUE(Shell("mkdir s; echo >s/f; head -c 100000 /dev/zero >a; ln a s/b; truncate -s 9M c; ln -s /etc l"));
-    EXPECT_EQ(std::to_string(Call({UsedSpace, tree->Path()}).result) + "\t.\n", Shell("du -lks ."));
-    EXPECT_EQ(std::to_string(Call({MaxSize, tree->Path()}).result) + "\ta\n", Shell("du -k a"));
+    Start(WITHOUT_OVERRIDES);
+    EXPECT_EQ(std::to_string(Call({MaxSize, "@"}).result) + "\ta\n", Shell("du -k a"));
+    ASSERT_TRUE(Shell("mkdir -m 0 1 2 3 4"));
+    const Reply reply = Call({UsedSpace, "@"});
+    EXPECT_EQ(std::to_string(reply.result) + "\t.\n", Shell("du -lks .")) << "a failure does not end the count";
+    EXPECT_EQ(reply.errCode, EACCES);
 }
 
 TEST_F(CommandsTest, ChangesAndRemovesDeepTrees) {

@@ -1,7 +1,7 @@
 // System calls that fail inside the running daemon. SurvivesTheFailureOfAnySystemCall sends each kind of request under
 // strace to see which calls it makes, then again with one of them failing, and prints a table of the outcomes. By
-// default it tries at most one fault for each call of a request; with FILE_MIGRATE_FAULTS=all it tries several errors at the
-// first, second and last occurrence.
+// default it tries at most one fault for each call of a request; with FILE_MIGRATE_FAULTS=all it tries several errors
+// at the first, second and last occurrence.
 #include <sys/mount.h>
 #include <sys/socket.h>
 
@@ -272,6 +272,35 @@ TEST_F(FaultTest, ExhaustedDaemonEndsACombinedCopy) {
                 EXPECT_TRUE(isWhole) << error << call << name << reply.result;
             }
         }
+    }
+}
+
+/// Errors that only show what a file system cannot do, and interruptions. The file with a hole is read in two parts.
+TEST_F(FaultTest, CopiesGoOnWhereAnotherWayIsLeft) {
+    const std::string unable = "-einject=copy_file_range:error=";
+    const std::vector<Strings> rows = {{unable + "EXDEV"},
+                                       {unable + "EINVAL"},
+                                       {unable + "ENOSYS"},
+                                       {unable + "EOPNOTSUPP"},
+                                       {unable + "EPERM"},
+                                       {unable + "ETXTBSY"},
+                                       {unable + "EINTR:when=1"},
+                                       {unable + "EINVAL", "-einject=pread64:error=EINTR:when=1"},
+                                       {unable + "EINVAL", "-einject=pwrite64:error=EINTR:when=1"},
+                                       {unable + "EINVAL:when=2+"},
+                                       {"-einject=copy_file_range:retval=0"},
+                                       {"-einject=lseek:error=EINVAL"}};
+    for (Strings faults : rows) {
+        SCOPED_TRACE(testing::PrintToString(faults));
+        MakeTrees();
+        ASSERT_TRUE(Shell("truncate -s 9M src/hole; cat src/d/a >>src/hole"));
+        for (const char* file : {"@/src/d/a", "@/src/hole", "@/dst/d/a", "@/dst/hole"}) {
+            faults.insert(faults.end(), {"-P", Expand(file)});
+        }
+        StartWithFault(faults);
+        EXPECT_EQ(Call({CopyAll, "@/src", "@/dst", ""}).result, 0);
+        EXPECT_TRUE(Shell("diff -r src dst")) << "the copy is not the same";
+        EXPECT_NE(ReadFile(CALLS).find("(INJECTED)"), std::string::npos);
     }
 }
 

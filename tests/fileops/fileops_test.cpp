@@ -1,5 +1,7 @@
 // Cases that no request can reach, and a table of texts to decode.
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 
 #include <cerrno>
 #include <string>
@@ -56,6 +58,18 @@ TEST(DecodeTest, NumbersAndNames) {
         EXPECT_EQ(Decoded(DecodeUid, text), user) << (text == nullptr ? "null" : text);
         EXPECT_EQ(Decoded(DecodeGid, text), group) << (text == nullptr ? "null" : text);
     }
+}
+
+/// 1,024 bytes is the limit for an entry. The name exists, so the error is not ENOENT.
+TEST(DecodeTest, EntryThatIsTooLong) {
+    ScratchTree tree;
+    const std::string groups = tree.File("group", "big:x:77:" + std::string(1100, 'm') + "\n");
+    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount(groups.c_str(), "/etc/group", nullptr, MS_BIND, nullptr) != 0) {
+        GTEST_SKIP() << "needs privilege: a mount namespace";
+    }
+    EXPECT_EQ(Decoded(DecodeGid, "big"), "-1 34 GID_GETGRNAM");
+    umount2("/etc/group", MNT_DETACH);
 }
 
 TEST(ArgumentTest, WhatIsNotGivenIsRefusedBeforeTheOptionAndWithoutARecord) {

@@ -253,6 +253,10 @@ TEST_F(SecurityLabel, NoticesThatAnotherPolicyIsChosenAndThatItGoes) {
     WriteRules("other", "/.* u:r:other:s0\n");
     tree.File("etc/selinux/config", "SELINUXTYPE=other\n");
     EXPECT_EQ(After(Restorecon, file, file), "u:r:other:s0");
+    tree.File("etc/selinux/other/contexts/files/file_contexts.local", "/.* u:r:local:s0\n");
+    EXPECT_EQ(After(Restorecon, file, file), "u:r:local:s0") << "the machine's own rules have changed";
+    std::filesystem::remove("/etc/selinux/other/contexts/files/file_contexts.local");
+    EXPECT_EQ(After(Restorecon, file, file), "u:r:other:s0");
     std::filesystem::remove("/etc/selinux/other/contexts/files/file_contexts");
     EXPECT_EQ(After(Restorecon, file, file), "-1 EOPNOTSUPP u:r:other:s0");
     EXPECT_EQ(After(RestoreconFromParentDir, file, file), "-95 EOPNOTSUPP u:r:other:s0");
