@@ -207,7 +207,7 @@ TEST_F(RecordsCommand, FormsColoursAndPager) {
 }
 
 TEST_F(RecordsCommand, EscapesAllBytesOfRecords) {
-    const std::string first = Line("RMDIR", "/a", 39, "101529");
+    const std::string first = "type:INVALID_CMD,cmd:99,times:20261121101529;";
     const std::string file = tree->File("r.txt", first + "junk\x1b" + std::string(300'000, 'x') +
                                                      Line("ISDIR", "/data/\x1b[31m\xff\n→\\\u202e", 2, "101530"));
     const Finished table = RunTool("records -v --type ISDIR " + file, "LC_ALL=C.UTF-8");
