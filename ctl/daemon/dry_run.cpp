@@ -216,7 +216,6 @@ Answer DryRun(const SubCommand& command, Client& client, const Arguments& argume
     Survey survey(client, items);
     CountSource(command, source, destination, survey, items);
     const Size size = survey.isWhole ? client.UsedSpace(source.path) : Size();
-    const bool isKnown = survey.isWhole && !size.failure && size.isWhole;
     Verdict verdict = goesSomewhere ? Judge(command, source, destination, survey) : Verdict();
     if (!preflight.refusal.empty()) {
         verdict = {"it would fail: " + preflight.refusal, true};
@@ -226,7 +225,7 @@ Answer DryRun(const SubCommand& command, Client& client, const Arguments& argume
     answer.fields["dry_run"] = true;
     answer.fields["directories"] = survey.directories;
     answer.fields["others"] = survey.others;
-    answer.fields["kilobytes"] = isKnown ? Json(size.kilobytes) : Json();
+    answer.fields["kilobytes"] = size.isWhole ? Json(size.kilobytes) : Json();
     if (goesSomewhere) {
         answer.fields["replaced"] = survey.replaced;
         answer.fields["would_fail"] = verdict.wouldFail;
@@ -243,7 +242,7 @@ Answer DryRun(const SubCommand& command, Client& client, const Arguments& argume
     answer.output = items.Text() + "would have " + command.done + " " + Objects(command, arguments) + ": " +
                     Counted(survey.directories, "directory", "directories") + ", " +
                     Counted(survey.others, "other object", "other objects") +
-                    (isKnown ? ", " + SizeText(static_cast<std::uint64_t>(size.kilobytes)) : std::string()) + "\n";
+                    (size.isWhole ? ", " + SizeText(static_cast<std::uint64_t>(size.kilobytes)) : std::string()) + "\n";
     if (goesSomewhere) {
         answer.output +=
             verdict.text + "\n" + LeftBehind(command, arguments, preflight, source.kind == Place::Kind::Directory);
@@ -251,7 +250,8 @@ Answer DryRun(const SubCommand& command, Client& client, const Arguments& argume
     for (const std::string& warning : preflight.warnings) {
         answer.output += warning + "\n";
     }
-    return isKnown ? answer : Failed(std::move(answer), "not everything could be examined; the figures are incomplete");
+    return size.isWhole ? answer
+                        : Failed(std::move(answer), "not everything could be examined; the figures are incomplete");
 }
 
 }  // namespace TAVO::FileMigrateOrvane::Ctl
