@@ -9,19 +9,21 @@ namespace {
 
 using enum Command;
 
-/// Prints the calls that changed something, in the words of the table below.
+/// Prints the calls that changed something, in the words of the table below. "DIRECTORY:NAME" is a name that was given
+/// relative to the directory's descriptor, "DESCRIPTOR:" the object of a descriptor itself.
 const std::string CHANGES = std::string(R"sed(sed -nE 's,@,\x40,g; s,~,\x7e,g; /[\x40\x7e]/!d; s/^[0-9]+ +//
-    s/^openat\(.*O_CREAT.*, 0([0-7]+)\) += [0-9]+<(.*)>/create \2 \1/p
+    s/^openat\(AT_FDCWD[^"]*"(.*)", .*O_CREAT.*, 0([0-7]+)\) += [0-9]+.*/create \1 \2/p
+    s/^openat\([0-9]+<(.*)>, "(.*)", .*O_CREAT.*, 0([0-7]+)\) += [0-9]+.*/create \1:\2 \3/p
     s/^mkdirat\(AT_FDCWD[^"]*"(.*)", 0([0-7]+)\) += 0/mkdir \1 \2/p
-    s/^mkdirat\([0-9]+<(.*)>, "(.*)", 0([0-7]+)\) += 0/mkdir \1\/\2 \3/p
+    s/^mkdirat\([0-9]+<(.*)>, "(.*)", 0([0-7]+)\) += 0/mkdir \1:\2 \3/p
     s/^pwrite64\([0-9]+<([^>]*)>.*/write \1/p
     s/^ftruncate\([0-9]+<(.*)>, 0\) += 0/truncate \1/p
     s/^fchown\([0-9]+<(.*)>, ([0-9]+), ([0-9]+)\) += 0/chown \1 \2:\3/p
-    s/^fchownat\([0-9]+<(.*)>, "(.*)", ([0-9]+), ([0-9]+), .*= 0/chown \1\/\2 \3:\4/p
+    s/^fchownat\([0-9]+<(.*)>, "(.*)", ([0-9]+), ([0-9]+), .*= 0/chown \1:\2 \3:\4/p
     s/^fchmod\([0-9]+<(.*)>, 0([0-7]+)\) += 0/chmod \1 \2/p
     s/^syncfs\([0-9]+<([^>]*)>.*/sync \1/p
     s/^unlinkat\(AT_FDCWD[^"]*"(.*)", .*= 0/unlink \1/p
-    s/^unlinkat\([0-9]+<(.*)>, "(.*)", .*= 0/unlink \1\/\2/p' )sed") +
+    s/^unlinkat\([0-9]+<(.*)>, "(.*)", .*= 0/unlink \1:\2/p' )sed") +
                             CALLS;
 
 using CallsTest = DaemonTest;
@@ -37,44 +39,48 @@ TEST_F(CallsTest, ComeInAnOrderThatIsSafeAtEachMoment) {
         const char* fault = "";
     } rows[] = {
         {"copy", "mkdir s; echo a >s/f", Ask(CopyAll, "@/s", "@/t"),
-         "mkdir @/t 1700, create @/t/f 644, write @/t/f, chmod @/t 755"},
+         "mkdir @/t 1700, create @/t:f 644, write @/t/f, chmod @/t 755"},
         {"copy of a program", "echo a >s; chown 1:2 s; chmod 4755 s", Ask(CopyAll, "@/s", "@/t"),
          "create @/t 600, write @/t, chmod @/t 755"},
         {"copy, a group's directory", "echo a >s; chmod 640 s; chgrp 7 .; chmod 2775 .", Ask(CopyAll, "@/s", "@/t"),
          "create @/t 600, write @/t, chmod @/t 600"},
         {"move", "mkdir s; echo a >s/f; chown 1:2 s s/f; chmod 4750 s/f", Ask(MoveAll, "@/s", "~/t"),
-         "mkdir ~/t 1700, create ~/t/f 600, write ~/t/f, chown ~/t/f 1:2, chmod ~/t/f 750, chown ~/t 1:2, chmod ~/t "
-         "755, sync ~/t, unlink @/s/f, unlink @/s"},
+         "mkdir ~/t 1700, create ~/t:f 600, write ~/t/f, chown ~/t/f 1:2, chmod ~/t/f 750, chown ~/t 1:2, chmod ~/t "
+         "755, sync ~/t, unlink @/s:f, unlink @/s"},
         {"move, a group's directory", "mkdir s; echo a >s/f; chown 1:2 s s/f; chmod 750 s s/f; chgrp 7 ~; chmod 2775 ~",
          Ask(MoveAll, "@/s", "~/t"),
-         "mkdir ~/t 1700, create ~/t/f 600, write ~/t/f, chown ~/t/f 1:2, chmod ~/t/f 750, chown ~/t 1:2, chmod ~/t "
-         "2750, sync ~/t, unlink @/s/f, unlink @/s"},
+         "mkdir ~/t 1700, create ~/t:f 600, write ~/t/f, chown ~/t/f 1:2, chmod ~/t/f 750, chown ~/t 1:2, chmod ~/t "
+         "2750, sync ~/t, unlink @/s:f, unlink @/s"},
         {"move, second pass", "mkdir s; echo a >s/f; chown 1:2 s s/f; chmod 4750 s/f", Ask(MoveAll, "@/s", "~/t"),
-         "mkdir ~/t 1700, create ~/t/f 600, write ~/t/f, chown ~/t 1:2, chmod ~/t 755, unlink ~/t/f, create ~/t/f 600, "
-         "write ~/t/f, chown ~/t/f 1:2, chmod ~/t/f 750, chown ~/t/ 1:2, chown ~/t/f 1:2, sync ~/t, unlink @/s/f, "
+         "mkdir ~/t 1700, create ~/t:f 600, write ~/t/f, chown ~/t 1:2, chmod ~/t 755, unlink ~/t:f, create ~/t:f 600, "
+         "write ~/t/f, chown ~/t/f 1:2, chmod ~/t/f 750, chown ~/t: 1:2, chown ~/t:f 1:2, sync ~/t, unlink @/s:f, "
          "unlink @/s",
          "pwrite64:error=EIO:when=1"},
         {"move onto a file", "echo a >s; echo b >~/t; chmod 640 s; chmod 600 ~/t", Ask(MoveAll, "@/s", "~/t"),
          "truncate ~/t, chmod ~/t 600, write ~/t, chown ~/t 0:0, chmod ~/t 640, sync ~/t, unlink @/s"},
         {"combined copy", "mkdir -p s/d t; echo a >s/d/f", Ask(CopyComb, "@/s", "@/t", "1", "2", "04755"),
-         "mkdir @/t/d 1700, chmod @/t/d 755, chown @/t/d/ 1:2, chmod @/t/d 4755, create @/t/d/f 600, write @/t/d/f, "
-         "chmod @/t/d/f 755, chown @/t/d/f/ 1:2, chmod @/t/d/f 4755, sync @/t/d, unlink @/s/d/f, unlink @/s/d, unlink "
+         "mkdir @/t:d 1700, chmod @/t/d 755, chown @/t/d: 1:2, chmod @/t/d 4755, create @/t/d:f 600, write @/t/d/f, "
+         "chmod @/t/d/f 755, chown @/t/d/f: 1:2, chmod @/t/d/f 4755, sync @/t/d, unlink @/s/d:f, unlink @/s:d, unlink "
          "@/s"},
         {"combined copy, a group's directory", "echo a >s; chgrp 7 .; chmod 2775 .",
          Ask(CopyComb, "@/s", "@/t", "1", "2", "770"),
-         "create @/t 600, write @/t, chmod @/t 700, chown @/t/ 1:2, chmod @/t 770, sync @/t, unlink @/s"},
+         "create @/t 600, write @/t, chmod @/t 700, chown @/t: 1:2, chmod @/t 770, sync @/t, unlink @/s"},
         {"combined copy onto an open file", "mkdir -p s t; echo a >s/f; echo b >t/f",
          Ask(CopyComb, "@/s", "@/t", "0", "0", "600"),
-         "unlink @/t/f, create @/t/f 600, write @/t/f, chmod @/t/f 600, chown @/t/f/ 0:0, sync @/t, unlink @/s/f, "
+         "unlink @/t:f, create @/t:f 600, write @/t/f, chmod @/t/f 600, chown @/t/f: 0:0, sync @/t, unlink @/s:f, "
          "unlink @/s"},
         {"copy onto a file", "echo a >s; echo b >t; chmod 640 s; chmod 600 t", Ask(CopyAll, "@/s", "@/t"),
          "truncate @/t, chmod @/t 600, write @/t, chmod @/t 640"},
         {"copy onto an open file", "echo a >s; echo b >t; chmod 640 s; chmod 644 t", Ask(CopyAll, "@/s", "@/t"),
          "unlink @/t, create @/t 600, write @/t, chown @/t 0:0, chmod @/t 640"},
+        {"make ancestors", "", Ask(MkDir, "@/a//b/c/", "", "", "", "", 2),
+         "mkdir @/a 700, mkdir @/a:b 700, mkdir @/a/b:c 700"},
+        {"prepare ancestors", "", Ask(PrepareDir, "@/a/b", "", "1", "2", "770", 2),
+         "mkdir @/a 1700, chmod @/a 770, chown @/a: 1:2, mkdir @/a:b 1700, chmod @/a/b 770, chown @/a/b: 1:2"},
         {"prepare", "", Ask(PrepareDir, "@/t", "", "1", "2", "770", 1),
-         "mkdir @/t 1700, chmod @/t 770, chown @/t/ 1:2"},
+         "mkdir @/t 1700, chmod @/t 770, chown @/t: 1:2"},
         {"prepare, a group's directory", "chgrp 7 .; chmod 2775 .", Ask(PrepareDir, "@/t", "", "1", "2", "770", 1),
-         "mkdir @/t 1700, chmod @/t 700, chown @/t/ 1:2, chmod @/t 770"},
+         "mkdir @/t 1700, chmod @/t 700, chown @/t: 1:2, chmod @/t 770"},
     };
     for (const auto& [name, before, request, calls, fault] : rows) {
         NewTrees();
