@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
 #include <vector>
 
 #include "walk_helpers.h"
@@ -30,6 +31,9 @@ public:
     Parts(SharedWalk& partOf, const WalkDirectory& parts, const Report& outcome)
         : walk(partOf), directory(parts), report(outcome) {}
     ~Parts() {
+        if (!given.empty()) {  // an exception
+            walk.EndWithoutMemory();
+        }
         for (const auto& part : given) {
             helpers.Join(*part);
         }
@@ -132,6 +136,9 @@ SharedWalk::~SharedWalk() {
 
 bool SharedWalk::VisitChild(const WalkDirectory& directory, const char* name, unsigned char type, const Report& report,
                             int& result) {
+    if (isOutOfMemory.load(std::memory_order_relaxed)) {
+        throw std::bad_alloc();
+    }
     const ChildPath joined(directory.path, name);
     Entry entry{directory.fd, name, type, directory.path};
     entry.type = TypeOf(entry);

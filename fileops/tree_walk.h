@@ -54,6 +54,9 @@ public:
     bool VisitChild(const WalkDirectory& directory, const char* name, unsigned char type, const Report& report,
                     int& result);
 
+    /// Ends the walk on all its threads, because one of them has run out of memory: each throws at its next entry.
+    void EndWithoutMemory() { isOutOfMemory = true; }
+
 protected:
     /// Visits all entries of a directory. The caller looks at the stream's ReadError() afterwards.
     /// @return 0 or the number of the last failure; for OnFailure::Stop, the number of the walk's first failure
@@ -78,6 +81,7 @@ private:
     const OnFailure policy;
     const Threads threads;
     std::atomic<int> ending{0};
+    std::atomic<bool> isOutOfMemory{false};
 
     // Written before the first helper joins.
     unsigned seen = 0;  ///< entries, until the tree counts as large
@@ -87,7 +91,7 @@ private:
     std::mutex deep;  ///< held by the one thread that has gone deep
     std::atomic<pthread_t> deepThread{};
     std::atomic<bool> hasHelpers{false};  ///< since the first part was given away
-    unsigned helperCount = 0;             ///< helpers that work for this walk; guarded by the helpers' mutex
+    unsigned offeredParts = 0;            ///< that are not done; guarded by the helpers' mutex
 };
 
 /// A walk that needs to know nothing about a directory but that it is open.

@@ -47,6 +47,7 @@ void WalkPart::VisitAndKeep() {
         result = Visit({err, recordKind});
     } catch (...) {
         failure = std::current_exception();
+        walk.EndWithoutMemory();
     }
 }
 
@@ -55,7 +56,7 @@ WalkHelpers& WalkHelpers::Instance() {
     return *helpers;
 }
 
-WalkHelpers::WalkHelpers() : most(MostHelpers()), room(most) {}
+WalkHelpers::WalkHelpers() : most(MostHelpers()), room(PARTS_EACH * most) {}
 
 int WalkPart::Outcome(const Report& report) const {
     if (failure) {
@@ -67,7 +68,7 @@ int WalkPart::Outcome(const Report& report) const {
 
 bool WalkHelpers::HasItsShare(const SharedWalk& walk) const {
     const auto others = walks - (walk.hasHelpers ? 1 : 0);
-    return static_cast<int>(walk.helperCount) * (others + 1) >= most;
+    return static_cast<int>(walk.offeredParts) * (others + 1) >= PARTS_EACH * most;
 }
 
 bool WalkHelpers::Offer(WalkPart& part) {
@@ -81,7 +82,7 @@ bool WalkHelpers::Offer(WalkPart& part) {
         return false;
     }
     --room;
-    ++part.walk.helperCount;
+    ++part.walk.offeredParts;
     walks += part.walk.hasHelpers.exchange(true) ? 0 : 1;
     offered.notify_one();
     return true;
@@ -122,7 +123,7 @@ void* WalkHelpers::Run(void* self) {
 
 void WalkHelpers::Release(const WalkPart& part) {
     ++room;
-    --part.walk.helperCount;
+    --part.walk.offeredParts;
 }
 
 void WalkHelpers::Join(WalkPart& part) {

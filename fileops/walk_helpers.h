@@ -65,11 +65,11 @@ public:
     /// The daemon's helpers. They are never destroyed, because their threads may still run when the process exits.
     static WalkHelpers& Instance();
 
-    /// Whether a part would find a helper. May be out of date.
+    /// Whether another part may be offered. May be out of date.
     [[nodiscard]] bool HaveRoom() const { return room.load(std::memory_order_relaxed) > 0; }
 
-    /// Gives a part to a helper.
-    /// @return false if no helper is free or can be started, or if the walk already has its share
+    /// Offers a part to the helpers.
+    /// @return false if they have enough work, if none can be started, or if the walk already has its share
     [[nodiscard]] bool Offer(WalkPart& part);
     /// Waits until a part is done. If no helper has begun it, visits it on this thread.
     void Join(WalkPart& part);
@@ -84,12 +84,15 @@ private:
     static void* Run(void* self);
     /// @return false if it cannot be started
     bool StartThread();
-    /// Whether the walk has as many helpers as it may have beside the other walks.
+    /// Whether the helpers have as many parts of the walk as they may have beside the other walks'.
     [[nodiscard]] bool HasItsShare(const SharedWalk& walk) const;
     void Release(const WalkPart& part);
 
-    const int most;  ///< the largest number of helpers
-    std::atomic<int> room;
+    /// A helper has one part in work, and finds the next one waiting while the thread that offers them is busy.
+    static constexpr int PARTS_EACH = 2;
+
+    const int most;         ///< the largest number of helpers
+    std::atomic<int> room;  ///< how many more parts may be offered
 
     std::mutex mutex;  // guards all that follows
     std::condition_variable offered;
