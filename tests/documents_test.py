@@ -21,7 +21,7 @@ types = re.findall(r'"(\w+)"', between(read("wire/record_format.h"), "RECORD_TYP
 fields = re.findall(r"(st_\w+)", between(read("wire/record_format.h"), "STAT_FIELDS = {", "};"))
 PLACES = [  # a page, and the texts that it must hold
     ("docs/protocol.md", [rf"\n\| {number} \| `{name}` \|" for name, number in commands]),
-    ("tests/daemon/commands_test.cpp", [rf'", {name}, "' for name, _ in commands]),
+    ("tests/daemon/commands_test.cpp", [rf'Ask\({name}, "' for name, _ in commands]),
     ("docs/records.md", [rf"`{name}`" for name in types] + [rf"{field}:…" for field in fields]),
     ("docs/records.md", [rf"`{field}`" for field in fields]),
 ]

@@ -211,7 +211,6 @@ TEST_F(ServerTest, ConnectionThatFailsIsClosed) {
           {"sendto:retval=5:when=1", "write res msg to fd:\\d+ err, ret: 5,", false},
           {"sendto:retval=100:when=2", "write extra msg to fd:\\d+ err, ret: 100,", true}}) {
         StartWithFault({"-einject=" + std::string(fault)});
-        const std::size_t before = daemon->Used().descriptors;
         const RawClient client;
         const FileMigrateRcvMsg message = Request{Command::ListDir, tree->Path()}.Wire();
         (void)!send(client.Fd(), &message, sizeof(message), MSG_NOSIGNAL);
@@ -219,7 +218,8 @@ TEST_F(ServerTest, ConnectionThatFailsIsClosed) {
         EXPECT_EQ(recv(client.Fd(), &head, sizeof(head), MSG_WAITALL) == sizeof(head), isAnswered) << fault;
         EXPECT_LE(recv(client.Fd(), &head, sizeof(head), 0), 0) << fault;
         EXPECT_TRUE(Await(line)) << fault;
-        EXPECT_TRUE(Becomes([&] { return daemon->Used().descriptors == before; })) << fault;
+        const std::string descriptor = "/proc/" + std::to_string(daemon->Pid()) + "/fd/" + AcceptedFd(1);
+        EXPECT_TRUE(Becomes([&] { return !std::filesystem::exists(descriptor); })) << fault;
     }
 }
 
