@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cerrno>
 #include <memory>
 #include <string>
@@ -20,66 +21,64 @@ namespace {
 
 class CombinedCopy final : public CopyWalk {
 public:
-    CombinedCopy(const CopyPair& top, Link topLink, const PermPara& permPara, const Report& where)
-        : CopyWalk(OnFailure::Continue, Threads::One),
+    CombinedCopy(const CopyPair& top, Link topLink, const PermPara& permPara)
+        : CopyWalk(OnFailure::Continue, Threads::Many),
           destinationLink(topLink),
           perm(permPara),
-          report(where),
-          queue(top.src.path, top.dst.path, where) {}
+          queue(top.src.path, top.dst.path) {}
 
     /// Copies the source of a request, then runs the rest of the queue.
-    int CopyTop(const CopyPair& top, bool isDirectory);
+    int CopyTop(const CopyPair& top, bool isDirectory, const Report& report);
 
 private:
     /// A directory on both sides, open while its entries are copied.
     struct Level : CopyLevel {
-        Level() : CopyLevel{destination} {}
-
-        QueuedHandle from;
-        UniqueFd destination;
-        dev_t device = 0;  ///< of `destination`
+        QueuedHandle from{};
+        const FlushTarget* target = nullptr;  ///< of `into`
     };
 
-    int CopyFile(const CopyPair& pair, const Level& level);
-    int CopyAndFinish(const CopyPair& pair, const Level& level, CopyResult& result);
+    int CopyFile(const CopyPair& pair, const Level& level, const Report& report);
+    int CopyAndFinish(const CopyPair& pair, const Level& level, const Report& report, CopyResult& result,
+                      const FlushTarget*& copiedTo);
     int VisitPair(const CopyPair& pair, const CopyLevel& level, const Report& report) override;
-    int CopyDirectory(const CopyPair& pair, const QueuedHandle& parent);
-    int Open(const CopyPair& pair, const QueuedHandle& parent, Level& level);
-    int OpenInto(const CopyPair& pair, Level& level);
-    int CopyContents(const CopyPair& pair, const Level& level);
-    void EndIfExhausted(int error);
-    void RunIfFull() { hasEnded = queue.RunIfFull() != 0 || hasEnded; }
+    int CopyDirectory(const CopyPair& pair, const QueuedHandle& parent, const Report& report);
+    int OpenFrom(const CopyPair& pair, Level& level, const Report& report);
+    int OpenInto(const CopyPair& pair, UniqueFd& into, Level& level, const Report& report);
+    int CopyContents(const CopyPair& pair, const Level& level, const Report& report);
+    void EndIfExhausted(int error) { EndIf(error == EMFILE || error == ENFILE || error == ENOMEM); }
+    void EndIf(bool isToEnd) {
+        if (isToEnd) {
+            hasEnded = true;
+        }
+    }
 
     const Link destinationLink;
     const PermPara& perm;
-    const Report& report;
     RemovalQueue queue;
     Learned learned;
     CopyJob file{
         {.finish = Finish::Nothing, .isKeptOpen = true}, learned, &queue.Watch(), {perm.uid, perm.gid}, perm.mode};
     /// Of the request's destination. If that cannot be opened this stays zero and matches no directory.
     struct stat destination {};
-    bool hasMetDestination = false;  ///< inside the source, so the directories above it must not be removed
-    bool hasEnded = false;           ///< copy and queue nothing more; what was not copied stays
+    std::atomic<bool> hasMetDestination{false};  ///< inside the source: the directories above it must not be removed
+    /// Copy and queue nothing more; what was not copied stays. If the daemon runs out of descriptors or memory, every
+    /// other file would fail like the first, and be removed without a copy.
+    std::atomic<bool> hasEnded{false};
 };
 
-int CombinedCopy::CopyTop(const CopyPair& top, bool isDirectory) {
-    const int copyError = isDirectory ? CopyDirectory(top, nullptr) : CopyFile(top, Level());
-    const int flushError = queue.Run();
+int CombinedCopy::CopyTop(const CopyPair& top, bool isDirectory, const Report& report) {
+    const UniqueFd none;
+    const int copyError = isDirectory ? CopyDirectory(top, nullptr, report) : CopyFile(top, {{none}}, report);
+    const int flushError = queue.Run(report);
     if (flushError != 0 || queue.RemovalError() != 0) {
         return flushError != 0 ? flushError : queue.RemovalError();
     }
     return copyError;
 }
 
-/// Ends the copy if the daemon has run out of descriptors or memory. Every other file would fail like this one, and be
-/// removed without a copy.
-void CombinedCopy::EndIfExhausted(int error) {
-    hasEnded = hasEnded || error == EMFILE || error == ENFILE || error == ENOMEM;
-}
-
 /// Copies one file, then sets the copy's mode and owner by its open descriptor.
-int CombinedCopy::CopyAndFinish(const CopyPair& pair, const Level& level, CopyResult& result) {
+int CombinedCopy::CopyAndFinish(const CopyPair& pair, const Level& level, const Report& report, CopyResult& result,
+                                const FlushTarget*& copiedTo) {
     if (const int error = DoCopy(pair, file, report, result); error != 0) {
         return error;
     }
@@ -87,26 +86,26 @@ int CombinedCopy::CopyAndFinish(const CopyPair& pair, const Level& level, CopyRe
         return error;
     }
     if (result.destination) {
-        queue.NoteCopied(level.into ? level.into : result.destination, level.device, result.bytes);
+        copiedTo = level.target != nullptr ? level.target : queue.TargetOf(result.destination, 0);
     }
     return result.destination.Close() == 0 ? 0 : FailCopy(pair.src.path, pair.dst.path, errno, report);
 }
 
 /// The source is removed whether or not it was copied. It stays only if the request names one object twice, or if the
 /// daemon is exhausted.
-[[gnu::noinline]] int CombinedCopy::CopyFile(const CopyPair& pair, const Level& level) {
+[[gnu::noinline]] int CombinedCopy::CopyFile(const CopyPair& pair, const Level& level, const Report& report) {
     CopyResult result;
-    const int error = CopyAndFinish(pair, level, result);
+    const FlushTarget* copiedTo = nullptr;
+    const int error = CopyAndFinish(pair, level, report, result, copiedTo);
     EndIfExhausted(error);
     if (!result.isOntoItself && (error == 0 || !hasEnded)) {
-        queue.AddFile(level.from, pair.src.name);
-        RunIfFull();
+        EndIf(queue.AddFile(level.from, pair.src.name, copiedTo, result.bytes, report) != 0);
     }
     return error;
 }
 
 /// A child of a directory: a subdirectory is prepared before it is entered.
-int CombinedCopy::VisitPair(const CopyPair& pair, const CopyLevel& copyLevel, const Report& /*unused*/) {
+int CombinedCopy::VisitPair(const CopyPair& pair, const CopyLevel& copyLevel, const Report& report) {
     const auto& level = static_cast<const Level&>(copyLevel);
     if (hasEnded) {
         return 0;
@@ -116,7 +115,7 @@ int CombinedCopy::VisitPair(const CopyPair& pair, const CopyLevel& copyLevel, co
         return 0;
     }
     if (pair.src.type != DT_DIR) {
-        return CopyFile(pair, level);
+        return CopyFile(pair, level, report);
     }
     const int error = DoPrepareDir(pair.dst, perm, report);
     EndIfExhausted(error);
@@ -124,35 +123,36 @@ int CombinedCopy::VisitPair(const CopyPair& pair, const CopyLevel& copyLevel, co
         NoteLeftOut(pair.src, file);
         return error;
     }
-    return CopyDirectory(pair, level.from);
+    return CopyDirectory(pair, level.from, report);
 }
 
-int CombinedCopy::CopyDirectory(const CopyPair& pair, const QueuedHandle& parent) {
-    Level level;
-    int error = Open(pair, parent, level);
+int CombinedCopy::CopyDirectory(const CopyPair& pair, const QueuedHandle& parent, const Report& report) {
+    UniqueFd into;
+    Level level{{into}, std::make_shared<QueuedDirectory>(parent, pair.src)};
+    int error = OpenFrom(pair, level, report);
+    error = error == 0 ? OpenInto(pair, into, level, report) : error;
     if (error != 0) {
         EndIfExhausted(error);
         return error;
     }
-    error = CopyContents(pair, level);
+    error = CopyContents(pair, level, report);
     if (!hasEnded && !hasMetDestination && level.from->stream.ReadError() == 0) {
-        level.from->hasFailed = level.from->hasFailed || error != 0;
-        queue.AddDirectory(level.from);
-        RunIfFull();
+        if (error != 0) {
+            level.from->hasFailed = true;
+        }
+        EndIf(queue.AddDirectory(level.from, report) != 0);
     }
     return error;
 }
 
-int CombinedCopy::CopyContents(const CopyPair& pair, const Level& level) {
+int CombinedCopy::CopyContents(const CopyPair& pair, const Level& level, const Report& report) {
     const int lastError = VisitChildren(level.from->stream, pair, level, report);
     // The listing may have ended early. The entries after that point were not copied.
     const int readError = level.from->stream.ReadError();
     return readError == 0 ? lastError : Fail(Step::OpenCopyComb, pair.src.path, readError, report);
 }
 
-[[gnu::noinline]] int CombinedCopy::Open(const CopyPair& pair, const QueuedHandle& parent, Level& level) {
-    level.from =
-        std::make_shared<QueuedDirectory>(QueuedDirectory{parent, pair.src.name, DirectoryStream::Open(pair.src)});
+[[gnu::noinline]] int CombinedCopy::OpenFrom(const CopyPair& pair, Level& level, const Report& report) {
     struct stat st {};
     if (!level.from->stream || fstat(level.from->stream.Fd(), &st) != 0) {
         return Fail(Step::OpenCopyComb, pair.src.path, errno, report);
@@ -162,19 +162,19 @@ int CombinedCopy::CopyContents(const CopyPair& pair, const Level& level) {
         hasMetDestination = true;
         return FailCopy(pair.src.path, pair.dst.path, EINVAL, report);
     }
-    return OpenInto(pair, level);
+    return 0;
 }
 
 /// If the request's destination cannot be opened, the copy goes on: each entry is tried by its path and reports its own
 /// failure.
-int CombinedCopy::OpenInto(const CopyPair& pair, Level& level) {
-    level.destination = OpenDirectory(pair.dst, pair.isTop ? destinationLink : Link::Refuse);
+[[gnu::noinline]] int CombinedCopy::OpenInto(const CopyPair& pair, UniqueFd& into, Level& level, const Report& report) {
+    into = OpenDirectory(pair.dst, pair.isTop ? destinationLink : Link::Refuse);
     struct stat st {};
-    if (!level.into || fstat(level.into.Get(), &st) != 0) {
+    if (!into || fstat(into.Get(), &st) != 0) {
         EndIfExhausted(errno);
         return pair.isTop && !hasEnded ? 0 : Fail(Step::OpenCopyComb, pair.dst.path, errno, report);
     }
-    level.device = st.st_dev;
+    level.target = queue.TargetOf(into, st.st_dev);
     if (pair.isTop) {
         destination = st;
     }
@@ -195,8 +195,8 @@ int CopyCombRecurse(const std::string& src, const std::string& dst, const PermPa
     if (const int error = isDirectory ? FindOntoItself(top.src.name, top.dst.name) : 0; error != 0) {
         return ResultOf(FailCopy(src, dst, error, report));
     }
-    CombinedCopy copy(top, to.DemandsDirectory() ? Link::Refuse : Link::Follow, perm, report);
-    return ResultOf(copy.CopyTop(top, isDirectory));
+    CombinedCopy copy(top, to.DemandsDirectory() ? Link::Refuse : Link::Follow, perm);
+    return ResultOf(copy.CopyTop(top, isDirectory, report));
 }
 
 }  // namespace TAVO::FileMigrateOrvane

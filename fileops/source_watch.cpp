@@ -21,7 +21,9 @@ void SourceWatch::Note(const struct stat& st) {
         directories.insert(key);
     } else if (IsRecent(st.st_ctim)) {
         const std::lock_guard lock(mutex);
-        recent[key] = {st.st_ctim, st.st_mtim, st.st_size, /*isUnlinked=*/false};
+        // Another thread may have unlinked a name of the object since `st` was read.
+        Seen& seen = recent[key];
+        seen = {st.st_ctim, st.st_mtim, st.st_size, seen.isUnlinked};
     }
 }
 

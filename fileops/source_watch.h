@@ -32,10 +32,10 @@ public:
 private:
     using Key = std::pair<dev_t, ino_t>;
     struct Seen {
-        timespec changed;   ///< st_ctim
-        timespec modified;  ///< st_mtim
-        off_t size;
-        bool isUnlinked;  ///< it lost a name, so compare only `modified` and `size`
+        timespec changed{};   ///< st_ctim
+        timespec modified{};  ///< st_mtim
+        off_t size = 0;
+        bool isUnlinked = false;  ///< it lost a name, so compare only `modified` and `size`
     };
     [[nodiscard]] bool IsRecent(const timespec& changed) const;
 

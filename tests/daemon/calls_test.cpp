@@ -60,7 +60,7 @@ TEST_F(CallsTest, ComeInAnOrderThatIsSafeAtEachMoment) {
          "truncate ~/t, chmod ~/t 600, write ~/t, chown ~/t 0:0, chmod ~/t 640, sync ~/t, unlink @/s"},
         {"combined copy", "mkdir -p s/d t; echo a >s/d/f", Ask(CopyComb, "@/s", "@/t", "1", "2", "04755"),
          "mkdir @/t:d 1700, chmod @/t/d 755, chown @/t/d: 1:2, chmod @/t/d 4755, create @/t/d:f 600, write @/t/d/f, "
-         "chmod @/t/d/f 755, chown @/t/d/f: 1:2, chmod @/t/d/f 4755, sync @/t/d, unlink @/s/d:f, unlink @/s:d, unlink "
+         "chmod @/t/d/f 755, chown @/t/d/f: 1:2, chmod @/t/d/f 4755, sync @/t, unlink @/s/d:f, unlink @/s:d, unlink "
          "@/s"},
         {"combined copy, a group's directory", "echo a >s; chgrp 7 .; chmod 2775 .",
          Ask(CopyComb, "@/s", "@/t", "1", "2", "770"),

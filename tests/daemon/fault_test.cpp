@@ -232,7 +232,7 @@ TEST_F(FaultTest, LateErrorsFailTheRequestAndLoseNothing) {
         {{MoveAll, "@/pipe", "~/dst", "@/pipe"}, "close", "~/dst/d/a", "COPY"},
         {{CopyComb, "@/src", "@/sub", ""}, "close", "@/sub/d/a", "COPY"},
         {{MoveAll, "@/src", "~/dst", "@/src"}, "syncfs", "~/dst", "COPY"},
-        {{CopyComb, "@/src", "@/sub", "@/src"}, "syncfs", "@/sub/d", "COPY"},
+        {{CopyComb, "@/src", "@/sub", "@/src"}, "syncfs", "@/sub", "COPY"},
     };
     for (const auto& [way, call, path, record] : rows) {
         bool isInjected = true;

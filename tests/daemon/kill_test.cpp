@@ -1,5 +1,5 @@
 // SIGKILL while the daemon works on a request, then a new daemon and the same request again. The request is first made
-// under strace to see which system calls the daemon makes, then once for each of them, with the kill in its place. By
+// under strace to see which system calls its workers make, then once for each of them, with the kill in its place. By
 // default only some are tried; with FILE_MIGRATE_KILLS=all, every one.
 #include <fstream>
 #include <iostream>
@@ -82,8 +82,8 @@ protected:
         return Trace(daemon->Pid(), expression);
     }
 
-    /// Every call of the daemon as strace's expression for a kill in its place; strace counts the calls of each name in
-    /// each thread.
+    /// Every call of the workers and their helpers as strace's expression for a kill in its place; strace counts the
+    /// calls of each name in each thread. Attaching restarts a call of the event loop.
     std::vector<std::string> KillsOf(const Way& way) {
         MakeTrees(way.files);
         const pid_t strace = TraceNewDaemon("trace=all");
@@ -96,7 +96,7 @@ protected:
         std::ifstream lines(CALLS);
         std::smatch match;
         for (std::string text; std::getline(lines, text);) {
-            if (std::regex_match(text, match, line)) {
+            if (std::regex_match(text, match, line) && match.str(1) != std::to_string(daemon->Pid())) {
                 const int count = ++counts[match.str(1) + match.str(2)];
                 kills.insert("inject=" + match.str(2) + ":signal=KILL:when=" + std::to_string(count));
             }

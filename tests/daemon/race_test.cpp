@@ -186,6 +186,8 @@ TEST_F(RaceTest, NothingOutsideTheTreeIsChangedOrCopied) {
         {"move of children, destination gone", {MoveSub, "@/s", "~/t"}, "~/t", true, TakeAway},
         {"combined copy, source", {CopyComb, "@/s", "@/t", "1", "2", "750"}, "@/s"},
         {"combined copy, destination", {CopyComb, "@/s", "@/t", "1", "2", "750"}, "@/t"},
+        {"combined copy, source, large", {CopyComb, "@/s", "@/t", "1", "2", "750"}, "@/s", true, Exchange, true},
+        {"combined copy, destination, large", {CopyComb, "@/s", "@/t", "1", "2", "750"}, "@/t", true, Exchange, true},
         {"combined copy, destination gone", {CopyComb, "@/s", "@/t", "1", "2", "750"}, "@/t", true, TakeAway},
         {"prepare a directory", {PrepareDir, "@/p/d", "", "1", "2", "777", 1}, "@/p", false},
         {"prepare with ancestors", {PrepareDir, "@/p/d/x/y", "", "1", "2", "777", 2}, "@/p", false},

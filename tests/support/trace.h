@@ -16,8 +16,8 @@
 
 namespace TAVO::FileMigrateOrvane::Testing {
 
-/// Attaches strace to a running daemon. When this returns, strace counts the calls of every thread. It also counts those
-/// of the threads that are started later.
+/// Attaches strace to a running daemon. When this returns, strace counts the calls of every thread. It also counts
+/// those of the threads that are started later.
 /// @return strace's process id, for StopTrace
 inline pid_t Trace(pid_t daemon, const std::string& expression) {
     std::vector<std::string> words = {"strace", "-fqqo", CALLS, "-e", expression, "-p", std::to_string(daemon)};
