@@ -38,8 +38,7 @@ private:
     };
 
     int CopyFile(const CopyPair& pair, const Level& level, const Report& report);
-    int CopyAndFinish(const CopyPair& pair, const Level& level, const Report& report, CopyResult& result,
-                      const FlushTarget*& copiedTo);
+    int CopyAndFinish(const CopyPair& pair, const Report& report, CopyResult& result);
     int VisitPair(const CopyPair& pair, const CopyLevel& level, const Report& report) override;
     int CopyDirectory(const CopyPair& pair, const QueuedHandle& parent, const Report& report);
     int OpenFrom(const CopyPair& pair, Level& level, const Report& report);
@@ -77,29 +76,26 @@ int CombinedCopy::CopyTop(const CopyPair& top, bool isDirectory, const Report& r
 }
 
 /// Copies one file, then sets the copy's mode and owner by its open descriptor.
-int CombinedCopy::CopyAndFinish(const CopyPair& pair, const Level& level, const Report& report, CopyResult& result,
-                                const FlushTarget*& copiedTo) {
+int CombinedCopy::CopyAndFinish(const CopyPair& pair, const Report& report, CopyResult& result) {
     if (const int error = DoCopy(pair, file, report, result); error != 0) {
         return error;
     }
-    if (const int error = SetModeAndOwner(result.destination, pair.dst.path, perm, report); error != 0) {
-        return error;
-    }
-    if (result.destination) {
-        copiedTo = level.target != nullptr ? level.target : queue.TargetOf(result.destination, 0);
-    }
-    return result.destination.Close() == 0 ? 0 : FailCopy(pair.src.path, pair.dst.path, errno, report);
+    return SetModeAndOwner(result.destination, pair.dst.path, perm, report);
 }
 
 /// The source is removed whether or not it was copied. It stays only if the request names one object twice, or if the
 /// daemon is exhausted.
 [[gnu::noinline]] int CombinedCopy::CopyFile(const CopyPair& pair, const Level& level, const Report& report) {
     CopyResult result;
-    const FlushTarget* copiedTo = nullptr;
-    const int error = CopyAndFinish(pair, level, report, result, copiedTo);
+    Written written;
+    int error = CopyAndFinish(pair, report, result);
+    if (error == 0 && result.destination) {
+        written = {level.target != nullptr ? level.target : queue.TargetOf(result.destination, 0), result.bytes};
+        error = result.destination.Close() == 0 ? 0 : FailCopy(pair.src.path, pair.dst.path, errno, report);
+    }
     EndIfExhausted(error);
     if (!result.isOntoItself && (error == 0 || !hasEnded)) {
-        EndIf(queue.AddFile(level.from, pair.src.name, copiedTo, result.bytes, report) != 0);
+        EndIf(queue.AddFile(level.from, pair.src.name, written, report) != 0);
     }
     return error;
 }

@@ -18,7 +18,6 @@ namespace {
 
 /// The mode bits that mkdir() sets; it inherits the set-group-ID bit from the parent instead.
 constexpr mode_t DIRECTORY_BITS = 01777;
-constexpr int ANCESTOR_FLAGS = O_PATH | O_DIRECTORY | O_CLOEXEC;
 
 /// Neither a file nor a directory nor a link.
 bool IsOther(const struct stat& st) {
@@ -261,30 +260,6 @@ int CopyStrictly(const CopyPair& pair, CopyJob& job, const Report& report, CopyR
         result.isOntoItself = true;
     }
     return error;
-}
-
-int FindOntoItself(const std::string& src, const std::string& dst) {
-    struct stat source {};
-    if (lstat(src.c_str(), &source) != 0) {
-        return 0;
-    }
-    std::string path = dst;
-    UniqueFd directory(open(path.c_str(), ANCESTOR_FLAGS));
-    // For a missing path, a dangling link or a link loop, start from the directory that holds the name.
-    while (!directory && (IsNotFound(errno) || errno == ELOOP) && DirName(path) != path) {
-        path = DirName(path);
-        directory = UniqueFd(open(path.c_str(), ANCESTOR_FLAGS));
-    }
-    struct stat here {};
-    struct stat below {};
-    while (directory && fstat(directory.Get(), &here) == 0 && !IsSame(here, below)) {
-        if (IsSame(here, source)) {
-            return below.st_ino == 0 && path == dst ? EEXIST : EINVAL;
-        }
-        below = here;
-        directory = UniqueFd(openat(directory.Get(), "..", ANCESTOR_FLAGS));
-    }
-    return 0;
 }
 
 void NoteLeftOut(const Entry& src, const CopyJob& job) {

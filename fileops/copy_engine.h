@@ -18,10 +18,6 @@ namespace TAVO::FileMigrateOrvane {
 ///         ENOTDIR for a link in place of a directory below the destination, or another error number
 [[nodiscard]] int CopyStrictly(const CopyPair& pair, CopyJob& job, const Report& report, CopyResult& result);
 
-/// Checks whether `dst` is the directory `src` (EEXIST), or is or would be inside it (EINVAL), under any name.
-/// @return 0 if neither
-[[nodiscard]] int FindOntoItself(const std::string& src, const std::string& dst);
-
 /// Opens the top of a copy's destination as a directory, see OpenDirectory. Stored in `result`.
 /// @return 0 or an error number
 [[nodiscard]] int OpenDestination(const Entry& dst, Link topLink, CopyResult& result);

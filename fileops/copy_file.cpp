@@ -4,8 +4,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <optional>
+
+#include "path_helpers.h"
 
 namespace TAVO::FileMigrateOrvane {
 namespace {

@@ -3,16 +3,9 @@
 // through the new one. Otherwise a new file replaces it.
 #pragma once
 
-#include <cerrno>
-
 #include "copy_job.h"
 
 namespace TAVO::FileMigrateOrvane {
-
-/// Whether an error says that there is no such object.
-[[nodiscard]] inline bool IsNotFound(int error) {
-    return error == ENOENT || error == ENOTDIR;
-}
 
 /// Copies a file, also into an existing directory under its own name.
 /// @param result  of this file only

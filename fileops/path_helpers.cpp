@@ -10,6 +10,7 @@
 #include "directory_stream.h"
 #include "error_record.h"
 #include "record_file.h"
+#include "unique_fd.h"
 
 namespace TAVO::FileMigrateOrvane {
 
@@ -73,6 +74,31 @@ int GetExistedPath(const std::string& path, std::string& existedPath, int& err, 
         return -1;
     }
     existedPath = current;
+    return 0;
+}
+
+int FindOntoItself(const std::string& src, const std::string& dst) {
+    constexpr int ancestor = O_PATH | O_DIRECTORY | O_CLOEXEC;
+    struct stat source {};
+    if (lstat(src.c_str(), &source) != 0) {
+        return 0;
+    }
+    std::string path = dst;
+    UniqueFd directory(open(path.c_str(), ancestor));
+    // For a missing path, a dangling link or a link loop, start from the directory that holds the name.
+    while (!directory && (IsNotFound(errno) || errno == ELOOP) && DirName(path) != path) {
+        path = DirName(path);
+        directory = UniqueFd(open(path.c_str(), ancestor));
+    }
+    struct stat here {};
+    struct stat below {};
+    while (directory && fstat(directory.Get(), &here) == 0 && !IsSame(here, below)) {
+        if (IsSame(here, source)) {
+            return below.st_ino == 0 && path == dst ? EEXIST : EINVAL;
+        }
+        below = here;
+        directory = UniqueFd(openat(directory.Get(), "..", ancestor));
+    }
     return 0;
 }
 

@@ -5,6 +5,7 @@
 // record_file.h). The function in which a failure occurs logs and records it, once.
 #pragma once
 
+#include <cerrno>
 #include <string>
 
 #include "entry.h"
@@ -12,6 +13,11 @@
 #include "string_list.h"
 
 namespace TAVO::FileMigrateOrvane {
+
+/// Whether an error says that there is no such object.
+[[nodiscard]] inline bool IsNotFound(int error) {
+    return error == ENOENT || error == ENOTDIR;
+}
 
 /// The parent directory as dirname(3) computes it: "." for a bare name and for an empty path, "/" for "/".
 [[nodiscard]] std::string DirName(const std::string& path);
@@ -41,5 +47,9 @@ namespace TAVO::FileMigrateOrvane {
 /// Finds the nearest existing ancestor, or the path itself. The caller passes `err` as 0.
 /// @return 0, or -1 with `existedPath` unchanged
 [[nodiscard]] int GetExistedPath(const std::string& path, std::string& existedPath, int& err, int recordKind);
+
+/// Checks whether `dst` is the directory `src` (EEXIST), or is or would be inside it (EINVAL), under any name.
+/// @return 0 if neither
+[[nodiscard]] int FindOntoItself(const std::string& src, const std::string& dst);
 
 }  // namespace TAVO::FileMigrateOrvane

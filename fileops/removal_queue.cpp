@@ -38,9 +38,9 @@ const FlushTarget* RemovalQueue::TargetOf(const UniqueFd& opened, dev_t device) 
     return targets.emplace_back(std::make_unique<FlushTarget>(FlushTarget{device, std::move(object)})).get();
 }
 
-int RemovalQueue::AddFile(const QueuedHandle& directory, const char* name, const FlushTarget* copiedTo,
-                          std::int64_t bytes, const Report& report) {
-    return Add({directory, name, bytes}, copiedTo, report);
+int RemovalQueue::AddFile(const QueuedHandle& directory, const char* name, const Written& written,
+                          const Report& report) {
+    return Add({directory, name, written.bytes}, written.target, report);
 }
 
 int RemovalQueue::AddDirectory(const QueuedHandle& directory, const Report& report) {

@@ -42,6 +42,12 @@ struct FlushTarget {
     UniqueFd object;  ///< on it; empty if it could not be opened, and then the flush fails
 };
 
+/// What the copy of a file has written.
+struct Written {
+    const FlushTarget* target = nullptr;  ///< null if nothing was copied
+    std::int64_t bytes = 0;
+};
+
 class RemovalQueue {
 public:
     /// @param source, destination  the request's paths, for messages
@@ -59,9 +65,7 @@ public:
     /// Queues a source file whose copy is complete or has failed. If that completes a batch, starts its flush and
     /// removes the batch before it.
     /// @param directory  null for the path of the request
-    /// @param copiedTo   null if it was not copied
-    int AddFile(const QueuedHandle& directory, const char* name, const FlushTarget* copiedTo, std::int64_t bytes,
-                const Report& report);
+    int AddFile(const QueuedHandle& directory, const char* name, const Written& written, const Report& report);
     /// The same for a source directory, after everything in it was queued. What it still holds when its turn comes is
     /// removed with it.
     int AddDirectory(const QueuedHandle& directory, const Report& report);

@@ -134,13 +134,12 @@ SharedWalk::~SharedWalk() {
     }
 }
 
-bool SharedWalk::VisitChild(const WalkDirectory& directory, const char* name, unsigned char type, const Report& report,
-                            int& result) {
+bool SharedWalk::VisitChild(const WalkDirectory& directory, ListedName name, const Report& report, int& result) {
     if (isOutOfMemory.load(std::memory_order_relaxed)) {
         throw std::bad_alloc();
     }
-    const ChildPath joined(directory.path, name);
-    Entry entry{directory.fd, name, type, directory.path};
+    const ChildPath joined(directory.path, name.text);
+    Entry entry{directory.fd, name.text, name.type, directory.path};
     entry.type = TypeOf(entry);
     const int error = EndedAt() == 0 ? VisitEntry(entry, directory, report) : EndedAt();
     result = error != 0 ? error : result;
@@ -180,7 +179,7 @@ int SharedWalk::VisitEntries(DirectoryStream& stream, const WalkDirectory& direc
             parts = std::make_unique<Parts>(*this, directory, report);
         }
         if (!isForHelpers || !parts->Keep(*child)) {
-            goesOn = VisitChild(directory, child->d_name, child->d_type, report, result);
+            goesOn = VisitChild(directory, {child->d_name, child->d_type}, report, result);
         }
     }
     if (parts != nullptr) {

@@ -39,6 +39,12 @@ struct WalkDirectory {
     std::string* copyPath = nullptr;  ///< only in a copy: the path of its destination; belongs to the thread
 };
 
+/// A name in a directory, with the type that the listing gave.
+struct ListedName {
+    const char* text;
+    unsigned char type;
+};
+
 /// What all walks have in common.
 class SharedWalk {
 public:
@@ -48,11 +54,9 @@ public:
     SharedWalk& operator=(const SharedWalk&) = delete;
 
     /// Visits a child of an open directory.
-    /// @param type  as the listing gave it
     /// @param result  receives the number of a failure
     /// @return whether the walk goes on
-    bool VisitChild(const WalkDirectory& directory, const char* name, unsigned char type, const Report& report,
-                    int& result);
+    bool VisitChild(const WalkDirectory& directory, ListedName name, const Report& report, int& result);
 
     /// Ends the walk on all its threads, because one of them has run out of memory: each throws at its next entry.
     void EndWithoutMemory() { isOutOfMemory = true; }

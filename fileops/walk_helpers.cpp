@@ -34,7 +34,7 @@ int WalkPart::Visit(const Report& report) {
     int error = 0;
     for (const char* at = names.c_str(); at < names.c_str() + names.length();) {
         const char* name = at + 1;
-        if (!walk.VisitChild(directory, name, static_cast<unsigned char>(*at), report, error)) {
+        if (!walk.VisitChild(directory, {name, static_cast<unsigned char>(*at)}, report, error)) {
             break;
         }
         at = name + std::char_traits<char>::length(name) + 1;
