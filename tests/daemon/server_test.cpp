@@ -107,7 +107,8 @@ TEST_F(ServerTest, GivesUpWithoutSocketOrWorkers) {
         return;  // a thread of the sanitizer's own may be among the first three
     }
     const std::string over = "I [ThreadTaskExecute] Task thread exit", waited = "wait taskthread exit.";
-    EXPECT_EQ(Start({{}, {"strace", "-fqqo", CALLS, "-einject=clone3:error=EAGAIN:when=3"}, false}).WaitExit(), 0);
+    EXPECT_EQ(Start({{}, {"strace", "-fqqo", CALLS, "-einject=clone,clone3:error=EAGAIN:when=3"}, false}).WaitExit(),
+              0);
     EXPECT_EQ(Found(".+"), (Strings{asked, over, over, "I [ReleaseThreadTask] ReleaseThreadTask " + waited,
                                     "E [ThreadPoolInit] Failed to create thread."}));
 }
