@@ -119,7 +119,8 @@ protected:
     /// to the log are listed separately. Left out are calls whose failure makes the C library or a sanitizer abort, the
     /// allocator's calls, and calls that strace has no name for.
     static std::map<std::string, std::set<int>> CallsMade() {
-        static const std::regex line(R"((\d+) +(?!futex|syscall_|m?map|munmap|mprotect|brk|madvise)(\w+)\((2,)?.*)");
+        static const std::regex line(
+            R"((\d+) +(?!futex|restart_|syscall_|m?map|munmap|mprotect|brk|madvise)(\w+)\((2,)?.*)");
         std::map<std::string, int> counts;
         std::map<std::string, std::set<int>> calls;
         std::ifstream lines(CALLS);

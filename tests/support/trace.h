@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -28,7 +29,9 @@ inline pid_t Trace(pid_t daemon, const std::string& expression) {
     const auto every = [&traced](const char* line) {
         return Becomes([&] {
             return std::all_of(traced.begin(), traced.end(), [line](const std::filesystem::path& task) {
-                return ReadFile(task / "status").find(line) != std::string::npos;
+                std::ifstream stream(task / "status");
+                const std::string status{std::istreambuf_iterator<char>(stream), {}};
+                return status.empty() || status.find(line) != std::string::npos;  // empty: the thread has ended
             });
         });
     };
