@@ -120,7 +120,7 @@ protected:
     /// allocator's calls, and calls that strace has no name for.
     static std::map<std::string, std::set<int>> CallsMade() {
         static const std::regex line(
-            R"((\d+) +(?!futex|restart_|rseq|syscall_|m?map|munmap|mprotect|brk|madvise)(\w+)\((2,)?.*)");
+            R"((\d+) +(?!futex|restart_|rseq|sched_|sigalt|syscall_|m?map|munmap|mprotect|brk|madvise)(\w+)\((2,)?.*)");
         std::map<std::string, int> counts;
         std::map<std::string, std::set<int>> calls;
         std::ifstream lines(CALLS);
