@@ -83,9 +83,7 @@ Reading RecordReader::ReadRefused(const RecordStart& start) const {
     reading.line.end = timesAt + Landmarks::TIMES_LENGTH;
     reading.snapshots.end = reading.line.end;
     reading.snapshots.isWhole = true;
-    Cursor next(text.bytes, reading.line.end);
-    next.SkipNewlines();
-    reading.snapshots.isClean = next.Position() == text.bytes.size() || text.landmarks.IsStart(next.Position());
+    reading.snapshots.isClean = IsFollowedByRecord(reading.line.end);
     return reading;
 }
 

@@ -236,7 +236,7 @@ typedef struct file_migrate_growth file_migrate_growth;
 
 // Measures the source, which may soon be gone, and the destination. Call it before the transfer, with the command of
 // the transfer and absolute paths. NULL options mean the defaults. Returns NULL if measuring is useless (a rename takes
-// no time) or could fail, if the command is none that moves or copies, or if there is no memory.
+// no time) or could fail, if the command neither moves nor copies, or if there is no memory.
 file_migrate_growth* file_migrate_growth_new(const file_migrate_options* options, file_migrate_command command,
                                              const char* src, const char* dst);
 
