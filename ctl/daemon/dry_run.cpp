@@ -44,6 +44,8 @@ public:
         }
     }
 
+    bool IsEmpty(const std::string& directory) { return NamesIn(directory).empty() && isWhole; }
+
     std::uint64_t directories = 0;
     std::uint64_t others = 0;
     std::uint64_t replaced = 0;
@@ -108,45 +110,70 @@ Verdict OntoNothing(const Place& destination, bool needsDirectory) {
                           : Verdict{"nothing would be replaced: " + path + " does not exist"};
 }
 
-Verdict IntoDirectory(const Place& destination, const Survey& survey, bool moves) {
+/// The children of the source go into an existing directory, or the contents of a copied directory do.
+Verdict IntoDirectory(const Place& destination, const Survey& survey, const char* ofDirectories) {
     const std::string path = Printable(destination.path);
     if (destination.kind == Place::Kind::Other) {
         return {path + " is a link or a file; the command would fail if it is a file"};
     }
-    return {CountedObjects(survey.replaced) + " in " + path + " would be replaced" +
-            (moves ? "; an existing directory is replaced if it is empty, and merged across file systems" : "")};
+    return {CountedObjects(survey.replaced) + " in " + path + " would be replaced" + ofDirectories};
 }
 
-Verdict OntoObject(const Place& source, const Place& destination, const Survey& survey, bool moves) {
+/// What a move does with a child that is a directory, if there is one with its name at the destination.
+const char* MoveOfDirectories(std::optional<bool> isAcross) {
+    return !isAcross   ? "; an existing directory is replaced if it is empty, and merged across file systems"
+           : *isAcross ? "; existing directories would be merged"
+                       : "; an existing directory is replaced if it is empty; otherwise it would fail";
+}
+
+Verdict MoveOntoDirectory(const Place& source, const Place& destination, Survey& survey, std::optional<bool> isAcross) {
     const std::string path = Printable(destination.path);
-    if (source.kind == Place::Kind::Directory && destination.kind == Place::Kind::Directory) {
-        return {path +
-                " is replaced if it is empty; otherwise it would fail. Across file systems the directories are "
-                "merged and " +
-                CountedObjects(survey.replaced) + " replaced"};
+    if (source.kind != Place::Kind::Directory) {
+        return !isAcross   ? Verdict{path + " is a directory and the source is not: it would fail, or across file " +
+                                   "systems move the source into the directory"}
+               : *isAcross ? Verdict{path + " is a directory: the source would be moved into it"}
+                           : Verdict{"it would fail: " + path + " is a directory and the source is not", true};
     }
-    if (source.kind == Place::Kind::Directory) {
-        return {"it would fail: " + path + " is not a directory", true};
+    const std::string merged = "the directories would be merged and " + CountedObjects(survey.replaced) + " replaced";
+    if (isAcross.value_or(false)) {
+        return {path + " exists: " + merged};
     }
-    return destination.kind == Place::Kind::Other ? Verdict{path + " would be replaced"}
-           : moves                                ? Verdict{path +
-                             " is a directory and the source is not: it would fail, or across file systems move "
-                                                            "the source into the directory"}
-                   : Verdict{path + " is a directory: the source would be copied into it"};
+    if (survey.IsEmpty(destination.path)) {
+        return {"the empty directory " + path + " would be replaced"};
+    }
+    return isAcross ? Verdict{"it would fail: " + path + " is not empty", true}
+                    : Verdict{path + " is not empty: it would fail, or across file systems " + merged};
 }
 
-Verdict Judge(const SubCommand& command, const Place& source, const Place& destination, const Survey& survey) {
+Verdict OntoObject(const Place& source, const Place& destination) {
+    const std::string path = Printable(destination.path);
+    if (destination.kind == Place::Kind::Directory) {
+        return {path + " is a directory: the source would be copied into it"};
+    }
+    return source.kind == Place::Kind::Directory ? Verdict{"it would fail: " + path + " is not a directory", true}
+                                                 : Verdict{path + " would be replaced"};
+}
+
+Verdict Judge(const SubCommand& command, const Place& source, const Place& destination, Survey& survey,
+              std::optional<bool> isAcross) {
     const bool isDirectory = source.kind == Place::Kind::Directory;
     const bool needsDirectory = command.Is(MeansChildren) || (command.Is(TakesForce) && isDirectory);
-    const bool isMerged = !command.Is(Moves) && isDirectory && destination.kind == Place::Kind::Directory;
-    if (source.path != destination.path && IsWithin(destination, source)) {
+    const bool isOntoDirectory = destination.kind == Place::Kind::Directory;
+    if (source.path == destination.path) {
+        return command.Is(Moves) ? Verdict{"nothing would change: the source is the destination"}
+                                 : Verdict{"it would fail: the source is the destination", true};
+    }
+    if (IsWithin(destination, source)) {
         return {"it would fail: " + Printable(destination.path) + " lies inside the source", true};
     }
     if (!destination.Exists()) {
         return OntoNothing(destination, needsDirectory);
     }
-    return needsDirectory || isMerged ? IntoDirectory(destination, survey, command.Is(Moves))
-                                      : OntoObject(source, destination, survey, command.Is(Moves));
+    if (needsDirectory || (!command.Is(Moves) && isDirectory && isOntoDirectory)) {
+        return IntoDirectory(destination, survey, command.Is(Moves) ? MoveOfDirectories(isAcross) : "");
+    }
+    return command.Is(Moves) && isOntoDirectory ? MoveOntoDirectory(source, destination, survey, isAcross)
+                                                : OntoObject(source, destination);
 }
 
 /// What would not arrive.
@@ -216,7 +243,7 @@ Answer DryRun(const SubCommand& command, Client& client, const Arguments& argume
     Survey survey(client, items);
     CountSource(command, source, destination, survey, items);
     const Size size = survey.isWhole ? client.UsedSpace(source.path) : Size();
-    Verdict verdict = goesSomewhere ? Judge(command, source, destination, survey) : Verdict();
+    Verdict verdict = goesSomewhere ? Judge(command, source, destination, survey, preflight.isAcross) : Verdict();
     if (!preflight.refusal.empty()) {
         verdict = {"it would fail: " + preflight.refusal, true};
     }

@@ -23,7 +23,7 @@ constexpr std::size_t SHOWN_PATHS = 3;
 /// A tree, as far as it can be read.
 struct Tree {
     Losses losses;
-    std::uint64_t objects = 1;  ///< with its top
+    std::uint64_t objects = 0;  ///< files and directories, with its top
     std::uint64_t bytes = 0;    ///< allocated by its files
 };
 
@@ -65,13 +65,16 @@ std::optional<struct statx> MountOf(const std::string& path, int flags) {
     return isKnown ? std::optional(st) : std::nullopt;
 }
 
-/// Whether rename cannot move the source there: another file system, or another mount of the same one.
-bool IsAcross(const std::string& source, const std::string& directory) {
+/// Whether rename cannot move the source there: another file system, or another mount of the same one. Unset if the
+/// tool may not look.
+std::optional<bool> IsAcross(const std::string& source, const std::string& directory) {
     const auto from = MountOf(source, AT_SYMLINK_NOFOLLOW);
     const auto to = MountOf(directory, 0);
-    return from && to &&
-           (from->stx_dev_major != to->stx_dev_major || from->stx_dev_minor != to->stx_dev_minor ||
-            ((from->stx_mask & to->stx_mask & STATX_MNT_ID) != 0 && from->stx_mnt_id != to->stx_mnt_id));
+    if (!from || !to) {
+        return std::nullopt;
+    }
+    return from->stx_dev_major != to->stx_dev_major || from->stx_dev_minor != to->stx_dev_minor ||
+           ((from->stx_mask & to->stx_mask & STATX_MNT_ID) != 0 && from->stx_mnt_id != to->stx_mnt_id);
 }
 
 bool IsDirectory(const std::string& path) {
@@ -79,15 +82,20 @@ bool IsDirectory(const std::string& path) {
     return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
-/// Whether a file system that reports `available` units has fewer than `needed`. Some report 0 of 0.
+/// "1 inode", "2 inodes".
+std::string Counted(std::uint64_t count, const char* what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+/// What the tree needs and a file system does not have; empty if it has enough. Some report 0 inodes of 0.
 std::string Lacking(const struct statvfs& target, const Tree& tree) {
     const std::uint64_t free = std::uint64_t{target.f_bfree} * target.f_frsize;
     if (free < tree.bytes) {
         return "needs " + HumanSize(tree.bytes / 1024) + ", and only " + HumanSize(free / 1024) + " are free at ";
     }
     return target.f_files != 0 && target.f_ffree < tree.objects
-               ? "has " + std::to_string(tree.objects) + " objects, and only " + std::to_string(target.f_ffree) +
-                     " inodes are free at "
+               ? "needs " + Counted(tree.objects, "inode") + ", and only " + std::to_string(target.f_ffree) +
+                     " are free at "
                : std::string();
 }
 
@@ -111,6 +119,15 @@ std::string CombinedCopyRefusal(const Arguments& arguments, const Tree& tree) {
     return lacking.empty() ? lacking : "the source " + lacking + Printable(directory);
 }
 
+/// A path from the table of mounts, in which a space is "\040" and a backslash "\134".
+std::string Unescaped(std::string text) {
+    constexpr std::size_t digits = 3;
+    for (std::size_t at = text.find('\\'); at != std::string::npos; at = text.find('\\', at + 1)) {
+        text.replace(at, digits + 1, 1, static_cast<char>(std::stoi(text.substr(at + 1, digits), nullptr, 8)));
+    }
+    return text;
+}
+
 /// Mount points below a path. The daemon goes into them, as rm and mv do.
 std::vector<std::string> MountsBelow(const std::string& path) {
     std::error_code error;
@@ -118,8 +135,9 @@ std::vector<std::string> MountsBelow(const std::string& path) {
     std::vector<std::string> mounts;
     std::ifstream table("/proc/self/mounts");
     for (std::string device, directory, rest; table >> device >> directory && std::getline(table, rest);) {
-        if (!error && (directory + "/").starts_with(top)) {
-            mounts.push_back(directory);
+        const std::string mount = Unescaped(directory);
+        if (!error && (mount + "/").starts_with(top)) {
+            mounts.push_back(mount);
         }
     }
     return mounts;
@@ -131,15 +149,12 @@ std::string Preflight::LossText() const {
     if (!losses || (losses->Count() == 0 && losses->isWhole)) {
         return {};
     }
-    const auto counted = [](std::uint64_t count, const char* what) {
-        return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
-    };
     std::string text = losses->isWhole ? "" : "the source could not be read completely; at least ";
     if (losses->links > 0 || losses->specialFiles == 0) {
-        text += counted(losses->links, "symbolic link");
+        text += Counted(losses->links, "symbolic link");
     }
     if (losses->specialFiles > 0) {
-        text += (losses->links > 0 ? " and " : "") + counted(losses->specialFiles, "special file");
+        text += (losses->links > 0 ? " and " : "") + Counted(losses->specialFiles, "special file");
     }
     text += " would be lost";
     for (const std::string& path : losses->firstPaths) {
@@ -172,8 +187,10 @@ Preflight Inspect(const SubCommand& command, const Arguments& arguments) {
     }
     const std::string directory =
         command.Is(MeansChildren) ? arguments.destination : Reader::ParentOf(arguments.destination);
-    const bool copies = command.Is(TakesForce) || (command.Is(Moves) && IsAcross(arguments.path, directory));
-    if (copies) {
+    if (command.Is(Moves)) {
+        preflight.isAcross = IsAcross(arguments.path, directory);
+    }
+    if (command.Is(TakesForce) || preflight.isAcross.value_or(false)) {
         const Tree tree = LookAtTree(arguments.path);
         preflight.losses = tree.losses;
         if (command.Is(TakesForce)) {

@@ -27,6 +27,7 @@ struct Losses {
 
 struct Preflight {
     std::string refusal;                ///< why the source would be lost altogether; empty if nothing is wrong
+    std::optional<bool> isAcross;       ///< whether a move cannot rename; unset if the tool may not look
     std::optional<Losses> losses;       ///< unset if the request cannot lose links and special files
     std::vector<std::string> warnings;  ///< other things to know before the request is sent
 

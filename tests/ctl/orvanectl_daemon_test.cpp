@@ -1,4 +1,6 @@
 // The tool's own questions to the real daemon: progress, dry runs, status. They must leave no records.
+#include <sys/mount.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -88,6 +90,16 @@ TEST_F(OrvanectlDaemonTest, SaysWhatWouldBeLostBeforeItIs) {
         {"copy src src/file --dry-run", 1,
          "orvanectl: copy " + tree->Path("src") + " -> " + tree->Path("src/file") +
              ": it would fail: " + tree->Path("src/file") + " lies inside the source\n"},
+        {"copy src src --dry-run", 1,
+         "orvanectl: copy " + tree->Path("src") + " -> " + tree->Path("src") +
+             ": it would fail: the source is the destination\n"},
+        {"move into src --dry-run", 1,
+         "orvanectl: move " + tree->Path("into") + " -> " + tree->Path("src") +
+             ": it would fail: " + tree->Path("src") + " is not empty\n"},
+        {"move src/file into --dry-run", 1,
+         "orvanectl: move " + tree->Path("src/file") + " -> " + tree->Path("into") +
+             ": it would fail: " + tree->Path("into") + " is a directory and the source is not\n"},
+        {"move src into --dry-run", 0, ""},  // into is empty
         {"mkdir src/file", 1,
          "orvanectl: mkdir " + tree->Path("src/file") + ": the path exists and is not a directory\n"},
         {"move dangling x", 3,
@@ -132,6 +144,23 @@ TEST_F(OrvanectlDaemonTest, DryRunListsEachObject) {
     EXPECT_TRUE(Has(RunIn(*tree, "rm into/old --dry-run -i --json").out,
                     R"("objects":[{"action":"remove","path":")" + tree->Path("into/old") + R"(","directory":false}])"));
     EXPECT_EQ(RunIn(*tree, "rm src -i").status, 2);
+}
+
+TEST_F(OrvanectlDaemonTest, ChecksASmallFileSystemWithASpaceInItsPath) {
+    Start();
+    const std::string small = tree->Dir("has/a space"), file = tree->File("file");
+    if (mount("small", small.c_str(), "tmpfs", 0, "nr_inodes=2") != 0) {
+        GTEST_SKIP() << "needs privilege: a mount";
+    }
+    const Finished fits = RunIn(*tree, "copy-comb 0:0 640 file 'has/a space/file' --dry-run");
+    const Finished mounted = RunIn(*tree, "rm has --dry-run");
+    const Finished used = RunIn(*tree, "copy file 'has/a space/file'");
+    const Finished lacks = RunIn(*tree, "copy-comb 0:0 640 file 'has/a space/other' --dry-run");
+    EXPECT_EQ(umount2(small.c_str(), MNT_DETACH), 0);
+    EXPECT_EQ(fits.status, 0) << fits.err;
+    EXPECT_TRUE(Has(mounted.out, "\n" + small + " is a mount point: the files mounted there are affected too\n"));
+    EXPECT_EQ(used.status, 0) << used.err;
+    EXPECT_TRUE(Has(lacks.err, "the source needs 1 inode, and only 0 are free at " + small));
 }
 
 TEST_F(OrvanectlDaemonTest, AFailureComesWithItsCauseAndItsRecords) {
