@@ -9,7 +9,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "argument_checks.h"
@@ -171,15 +170,17 @@ ExitStatus Refuse(const CLI::App& app, std::string why, bool isJson) {
 }
 
 /// Whether the words ask for JSON. The parser cannot answer that if it refuses them.
-bool AsksForJson(const std::vector<std::string_view>& words) {
-    constexpr std::string_view spellings[] = {"--json",  "-o json",       "-ojson",
-                                              "-o=json", "--output json", "--output=json"};
+bool AsksForJson(std::span<char* const> words) {
+    constexpr std::string_view spellings[] = {"--json", "-ojson", "-o=json", "--output=json"};
     std::string_view former;
-    return std::ranges::any_of(words, [&](std::string_view word) {
-        const std::string both = std::string(std::exchange(former, word)) + " " + std::string(word);
-        return std::ranges::find(spellings, word) != std::end(spellings) ||
-               std::ranges::find(spellings, both) != std::end(spellings);
-    });
+    for (const std::string_view word : words) {
+        const bool isValue = former == "-o" || former == "--output";
+        if ((isValue && word == "json") || std::ranges::find(spellings, word) != std::end(spellings)) {
+            return true;
+        }
+        former = word;
+    }
+    return false;
 }
 
 ExitStatus Main(int argc, char** argv) {
@@ -189,7 +190,7 @@ ExitStatus Main(int argc, char** argv) {
     AddOptions(app, daemon);
     const std::span words(argv, static_cast<std::size_t>(argc));
     AddCommands(app, argc > 1 ? words[1] : "", daemon, chosen);
-    const bool isJson = AsksForJson({words.begin(), words.end()});
+    const bool isJson = AsksForJson(words);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& help) {
