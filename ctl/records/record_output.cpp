@@ -40,12 +40,16 @@ void RecordOutput::Show(const Reader::LocatedRecord& located) {
     } else if (options.form == Form::JsonLines) {
         PrintJsonLine(ToJson(located));
     } else {
-        Widen(style, located.record);
+        MakeRoomFor(located.record);
         const std::string text = RecordInWords(located.record, style);
         std::string host = Printable(located.host);
         host.resize(std::max(host.size(), hostWidth), ' ');
         Write(host.empty() ? text : host + "  " + text);
     }
+}
+
+void RecordOutput::MakeRoomFor(const Reader::Record& record) {
+    Widen(style, record);
 }
 
 void RecordOutput::ShowSummary(const std::optional<GroupCounts>& before, bool mayBeEmpty) {

@@ -21,6 +21,8 @@ public:
     /// @param widthForHosts  columns for the names of the machines
     RecordOutput(const RecordsOptions& wanted, std::size_t widthForHosts);
 
+    /// Makes the columns wide enough for a record that is shown later.
+    void MakeRoomFor(const Reader::Record& record);
     /// Prints the record, or adds it to the summary or the page.
     void Show(const Reader::LocatedRecord& located);
 

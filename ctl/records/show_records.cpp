@@ -112,6 +112,15 @@ ExitStatus WriteFailure() {
     return ExitStatus::Failed;
 }
 
+void ShowAll(const std::deque<Reader::LocatedRecord>& records, RecordOutput& output) {
+    for (const Reader::LocatedRecord& located : records) {
+        output.MakeRoomFor(located.record);
+    }
+    for (const Reader::LocatedRecord& located : records) {
+        output.Show(located);
+    }
+}
+
 /// Prints or counts the records that match. Keeps them until the end if only the last ones are wanted, or the newest
 /// first.
 /// @return the number of records that the filter left out
@@ -137,7 +146,7 @@ std::size_t ShowMatching(Reader::RecordStream& stream, const RecordsOptions& opt
     if (options.isReversed) {
         std::ranges::reverse(kept);
     }
-    std::ranges::for_each(kept, [&](const Reader::LocatedRecord& located) { output.Show(located); });
+    ShowAll(kept, output);
     return left;
 }
 
@@ -149,9 +158,7 @@ void ShowFormer(Reader::RecordStream& stream, RecordOutput& output, const Record
             former.pop_front();
         }
     }
-    for (const Reader::LocatedRecord& located : former) {
-        output.Show(located);
-    }
+    ShowAll(former, output);
 }
 
 /// Waits until the next poll. False if standard output is a pipe without a reader or a closed terminal.
@@ -200,8 +207,8 @@ std::optional<GroupCounts> CountsBefore(const RecordsOptions& options) {
 
 bool ReportTroubles(Reader::RecordStream& stream) {
     bool isReadable = true;
-    std::set<std::string>
-        obstacles;  // a directory that may not be searched is reported once, not for each of its files
+    // A directory that may not be searched is reported once, not for each of its files.
+    std::set<std::string> obstacles;
     for (const Reader::ReadTrouble& trouble : stream.TakeTroubles()) {
         isReadable = isReadable && trouble.errorNumber == 0;
         const std::string what = IsForbidden(trouble) ? ObstacleTo(trouble.file) : trouble.file;
