@@ -136,7 +136,7 @@ private:
         return guard->watch.HasChanged(now) ? ESTALE : 0;
     }
 
-    RemovalGuard* const guard;  ///< of this, the walk changes only what has a lock
+    RemovalGuard* const guard;  ///< the threads of the walk change only its watch, which has a lock
 };
 
 }  // namespace
