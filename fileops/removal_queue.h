@@ -2,9 +2,10 @@
 // disk. Flushing each file would take sixty times as long, so removals are queued and carried out in order, one batch
 // per flush. While one batch is flushed, the walk copies the next. So at most two batches take up space in both places.
 //
-// All threads of a walk may add to the queue. When a batch is complete, the thread that completed it removes the batch
-// before it. The others go on copying as far as the removals make room for it, and then wait. For a flush, the queue
-// starts one more thread, which does nothing else.
+// All threads of a walk may add to the queue. When a batch is complete, the thread that completed it starts the removal
+// of the batch before it. The others go on copying as far as the removals make room for it. A thread without room
+// removes files of that batch as well. The directories of a batch are removed by one thread, after all its files. For a
+// flush, the queue starts one more thread, which does nothing else.
 #pragma once
 
 #include <atomic>
@@ -13,6 +14,7 @@
 #include <future>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -33,6 +35,10 @@ struct QueuedDirectory {
     const std::string name;                         ///< in the parent, or that path
     DirectoryStream stream;
     std::atomic<bool> hasFailed{false};  ///< something in it was not copied or not removed
+
+    // Guarded by the queue's mutex: where its last file was queued.
+    std::size_t batch = 0;
+    std::size_t group = 0;
 };
 using QueuedHandle = std::shared_ptr<QueuedDirectory>;
 
@@ -77,40 +83,52 @@ public:
     [[nodiscard]] SourceWatch& Watch() { return watch; }
 
 private:
-    struct Removal {
-        QueuedHandle directory;  ///< holds the file, or is to be removed itself
-        std::string name;        ///< the file's name; empty if the directory itself is to be removed
-        std::int64_t bytes;      ///< of the file
-    };
     /// What takes up space in both places, and keeps directories open.
     struct Load {
         std::int64_t bytes = 0;
         std::size_t removals = 0;
         std::size_t directories = 0;
+
+        void Add(const Load& other);
+        void Subtract(const Load& other);
+    };
+    /// Files of one directory, to be removed by one thread.
+    struct Group {
+        QueuedHandle directory;
+        std::string names;  ///< each with a null byte
+        Load load;
     };
     struct Batch {
-        std::vector<Removal> removals;
+        std::vector<Group> groups;
+        std::vector<QueuedHandle> directories;    ///< to be removed after all files
         std::vector<const FlushTarget*> targets;  ///< the file systems that were copied to
         Load load;
     };
+    class PathText;
 
-    int Add(Removal removal, const FlushTarget* copiedTo, const Report& report);
+    [[nodiscard]] Group& GroupOf(const QueuedHandle& directory);
+    /// Waits until the gathered batch has room, and meanwhile does what is needed for that.
+    /// @param lock  of the mutex, as in the functions below; open during the work
+    int MakeRoom(std::unique_lock<std::mutex>& lock, const Report& report);
     /// Whether what was gathered and what is not removed yet fill a batch.
     [[nodiscard]] bool IsFull() const;
     /// Lets the calling thread advance the batches; only one at a time may. Does nothing after a failed flush.
-    /// @param lock  of the mutex; open during the work
     void Advance(std::unique_lock<std::mutex>& lock, std::launch policy, const Report& report);
     /// Waits for the flush of the last batch, starts that of the new one and meanwhile removes the last one.
     /// @return 0 or the error number of the flush
     int StartNext(std::launch policy, const Report& report);
     /// Flushes the copies of the batch `flushing`. May run on the thread for flushes.
     [[nodiscard]] int Flush() const;
-    void Remove(Batch& batch, const Report& report);
-    void NoteRemoved(const Removal& removal);
-    int RemoveFile(const Removal& removal, const Report& report);
-    int RemoveDirectory(const QueuedHandle& handle, const Report& report);
-    /// @return the directory's path for messages, valid until the next call
-    std::string& PathOf(const QueuedHandle& directory);
+    void RemoveBatch(std::unique_lock<std::mutex>& lock, const Report& report);
+    /// Removes some files of the batch `removing`. Several threads may do so at the same time.
+    /// @return false if all are removed or being removed
+    bool RemoveFiles(std::unique_lock<std::mutex>& lock, const Report& report);
+    /// @return 0 or the last error
+    int RemoveGroups(std::span<Group> groups, const Report& report);
+    int RemoveFile(const QueuedHandle& directory, const char* name, PathText& text, const Report& report);
+    int RemoveDirectory(const QueuedHandle& handle, PathText& text, const Report& report);
+    /// Makes room in the batch that is gathered.
+    void NoteRemoved(const Load& removed, int error);
 
     const std::string top;  ///< copied, because the walk extends its own text to the current entry
     const std::string target;
@@ -120,17 +138,17 @@ private:
     std::condition_variable changed;
     std::vector<std::unique_ptr<const FlushTarget>> targets;  ///< all that were asked for
     Batch gathering;                                          ///< the batch that the walk is copying
-    Load removing;                                            ///< what is left of the batch that is being removed
-    bool isAdvancing = false;                                 ///< a thread has the role of advancing the batches
+    std::size_t batches = 1;                                  ///< its number
+    Batch removing;                                           ///< was flushed; its load is what is left of it
+    std::size_t begun = 0;                                    ///< how many of its groups were begun
+    unsigned threadsRemoving = 0;  ///< threads in RemoveFiles(); meanwhile the groups stay where they are
+    bool isAdvancing = false;      ///< a thread has the role of advancing the batches
     int flushError = 0;
-
-    // Only for the thread that has this role.
-    RemovalGuard guard{watch};
-    Batch flushing;         ///< the batch before the one that is gathered; it is being flushed
-    QueuedHandle named;     ///< the directory that PathOf() was last called with
-    std::string namedPath;  ///< its path
     int removalError = 0;
-    std::future<int> flushed;  ///< last, because its destructor waits for the thread that uses the other members
+
+    RemovalGuard guard{watch};  ///< only the thread that has this role changes it
+    Batch flushing;             ///< only for that thread: the batch before the gathered one; it is being flushed
+    std::future<int> flushed;   ///< last, because its destructor waits for the thread that uses the other members
 };
 
 }  // namespace TAVO::FileMigrateOrvane
