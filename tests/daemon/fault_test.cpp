@@ -1,17 +1,17 @@
-// System calls that fail inside the running daemon. SurvivesTheFailureOfAnySystemCall sends each kind of request under
-// strace to see which calls it makes, then again with one of them failing, and prints a table of the outcomes. By
-// default it tries at most one fault for each call of a request; with FILE_MIGRATE_FAULTS=all it tries several errors
-// at the first, second and last occurrence.
+// System calls that fail inside the running daemon, or in whose place it is killed. SurvivesTheFailureOfAnySystemCall
+// sends each kind of request under strace to see which calls it makes, then again with one of them failing. By default
+// it tries at most one fault for each call of a request; with
+// FILE_MIGRATE_FAULTS=all it tries several errors at the first, second and last occurrence. KilledDaemonLosesNoFile
+// does the same with SIGKILL, by default in the place of a few calls of each request; with the variable, of each call.
 #include <sys/mount.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 
 #include <fstream>
-#include <iostream>
 #include <map>
 #include <set>
 
 #include "daemon_test.h"
-#include "trace.h"
 
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
@@ -30,44 +30,99 @@ struct Way {
 };
 
 const Way kWays[] = {
-    {MoveSub, "@/src", "@/sub", "@/sub"},
+    {MoveSub, "@/src", "~", "~"},
     {MoveAll, "@/src", "~/dst", "~/dst"},
     {MoveAll, "@/src", "~/dst", "~/dst", true},
-    {CopyAll, "@/src", "@/dst", "@/dst"},
+    {CopyAll, "@/src", "~/dst", "~/dst"},
     {CopyAll, "@/pipe", "@/dst", "@/dst"},  // the pipe makes the daemon copy twice and dump the kernel log
     {Remove, "@/src", "", ""},
     {TryRemove, "@/src", "", ""},
     {CopyComb, "@/src", "@/sub", "@/sub"},
-    {CopyComb, "@/src", "@/sub", "@/sub", true},
+    {CopyComb, "@/src", "~/sub", "~/sub", true},
     {MoveAll, "@/src", "@/missing/dst", "@/src"},  // fails without any fault: the destination's parent is missing
     {ListDir, "@/src", "", "@/src"},
 };
+
+/// Waits until the status of each thread holds a line. Threads that have ended do not count.
+bool HasEvery(const std::vector<fs::path>& threads, const std::string& line) {
+    return Becomes([&] {
+        return std::ranges::all_of(threads, [&line](const fs::path& thread) {
+            std::ifstream stream(thread / "status");
+            const std::string status{std::istreambuf_iterator<char>(stream), {}};
+            return status.empty() || status.find(line) != std::string::npos;
+        });
+    });
+}
+
+/// Attaches strace to a running daemon. When this returns, strace counts the calls of every thread. It also counts
+/// those of the threads that are started later.
+/// @return strace's process id, for StopTrace
+pid_t Trace(pid_t daemon, const std::string& expression) {
+    const fs::directory_iterator tasks("/proc/" + std::to_string(daemon) + "/task");
+    const std::vector<fs::path> threads(begin(tasks), end(tasks));
+    EXPECT_TRUE(HasEvery(threads, "State:\tS"));  // strace miscounts a thread that it attaches to between two calls
+    const pid_t strace = fork();
+    if (strace == 0) {
+        const std::string process = std::to_string(daemon);
+        execlp("strace", "strace", "-fqqo", CALLS, "-e", expression.c_str(), "-p", process.c_str(), nullptr);
+        _exit(127);
+    }
+    EXPECT_TRUE(HasEvery(threads, "TracerPid:\t" + std::to_string(strace)));
+    return strace;
+}
+
+void StopTrace(pid_t strace) {
+    kill(strace, SIGINT);
+    waitpid(strace, nullptr, 0);
+}
 
 class FaultTest : public DaemonTest {
 protected:
     void MakeTrees(bool areLarge = false) {
         NewTrees();
         tree->Dir("sub");
+        second->Dir("sub");
         tree->Pipe("pipe/pipe");
-        for (const char* file : {"src/d/a", "src/d/b", "pipe/d/a", "pipe/d/b"}) {
-            tree->File(file, kContent);
-        }
-        for (int i = 0; areLarge && i < 300; ++i) {
-            const std::string name = std::to_string(i % 30) + "/" + std::to_string(i);
-            tree->File("src/" + name);
+        for (const std::string source : {"src", "pipe"}) {
+            for (const auto& [name, content] : FilesOf(areLarge)) {
+                tree->File(source + name, content);
+            }
         }
     }
 
-    bool HasFiles(const std::string& directory) {
-        const std::string a = Expand(directory) + "/d/a", b = Expand(directory) + "/d/b";
-        return fs::exists(a) && fs::exists(b) && ReadFile(a) == kContent && ReadFile(b) == kContent;
+    /// The names of a source's files with their contents.
+    static std::map<std::string, std::string> FilesOf(bool areLarge) {
+        std::map<std::string, std::string> files{{"/d/a", kContent}, {"/d/b", kContent}};
+        for (int i = 0; areLarge && i < 300; ++i) {
+            const std::string directory = std::to_string(i % 30), number = std::to_string(i);
+            files["/" + directory + "/" + number] = number;
+        }
+        return files;
+    }
+
+    /// The files that are whole in none of the directories.
+    std::string Missing(const Strings& directories, bool areLarge = false) {
+        std::string missing;
+        for (const auto& [name, content] : FilesOf(areLarge)) {
+            const auto isWhole = [&, name = name, content = content](const std::string& directory) {
+                const std::string path = Expand(directory) + name;
+                return fs::is_regular_file(path) && ReadFile(path) == content;
+            };
+            missing += std::ranges::any_of(directories, isWhole) ? "" : name + " ";
+        }
+        return missing;
+    }
+
+    bool HasFiles(const std::string& directory, bool areLarge = false) {
+        return Missing({directory}, areLarge).empty();
     }
 
     bool IsAsPromised(const Way& way, bool isSuccess) {
         const bool isMove = way.cmd == MoveSub || way.cmd == MoveAll;
         const bool mayLose = way.cmd == CopyComb || *way.arrived == '\0';
-        const bool hasArrived = *way.arrived == '\0' ? !fs::exists(Expand(way.src)) : HasFiles(way.arrived);
-        return isSuccess ? hasArrived : mayLose || HasFiles(way.src) || (isMove && hasArrived);
+        const bool isLarge = way.isLarge;
+        const bool hasArrived = *way.arrived == '\0' ? !fs::exists(Expand(way.src)) : HasFiles(way.arrived, isLarge);
+        return isSuccess ? hasArrived : mayLose || HasFiles(way.src, isLarge) || (isMove && hasArrived);
     }
 
     /// Sends a request while strace runs with the expression, and classifies what happened.
@@ -79,7 +134,7 @@ protected:
         std::ofstream(RECORD_FILE_AB) << std::string(260 * 1024, ' ');  // the first record rotates it
         const FileMigrateRcvMsg request =
             Request{way.cmd, Expand(way.src), Expand(way.dst), "0", "1000", "0750"}.Wire();
-        const auto log = [this, before = daemon->Log().size()] { return daemon->Log().substr(before); };
+        const auto log = [this, before = daemon->Log().size()] { return daemon->Log(before); };
         const pid_t strace = Trace(daemon->Pid(), expression);
         const RawClient client;
         (void)!send(client.Fd(), &request, sizeof(request), MSG_NOSIGNAL);  // fails if the connection was dropped
@@ -93,7 +148,8 @@ protected:
             const bool isDropped = text.find("connection dropped") != text.npos;
             // After the log, because an answer may come between the two looks.
             isAnswered = recv(client.Fd(), &reply, sizeof(reply), MSG_DONTWAIT) == sizeof(reply);
-            return isAnswered || isDropped || text.find("fd:" + fd + ", refcnt:1\n", accepted) != text.npos;
+            return isAnswered || isDropped || text.find("fd:" + fd + ", refcnt:1\n", accepted) != text.npos ||
+                   daemon->WaitExit(Deadline{0});
         };
         const bool isOver = Becomes(isDone, Deadline{10000});
         StopTrace(strace);
@@ -138,7 +194,6 @@ protected:
 };
 
 TEST_F(FaultTest, SurvivesTheFailureOfAnySystemCall) {
-    std::map<std::string, std::map<std::string, int>> table;
     for (std::size_t turn = 0; const Way& way : kWays) {
         Start();
         EXPECT_TRUE(Outcome(way, "trace=all").starts_with("ok-")) << way.src;
@@ -156,15 +211,42 @@ TEST_F(FaultTest, SurvivesTheFailureOfAnySystemCall) {
             }
             for (const std::string& fault : faults) {
                 const std::string outcome = Outcome(way, "inject=" + call.substr(0, call.find(' ')) + fault);
-                auto& row = table[call + fault.substr(0, fault.rfind(':'))];
-                ++row[outcome];
-                row["injected"] += ReadFile(CALLS).find("(INJECTED)") != std::string::npos;
                 EXPECT_TRUE(outcome.starts_with("ok-")) << int(way.cmd) << way.src << call << fault << outcome;
             }
         }
     }
-    for (const auto& [fault, outcomes] : table) {
-        std::cout << fault << ": " << testing::PrintToString(outcomes) << '\n';
+}
+
+/// A new daemon then gets the same request.
+TEST_F(FaultTest, KilledDaemonLosesNoFile) {
+    for (const Way& way : kWays) {
+        if (*way.arrived == '\0' || way.arrived == std::string("@/src")) {
+            continue;
+        }
+        Start();
+        EXPECT_EQ(Outcome(way, "trace=all"), "ok-succeeded") << int(way.cmd) << way.src;
+        Strings kills;
+        for (const auto& [call, numbers] : CallsMade()) {
+            for (const int n : numbers) {
+                kills.push_back("inject=" + call.substr(0, call.find(' ')) + ":signal=KILL:when=" + std::to_string(n));
+            }
+        }
+        const std::size_t step = std::getenv("FILE_MIGRATE_FAULTS") != nullptr ? 1 : kills.size() / 6;
+        std::size_t killed = 0;
+        for (std::size_t at = step / 2; at < kills.size(); at += step) {
+            SCOPED_TRACE(testing::Message() << int(way.cmd) << way.src << way.isLarge << kills[at]);
+            Start();
+            RawClient().Call({IsExist, "/data"});  // answered once all workers are there
+            const std::string outcome = Outcome(way, kills[at]);
+            killed += outcome == "crashed";
+            EXPECT_EQ(Missing({way.src, way.arrived}, way.isLarge), "");
+            Start();
+            const int result = outcome == "crashed" ? Call(way).result : 0;
+            EXPECT_EQ(Missing({way.src, way.arrived}, way.isLarge), "") << "with the same request again";
+            const bool isExplained = !Found("E [^\n]*" + tree->Path() + "[^\n]* failed").empty();
+            EXPECT_TRUE(result == -1 ? isExplained : HasFiles(way.arrived, way.isLarge)) << result;
+        }
+        EXPECT_GT(2 * killed, kills.size() / step);
     }
 }
 
@@ -307,12 +389,11 @@ TEST_F(FaultTest, CopiesGoOnWhereAnotherWayIsLeft) {
 
 TEST_F(FaultTest, EntriesWithoutATypeAreLookedUp) {
     Start({{"LD_PRELOAD=" NO_TYPES_PATH}, {}});
-    for (const Way& way : {Way{CopyComb, "@/src", "@/sub", "@/sub"}, Way{MoveAll, "@/src", "~/dst", "~/dst"},
-                           Way{CopyAll, "@/src", "@/dst", "@/dst"}, Way{CopyAll, "@/pipe", "@/dst", "@/dst"},
-                           Way{TryRemove, "@/src", "", ""}, Way{Remove, "@/src", "", ""}}) {
-        MakeTrees();
-        const Reply reply = Call(way);
-        EXPECT_TRUE(reply.result == 0 && IsAsPromised(way, /*isSuccess=*/true)) << int(way.cmd) << way.src;
+    for (const Way& way : kWays) {
+        MakeTrees(way.isLarge);
+        const bool isSuccess = Call(way).result == 0;
+        EXPECT_TRUE(isSuccess == (way.dst != std::string("@/missing/dst")) && IsAsPromised(way, isSuccess))
+            << int(way.cmd) << way.src;
     }
 }
 

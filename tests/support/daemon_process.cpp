@@ -6,31 +6,17 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <stdexcept>
 #include <system_error>
-#include <thread>
 
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace fs = std::filesystem;
 namespace {
-
-bool WaitUntil(const std::function<bool()>& isDone, Deadline deadline) {
-    const auto end = std::chrono::steady_clock::now() + deadline;
-    while (!isDone()) {
-        if (std::chrono::steady_clock::now() > end) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
 
 /// Runs the daemon in the forked child; returns only on failure.
 void Execute(const DaemonOptions& options) {
@@ -91,7 +77,7 @@ DaemonProcess::DaemonProcess(const DaemonOptions& options) : log(memfd_create("d
         _exit(127);
     }
     setpgid(child, child);
-    if (options.isExpectedToListen && !WaitUntil([this] { return IsListening() || WaitExit(Deadline{0}); }, PATIENCE)) {
+    if (options.isExpectedToListen && !Becomes([this] { return IsListening() || WaitExit(Deadline{0}); }, PATIENCE)) {
         throw std::runtime_error("the daemon does not listen; its log:\n" + Log());
     }
 }
@@ -123,14 +109,14 @@ Usage DaemonProcess::Used() const {
             static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9};
 }
 
-std::string DaemonProcess::Log() const {
-    std::string text(static_cast<std::size_t>(lseek(log.Get(), 0, SEEK_END)), '\0');
-    text.resize(static_cast<std::size_t>(pread(log.Get(), text.data(), text.size(), 0)));
+std::string DaemonProcess::Log(std::size_t begin) const {
+    std::string text(static_cast<std::size_t>(lseek(log.Get(), 0, SEEK_END)) - begin, '\0');
+    text.resize(static_cast<std::size_t>(pread(log.Get(), text.data(), text.size(), static_cast<off_t>(begin))));
     return text;
 }
 
 bool DaemonProcess::WaitForLog(const std::string& text, Deadline deadline) const {
-    return WaitUntil([&] { return Log().find(text) != std::string::npos; }, deadline);
+    return Becomes([&] { return Log().find(text) != std::string::npos; }, deadline);
 }
 
 std::optional<int> DaemonProcess::WaitExit(Deadline deadline) {
@@ -141,7 +127,7 @@ std::optional<int> DaemonProcess::WaitExit(Deadline deadline) {
         }
         return status.has_value();
     };
-    WaitUntil(hasEnded, deadline);
+    (void)Becomes(hasEnded, deadline);
     return status;
 }
 

@@ -49,8 +49,9 @@ public:
     /// What the daemon uses at the moment.
     [[nodiscard]] Usage Used() const;
 
-    /// Everything that was written to standard error until now.
-    [[nodiscard]] std::string Log() const;
+    /// What was written to standard error until now.
+    /// @param begin  how many bytes to leave out
+    [[nodiscard]] std::string Log(std::size_t begin = 0) const;
 
     /// Waits until the log holds a text.
     [[nodiscard]] bool WaitForLog(const std::string& text, Deadline deadline = PATIENCE) const;

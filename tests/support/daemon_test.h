@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -16,7 +17,6 @@
 #include <optional>
 #include <regex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "daemon_process.h"
@@ -27,15 +27,6 @@
 namespace TAVO::FileMigrateOrvane::Testing {
 
 using Clients = std::vector<RawClient>;
-
-/// Waits until a condition holds; false if it does not hold before the deadline.
-bool Becomes(const auto& isTrue, Deadline deadline = PATIENCE) {
-    const auto end = std::chrono::steady_clock::now() + deadline;
-    while (!isTrue() && std::chrono::steady_clock::now() < end) {
-        std::this_thread::sleep_for(Deadline{5});
-    }
-    return std::chrono::steady_clock::now() < end;
-}
 
 inline void SendAll(Clients& clients, const Request& request) {
     std::for_each(clients.begin(), clients.end(), [&](RawClient& client) { client.Send(request); });
@@ -112,6 +103,24 @@ protected:
     DaemonProcess& StartWithFault(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), {"strace", "-fqqo", CALLS});
         return Start({{}, arguments});
+    }
+
+    /// Starts the daemon so that all its threads stop when one of them has made such a system call.
+    void StartStoppingAfter(const std::string& call) {
+        StartWithFault({"-etrace=" + call, "-einject=" + call + ":signal=STOP:when=1"});
+    }
+
+    /// Sends a request and acts while the daemon of StartStoppingAfter() is stopped.
+    Reply CallInterrupted(const Request& request, const auto& act) {
+        RawClient client;
+        client.Send(Expand(request));
+        EXPECT_TRUE(Becomes([] { return ReadFile(CALLS).find("stopped by SIGSTOP") != std::string::npos; }));
+        act();
+        std::optional<Reply> reply;
+        // Each thread stops once, so the daemon may stop again.
+        EXPECT_TRUE(
+            Becomes([&] { return kill(daemon->Pid(), SIGCONT) == 0 && (reply = client.Receive(Deadline{5})); }));
+        return reply.value_or(Reply{});
     }
 
     /// Starts the daemon in a mount namespace of its own, with a policy that has these labelling rules.

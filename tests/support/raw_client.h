@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "file_migrate_orvane.h"
@@ -17,6 +18,17 @@ namespace TAVO::FileMigrateOrvane::Testing {
 inline constexpr const char* SOCKET_PATH = "/dev/unix/socket/file_migrate_orvane";
 using Deadline = std::chrono::milliseconds;
 inline constexpr Deadline PATIENCE{60000};  ///< for events that must happen; long, because the machine may be slow
+
+/// Waits until a condition holds; false if it does not hold before the deadline.
+bool Becomes(const auto& isTrue, Deadline deadline = PATIENCE) {
+    const auto end = std::chrono::steady_clock::now() + deadline;
+    bool holds = isTrue();
+    while (!holds && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(Deadline{5});
+        holds = isTrue();
+    }
+    return holds;
+}
 
 struct Request {
     Command cmd{};
