@@ -4,11 +4,9 @@
 #include <sys/socket.h>
 
 #include <array>
-#include <csignal>
 #include <future>
 #include <iostream>
 #include <random>
-#include <set>
 
 #include "daemon_test.h"
 
@@ -17,7 +15,6 @@ namespace {
 
 using std::chrono::seconds, std::this_thread::sleep_for;
 using Random = std::mt19937;
-using Refusals = std::multiset<std::string>;        // each refusal's record, without its time
 const Request kIsThere{Command::IsExist, "/data"};  // the answer is 1
 
 /// A random request. Sources and destinations lie in separate trees so that no tree is copied into itself. There are
@@ -32,49 +29,18 @@ Request AnyRequest(Random& random, const ScratchTree& tree, const ScratchTree& s
     return {Command(random() % COMMAND_COUNT), src, dst, any(owners), any(owners), any(modes), int(random() % 3)};
 }
 
-/// Corrupts a request or leaves it valid. @return the record that the daemon writes for it; empty if it is valid
-std::string Spoil(Random& random, FileMigrateRcvMsg& message, std::size_t& size) {
-    static constexpr std::int32_t numbers[] = {-1, 19, 256, INT32_MAX, INT32_MIN};
-    const std::string names[] = {"src", "dts", "user", "group", "perm"};
-    char* const texts[] = {message.src, message.dst, message.user, message.group, message.perm};
-    const std::size_t widths[] = {PATH_WIDTH, PATH_WIDTH, OWNER_WIDTH, OWNER_WIDTH, PERM_WIDTH};
-    const std::size_t i = random() % 5;
-    const std::size_t kind = random() % 10;
-    if (kind == 0) {
-        std::generate_n(texts[i], widths[i], [&] { return char(random() % 255 + 1); });
-    } else if (kind == 1) {
-        std::copy_n("../", 3, texts[i] + std::min(strlen(texts[i]), widths[i] - 4));
-    } else if (kind == 2) {
-        message.perm[random() % std::max(strlen(message.perm), 1UL)] = '-';
-        return std::string("type:INVALID_MODE,perm:") + message.perm;
-    } else if (kind == 3) {
-        message.cmd = numbers[i];
-        return "type:INVALID_CMD,cmd:" + std::to_string(numbers[i]);
-    } else if (kind == 4) {
-        message.recurseOpt = numbers[i];
-        return "type:INVALID_RECURSEOPT,recurseOpt:" + std::to_string(numbers[i]);
-    } else if (kind == 5) {
-        size = random() % (size - 1) + 1;
-        return "type:RECVBUFSIZE,recvbufsize:" + std::to_string(size);
-    }
-    return kind < 2 ? "type:INVALID_STR," + names[i] + ":" : "";
-}
-
-Refusals RecordedRefusals() {
-    Refusals refusals;
-    for (const std::string& record : Records()) {
-        if (record.find(",dst:") == record.npos) {
-            refusals.insert(record.substr(0, record.find(",times:")));
-        }
-    }
-    return refusals;
+/// The records of requests that did not arrive whole.
+std::size_t CountRefusals() {
+    const std::vector<std::string> records = Records();
+    return static_cast<std::size_t>(std::ranges::count_if(
+        records, [](const std::string& record) { return record.starts_with("type:RECVBUFSIZE,"); }));
 }
 
 class AbuseTest : public DaemonTest {
 protected:
-    /// With 2000 files the reply has 125 packages, which is more than the socket buffers hold.
-    Request LongListing(int files = 2000) {
-        for (int i = 1000; i < 1000 + files; ++i) {
+    /// The reply has 125 packages, which is more than the socket buffers hold.
+    Request LongListing() {
+        for (int i = 1000; i < 3000; ++i) {
             tree->File("list/" + std::string(240, 'n') + std::to_string(i), "");
         }
         return {Command::ListDir, tree->Path("list")};
@@ -102,19 +68,18 @@ TEST_F(AbuseTest, AnswersOrRecordsRandomRequests) {
     Usage before{};
     for (int round = 0; round < 60; ++round) {
         ClearRecords();
-        Refusals expected;
         std::vector<RawClient*> answered, refused;
         for (RawClient& client : clients) {
-            FileMigrateRcvMsg message = AnyRequest(random, *tree, *second).Wire();
-            std::size_t size = sizeof(message);
-            const std::string refusal = Spoil(random, message, size);
-            (refusal.empty() ? answered : refused).push_back(&client);
-            refusal.empty() ? expected.end() : expected.insert(refusal);
+            const FileMigrateRcvMsg message = AnyRequest(random, *tree, *second).Wire();
+            const bool isWhole = random() % 3 != 0;
+            (isWhole ? answered : refused).push_back(&client);
+            const std::size_t size = isWhole ? sizeof(message) : random() % (sizeof(message) - 1) + 1;
             client.Send({reinterpret_cast<const char*>(&message), size});
         }
-        ASSERT_TRUE(std::all_of(answered.begin(), answered.end(), [](RawClient* c) { return c->Receive(); }));
-        ASSERT_TRUE(Becomes([&] { return RecordedRefusals() == expected; })) << testing::PrintToString(expected);
-        ASSERT_TRUE(std::none_of(refused.begin(), refused.end(), [](RawClient* c) { return c->Receive(Deadline{0}); }));
+        ASSERT_TRUE(std::ranges::all_of(answered, [](RawClient* client) { return client->Receive().has_value(); }));
+        ASSERT_TRUE(Becomes([&] { return CountRefusals() == refused.size(); })) << refused.size();
+        ASSERT_TRUE(
+            std::ranges::none_of(refused, [](RawClient* client) { return client->Receive(Deadline{0}).has_value(); }));
         before = round == 20 ? daemon->Used() : before;
     }
     ExpectNoGrowthSince(before);
@@ -166,9 +131,9 @@ TEST_F(AbuseTest, ServesAThousandClientsWithSixtyFourDescriptors) {
     ASSERT_TRUE(Await("W .EpollAccept. 32 connections, no more are accepted"));
     const Usage before = daemon->Used();
     const std::size_t logged = daemon->Log().size();
-    sleep_for(seconds(2));
-    EXPECT_LT(daemon->Used().cpuSeconds - before.cpuSeconds, 0.5) << "the event loop spins";
-    EXPECT_LT(daemon->Log().size() - logged, 40 * 200U) << "the daemon floods its log";
+    sleep_for(seconds(1));
+    EXPECT_LT(daemon->Used().cpuSeconds - before.cpuSeconds, 0.25) << "the event loop spins";
+    EXPECT_LT(daemon->Log().size() - logged, 20 * 200U) << "the daemon floods its log";
     for (int i = 0; i < 100; ++i) {
         EXPECT_EQ(served.Call(kIsThere).result, 1);
     }
@@ -196,25 +161,6 @@ TEST_F(AbuseTest, ServesAFifthClientWhileFourDoNotRead) {
         const auto isAtEnd = [&] { return recv(client.Fd(), unread.data(), unread.size(), MSG_DONTWAIT) == 0; };
         EXPECT_TRUE(Becomes(isAtEnd)) << "the client does not see that packages are missing";
     }
-}
-
-TEST_F(AbuseTest, AClientThatReadsSlowlyReceivesAllPackages) {
-    Start();
-    RawClient client;
-    client.Send(LongListing(4000));
-    ASSERT_TRUE(Await("pkgNum:250, pkgIndex:9"));
-    sleep_for(Deadline{100});  // the daemon now waits in a send
-    for (const int signal : {SIGSTOP, SIGCONT}) {
-        kill(daemon->Pid(), signal);
-    }
-    FileMigrateResMsg head{};
-    EXPECT_EQ(recv(client.Fd(), &head, sizeof(head), MSG_WAITALL), static_cast<ssize_t>(sizeof(head)));
-    int received = 0;
-    while (received < head.pkgNum && recv(client.Fd(), unread.data(), unread.size(), MSG_WAITALL) > 0) {
-        ++received;
-        sleep_for(Deadline{31});  // 130 KiB/s
-    }
-    EXPECT_EQ(received, 250);
 }
 
 }  // namespace

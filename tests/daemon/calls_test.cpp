@@ -29,7 +29,8 @@ const std::string CHANGES = std::string(R"sed(sed -nE 's,@,\x40,g; s,~,\x7e,g; /
 using CallsTest = DaemonTest;
 
 /// No object is open to more users than its source or its request allows while it has no content or another owner. A
-/// set-id bit comes last. Nothing is removed before its copy is flushed.
+/// set-id bit comes last. Nothing is removed before its copy is flushed. A file at the destination is replaced if its
+/// owner, its other names or those who have it open could reach the copy through it.
 TEST_F(CallsTest, ComeInAnOrderThatIsSafeAtEachMoment) {
     const struct {
         const char* name;
@@ -42,8 +43,18 @@ TEST_F(CallsTest, ComeInAnOrderThatIsSafeAtEachMoment) {
          "mkdir @/t 1700, create @/t:f 644, write @/t/f, chmod @/t 755"},
         {"copy of a program", "echo a >s; chown 1:2 s; chmod 4755 s", Ask(CopyAll, "@/s", "@/t"),
          "create @/t 600, write @/t, chmod @/t 755"},
-        {"copy, a group's directory", "echo a >s; chmod 640 s; chgrp 7 .; chmod 2775 .", Ask(CopyAll, "@/s", "@/t"),
-         "create @/t 600, write @/t, chmod @/t 600"},
+        {"copy of the owner's program", "echo a >s; chmod 4755 s", Ask(CopyAll, "@/s", "@/t"),
+         "create @/t 600, write @/t, chmod @/t 4755"},
+        {"copy, a group's directory",
+         "mkdir -pm 750 s; mkdir -m 751 s/d; echo a >s/d/f; chmod 640 s/d/f; chgrp 7 .; chmod 2775 .",
+         Ask(CopyAll, "@/s", "@/t"),
+         "mkdir @/t 1700, mkdir @/t:d 1700, create @/t/d:f 600, write @/t/d/f, chmod @/t/d/f 600, chmod @/t/d 2711, "
+         "chmod @/t 2700"},
+        {"copy, the source's group's directory",
+         "mkdir -pm 750 s; mkdir -m 751 s/d; echo a >s/d/f; chmod 640 s/d/f; chgrp -R 7 .; chmod 2775 .",
+         Ask(CopyAll, "@/s", "@/t"),
+         "mkdir @/t 1700, mkdir @/t:d 1700, create @/t/d:f 600, write @/t/d/f, chmod @/t/d/f 640, chmod @/t/d 2751, "
+         "chmod @/t 2750"},
         {"move", "mkdir s; echo a >s/f; chown 1:2 s s/f; chmod 4750 s/f", Ask(MoveAll, "@/s", "~/t"),
          "mkdir ~/t 1700, create ~/t:f 600, write ~/t/f, chown ~/t/f 1:2, chmod ~/t/f 750, chown ~/t 1:2, chmod ~/t "
          "755, sync ~/t, unlink @/s:f, unlink @/s"},
@@ -73,6 +84,26 @@ TEST_F(CallsTest, ComeInAnOrderThatIsSafeAtEachMoment) {
          "truncate @/t, chmod @/t 600, write @/t, chmod @/t 640"},
         {"copy onto an open file", "echo a >s; echo b >t; chmod 640 s; chmod 644 t", Ask(CopyAll, "@/s", "@/t"),
          "unlink @/t, create @/t 600, write @/t, chown @/t 0:0, chmod @/t 640"},
+        {"copy onto another's file", "echo a >s; echo b >t; chmod 600 t; chown 1000 t; chmod 1777 .",
+         Ask(CopyAll, "@/s", "@/t"), "unlink @/t, create @/t 600, write @/t, chmod @/t 644"},
+        {"copy onto a file with two names", "echo a >s; echo b >t; chmod 600 t; ln t u", Ask(CopyAll, "@/s", "@/t"),
+         "unlink @/t, create @/t 600, write @/t, chown @/t 0:0, chmod @/t 644"},
+        {"copy onto the owner's file", "echo a >s; echo b >t; chmod 600 t; chown 1000 s t", Ask(CopyAll, "@/s", "@/t"),
+         "truncate @/t, chmod @/t 600, write @/t, chmod @/t 644"},
+        {"copy onto the owner's open file", "echo a >s; echo b >t; chmod 642 t; chown 1000 s t",
+         Ask(CopyAll, "@/s", "@/t"), "unlink @/t, create @/t 600, write @/t, chown @/t 1000:0, chmod @/t 644"},
+        {"move onto another's file", "echo a >s; echo b >~/t; chmod 600 ~/t; chown 1000 ~/t; chmod 1777 ~",
+         Ask(MoveAll, "@/s", "~/t"),
+         "unlink ~/t, create ~/t 600, write ~/t, chown ~/t 0:0, chmod ~/t 644, sync ~/t, unlink @/s"},
+        {"combined copy onto another's file", "echo a >s; echo b >t; chmod 600 t; chown 1000 t; chmod 1777 .",
+         Ask(CopyComb, "@/s", "@/t", "0", "0", "755"),
+         "unlink @/t, create @/t 600, write @/t, chmod @/t 755, chown @/t: 0:0, sync @/t, unlink @/s"},
+        {"combined copy onto the owner's file", "echo a >s; echo b >t; chown 1000 t",
+         Ask(CopyComb, "@/s", "@/t", "1000", "0", "755"),
+         "truncate @/t, chmod @/t 644, write @/t, chmod @/t 755, chown @/t: 1000:0, sync @/t, unlink @/s"},
+        {"combined copy to a program", "echo a >s; echo b >t; chmod 600 t",
+         Ask(CopyComb, "@/s", "@/t", "0", "0", "4755"),
+         "unlink @/t, create @/t 600, write @/t, chmod @/t 755, chown @/t: 0:0, chmod @/t 4755, sync @/t, unlink @/s"},
         {"make ancestors", "", Ask(MkDir, "@/a//b/c/", "", "", "", "", 2),
          "mkdir @/a 700, mkdir @/a:b 700, mkdir @/a/b:c 700"},
         {"prepare ancestors", "", Ask(PrepareDir, "@/a/b", "", "1", "2", "770", 2),

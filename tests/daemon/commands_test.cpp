@@ -18,7 +18,8 @@ namespace {
 
 using enum Command;
 
-constexpr int ANY = -1;                    ///< any error number: the worker's errno is left over from earlier calls
+/// What an older kernel leaves in errno: it does not have the call that looks at a file before a combined copy.
+const int kLeftOver = std::getenv("FILE_MIGRATE_TEST_WRAPPER") != nullptr ? ENOSYS : 0;
 constexpr const char* UNCHANGED = "same";  ///< the files are the same as before the request
 
 struct Row {
@@ -80,7 +81,7 @@ protected:
         const std::size_t traced = std::filesystem::file_size(CALLS);
         const Reply reply = Call(row.request);
         EXPECT_EQ(reply.result, row.result);
-        EXPECT_EQ(reply.errCode, row.errCode == ANY ? reply.errCode : row.errCode);
+        EXPECT_EQ(reply.errCode, row.errCode);
         EXPECT_EQ(reply.Strings(), Expand(row.strings));
         const std::string errCode = std::to_string(reply.errCode);
         const std::string traces = Traces(traced, Expand(row.request.src), errCode);
@@ -120,6 +121,8 @@ protected:
 
 TEST_F(CommandsTest, QueriesAndCreatesDirectories) {
     CheckAll({
+        {"prepare, mode 0", "", Ask(PrepareDir, "@/d", "", "0", "0", "0", 1), -1, 0,
+         "TRANSFORM_MODE,src:,perm:0\nE ProcessPrepareDirCmd: transform mode failed: @/d 0, errno=%"},
         {"exists", "touch f", Ask(IsExist, "@/f"), 1},
         {"does not exist", "ln -s none l", Ask(IsExist, "@/l"), 0},
         {"below a file, with an escape byte", "touch f", Ask(IsExist, "@/f/a\x1b"), -1, ENOTDIR,
@@ -156,8 +159,6 @@ TEST_F(CommandsTest, QueriesAndCreatesDirectories) {
          "E DecodeUid: getpwnam_r xx failed, user not found\nUID_GETPWNAM,src:,user:xx\nE DecodeGid: getgrnam_r yy "
          "failed, group not found\nGID_GETGRNAM,src:,group:yy\nE ProcessPrepareDirCmd: decode uid gid for @/d failed: "
          "xx yy"},
-        {"prepare, mode 0", "", Ask(PrepareDir, "@/d", "", "0", "0", "0", 1), -1, ANY,
-         "TRANSFORM_MODE,src:,perm:0\nE ProcessPrepareDirCmd: transform mode failed: @/d 0, errno=%"},
         {"prepare, dangling link", "ln -s none l", Ask(PrepareDir, "@/l", "", "1", "2", "755", 1), -1, EOPNOTSUPP,
          "E DoChMod: lchmod @/l 755 failed, errno=%\nCHMOD,perm:755\nE DoPrepareDir: DoPrepareDir @/l failed: 1, 2, "
          "755"},
@@ -183,6 +184,8 @@ TEST_F(CommandsTest, QueriesAndCreatesDirectories) {
 
 TEST_F(CommandsTest, MovesAndCopies) {
     CheckAll({
+        {"mode 0", "touch s", Ask(CopyComb, "@/s", "@/t", "1", "2", "00"), -1, kLeftOver,
+         "TRANSFORM_MODE,src:,perm:00\nE ProcessCopyCombCmd: transform mode 00 failed, errno=%"},
         {"move", "mkdir s; touch s/f", Ask(MoveAll, "@/s", "@/t"), 0, 0, "I DoMove: MoveByRename @/s to @/t suc",
          "t/,t/f"},
         {"move across", "mkdir s; echo a >s/f; ln -s f s/l; chown 7:8 s", Ask(MoveAll, "@/s", "~/t"), 0, EXDEV,
@@ -240,8 +243,6 @@ TEST_F(CommandsTest, MovesAndCopies) {
         {"unknown group", "touch s", Ask(CopyComb, "@/s", "@/t", "1", "yy", "0"), -1, ENOENT,
          "E DecodeGid: getgrnam_r yy failed, group not found\nGID_GETGRNAM,src:,group:yy\nE ProcessCopyCombCmd: decode "
          "uid gid failed: 1 yy"},
-        {"mode 0", "touch s", Ask(CopyComb, "@/s", "@/t", "1", "2", "00"), -1, ANY,
-         "TRANSFORM_MODE,src:,perm:00\nE ProcessCopyCombCmd: transform mode 00 failed, errno=%"},
         {"file, no destination directory, source removed", "touch s", Ask(CopyComb, "@/s", "@/x/t", "1", "2", "755"),
          -1, ENOENT, "E DoCopy: copy @/s to @/x/t failed, errno=%\nCOPY,dst:@/x/t", ""},
         {"file onto itself", "touch s; ln s t", Ask(CopyComb, "@/s", "@/t", "1", "2", "755"), -1, EEXIST,
@@ -268,6 +269,8 @@ TEST_F(CommandsTest, MovesAndCopies) {
 
 TEST_F(CommandsTest, RemovesAndChangesAttributes) {
     CheckAll({
+        {"chmod, mode 0", "touch f", Ask(ChMod, "@/f", "", "", "", "0", 1), -1, 0,
+         "E ProcessChModCmd: transform mode 0 failed, errno=%\nTRANSFORM_MODE,src:,perm:0"},
         {"remove, absent", "", Ask(Remove, "@/x"), 0, 0, "I Remove: Remove @/x suc"},
         {"remove", "mkdir -p d/s o; ln -s ../../o d/s/l", Ask(Remove, "@/d"), 0, 0, "I Remove: Remove @/d suc", "o/"},
         {"remove immutable", "mkdir d; touch d/f; chattr +i d/f", Ask(Remove, "@/d"), -1, EPERM,
@@ -312,8 +315,6 @@ TEST_F(CommandsTest, RemovesAndChangesAttributes) {
         {"chmod, one link", "mkdir -p d/s; touch d/a d/s/f; ln -s a d/l", Ask(ChMod, "@/d", "", "", "", "700", 2), -1,
          EOPNOTSUPP, "E DoChMod: lchmod @/d/l 700 failed, errno=%\nCHMOD,src:@/d/l,perm:700",
          "d/ 700,d/a 700,d/l -> a,d/s/ 700,d/s/f 700"},
-        {"chmod, mode 0", "touch f", Ask(ChMod, "@/f", "", "", "", "0", 1), -1, ANY,
-         "E ProcessChModCmd: transform mode 0 failed, errno=%\nTRANSFORM_MODE,src:,perm:0"},
         {"chmod, 32 bits of mode", "touch f", Ask(ChMod, "@/f", "", "", "", "77777777777", 1), -1, EINVAL,
          "W ChMod: invalid mode"},
     });
@@ -331,10 +332,6 @@ TEST_F(CommandsTest, ReportsDirectoriesThatItCannotOpen) {
         {"chown", "mkdir d; touch d/f; mkdir -m 0 d/s", Ask(ChOwn, "@/d", "", "0", "2", "", 2), -1, EACCES,
          "OPEN_CHMOWNERECURSE,src:@/d/s\nE DoChOwnRecurse: open dir @/d/s failed, errno %",
          "d/ 0:2,d/f 0:2,d/s/ 0 0:2"},
-        {"chown, option 0", "touch f", Ask(ChOwn, "@/f", "", "1", "2"), -1, EINVAL,
-         "E ChOwn: Unexpected recurseOpt:0, not chown @/f\nINVALID_RECURSEOPT_CHOWN,recurseOpt:0"},
-        {"chmod, option 0", "touch f", Ask(ChMod, "@/f", "", "", "", "700"), -1, EINVAL,
-         "E ChMod: Unexpected recurseOpt:0, not chmod @/f\nINVALID_RECURSEOPT_CHMOD,recurseOpt:0"},
         {"chmod", "mkdir d", Ask(ChMod, "@/d", "", "", "", "100", 2), -1, EACCES,
          "OPEN_CHMODERECURSE\nE DoChModRecurse: open dir @/d failed, errno %", "d/ 100"},
     });
@@ -362,39 +359,33 @@ TEST_F(CommandsTest, RestoresTheLabelsOfAPolicy) {
     EXPECT_EQ(std::pair(unread.result, unread.errCode), std::pair(-1, EACCES)) << "an unread directory is a failure";
 }
 
-// The C library before 2.39 implements fstat() with newfstatat(); the thread sanitizer does not.
-#if defined(__SANITIZE_THREAD__) || __GLIBC_PREREQ(2, 39)
-constexpr bool FSTAT_IS_NEWFSTATAT = false;
-#else
-constexpr bool FSTAT_IS_NEWFSTATAT = true;
-#endif
-
-/// strace makes a later lookup of the file fail, as if another process had removed it in the meantime.
+/// strace makes one of the lookups of the file fail, as if another process had removed it in the meantime. The C
+/// library decides which one it is.
 TEST_F(CommandsTest, ReportsFilesThatDisappearDuringARequest) {
-    const std::string file = tree->File("f");
-    const std::string lost = ": lstat " + file + " failed, errno=2\n";
-    const struct {
-        Request request;
-        std::string line, type, look;
-    } rows[] = {
-        {{MaxSize, file}, "E RecMaxSize" + lost, "MAXSIZE_LSTAT", "2"},
-        {{MoveAll, file, second->Path("t")}, "E GetUidGid" + lost, "GETUIDGID", FSTAT_IS_NEWFSTATAT ? "3" : "2"},
+    const std::string file = tree->Path("f"), lost = ": lstat " + file + " failed, errno=2\n";
+    const std::tuple<Request, std::string, std::string> rows[] = {
+        {{MaxSize, file}, "E RecMaxSize" + lost, "MAXSIZE_LSTAT"},
+        {{MoveAll, file, second->Path("t")}, "E GetUidGid" + lost, "GETUIDGID"},
     };
-    for (const auto& row : rows) {
-        ClearRecords();
-        StartWithFault({"-P", file, "-einject=newfstatat:error=ENOENT:when=" + row.look});
-        const Reply reply = Call(row.request);
-        EXPECT_TRUE(reply.result == -1 && reply.errCode == ENOENT) << row.type;
-        EXPECT_NE(LinesOf(daemon->Log()).find(row.line), std::string::npos) << row.type;
-        ASSERT_EQ(Records().size(), 1U) << row.type;
-        EXPECT_EQ(Records()[0].find("type:" + row.type + ",src:" + file + ","), 0U);
+    for (const auto& [request, line, type] : rows) {
+        bool isReported = false;
+        for (int look = 1; look <= 3 && !isReported; ++look) {
+            ClearRecords();
+            tree->File("f");
+            StartWithFault({"-P", file, "-einject=newfstatat:error=ENOENT:when=" + std::to_string(look)});
+            const Reply reply = Call(request);
+            isReported = reply.result == -1 && reply.errCode == ENOENT && Records().size() == 1 &&
+                         Records()[0].starts_with("type:" + type + ",src:" + file + ",") &&
+                         LinesOf(daemon->Log()).find(line) != std::string::npos;
+        }
+        EXPECT_TRUE(isReported) << type;
     }
 }
 
 /// Flushes cost time, and what is queued costs space: a batch is 4,096 files.
 TEST_F(CommandsTest, CombinedCopyFlushesABatchAtATime) {
     const std::string calls = second->Path("calls");
-    Start({{}, {"strace", "-fqo", calls, "-etrace=syncfs"}});
+    Start({{}, {"strace", "-fqo", calls, "--seccomp-bpf", "-etrace=syncfs"}});
     ASSERT_TRUE(Shell("mkdir -p s/d t empty; for i in $(seq 5000); do : >s/d/$i; done"));
     EXPECT_EQ(Call({CopyComb, "@/s", "@/t", "1", "2", "755"}).result, 0);
     EXPECT_EQ(Shell("ls t/d | wc -l; test ! -e s; grep -c syncfs ~/calls"), "5000\n2\n");
@@ -404,7 +395,7 @@ TEST_F(CommandsTest, CombinedCopyFlushesABatchAtATime) {
     EXPECT_EQ(Call({CopyComb, "@/s", "@/t2", "1", "2", "755"}).result, 0);
     EXPECT_EQ(Found(Expand("Remove @/s/d\\d+ suc")).size() + Found(Expand("Remove @/s/d\\d+/e suc")).size(), 600U)
         << "a batch in the middle of the walk names each directory by its own path";
-    StartWithFault({"-etrace=syncfs", "-einject=syncfs:error=EIO"});
+    StartWithFault({"--seccomp-bpf", "-etrace=syncfs", "-einject=syncfs:error=EIO"});
     ASSERT_TRUE(Shell("mkdir -p s/d t3; for i in $(seq 9000); do : >s/d/$i; done"));
     const Reply reply = Call({CopyComb, "@/s", "@/t3", "1", "2", "755"});
     EXPECT_TRUE(reply.result == -1 && reply.errCode == EIO) << "a batch in the middle of the walk was not written";
@@ -424,17 +415,16 @@ TEST_F(CommandsTest, WhatChangesAfterItWasCopiedStays) {
     for (const Request& request : {Request{MoveAll, "@/s", "~/t"}, {CopyComb, "@/s", "@/t", "1", "2", "755"}}) {
         for (const auto& [change, left, result] : rows) {
             SCOPED_TRACE(request.dst + change);
-            StartWithFault({"-etrace=syncfs", "-einject=syncfs:delay_enter=500000"});
+            StartStoppingAfter("syncfs");
             ASSERT_TRUE(
                 Shell("rm -rf s t out ~/t; mkdir -p s/d out/d; echo a >s/d/f; ln s/d/f s/d/g; echo g >out/d/g; "
                       "ln -s f s/l"));
             ASSERT_TRUE(request.cmd == MoveAll || Shell("mkdir t"));
-            RawClient client;
-            client.Send(Expand(request));
-            ASSERT_TRUE(Becomes([&] { return Shell("test -s t/d/f -a -s t/d/g || test -s ~/t/d/f -a -s ~/t/d/g"); }));
-            std::this_thread::sleep_for(Deadline{100});
-            ASSERT_TRUE(Shell(change));
-            const Reply reply = client.Receive().value();
+            const Reply reply = CallInterrupted(request, [&] {
+                // The kernel's clock for time stamps advances every 10 ms at most.
+                std::this_thread::sleep_for(Deadline{20});
+                EXPECT_TRUE(Shell(change));
+            });
             EXPECT_EQ(reply.result, result);
             EXPECT_TRUE(result == 0 || reply.errCode == ESTALE) << reply.errCode;
             const std::string found = *Shell("grep -rs '' s | sed 's/$/ /' | sort | tr -d '\\n' || :");
@@ -486,17 +476,6 @@ TEST_F(CommandsTest, SpaceCountsTheBlocksOfEveryName) {
     EXPECT_EQ(reply.errCode, EACCES);
 }
 
-TEST_F(CommandsTest, ChangesAndRemovesDeepTrees) {
-    for (const Command remove : {Remove, TryRemove}) {
-        ASSERT_TRUE(Shell("mkdir d; perl -e 'chdir \"d\", mkdir \"d\" for 1..3000'"));
-        EXPECT_EQ(Call({ChOwn, "@/d", "", "1", "2", "", 2}).result, 0);
-        EXPECT_EQ(Call({ChMod, "@/d", "", "", "", "700", 2}).result, 0);
-        EXPECT_EQ(Shell("find d -printf '%U %G %m\n' | uniq -c | xargs"), "3001 1 2 700\n");
-        EXPECT_EQ(Call({remove, tree->Path("d")}).result, 0);
-        EXPECT_EQ(Listing(), "");
-    }
-}
-
 TEST_F(CommandsTest, RecordsRefusedRequestsAndKeepsTheConnection) {
     const std::string path(4096, 'x'), owner(36, 'u');
     const struct {
@@ -515,28 +494,28 @@ TEST_F(CommandsTest, RecordsRefusedRequestsAndKeepsTheConnection) {
         {{Command{19}, "/"}, "E IsRecvMsgValid: Invalid cmd: 19", "INVALID_CMD,cmd:19"},
         {{Command{-1}, "/"}, "E IsRecvMsgValid: Invalid cmd: -1", "INVALID_CMD,cmd:-1"},
         {{IsExist, "/", "", "", "", "-1"}, "E IsRecvMsgValid: Invalid perm: -1", "INVALID_MODE,perm:-1"},
-        {{IsExist, "/", "", "", "", "", 3},
-         "E IsRecvMsgValid: Invalid recurseOpt: 3",
+        {Ask(IsExist, "/", "", "", "", "", 3), "E IsRecvMsgValid: Invalid recurseOpt: 3",
          "INVALID_RECURSEOPT,recurseOpt:3"},
-        {{IsExist, "/", "", "", "", "", -1},
-         "E IsRecvMsgValid: Invalid recurseOpt: -1",
+        {Ask(IsExist, "/", "", "", "", "", -1), "E IsRecvMsgValid: Invalid recurseOpt: -1",
          "INVALID_RECURSEOPT,recurseOpt:-1"},
         {{IsExist, "/"}, "E HandleCmd: recvBufSize error: 8287, expect: 8288", "RECVBUFSIZE,recvbufsize:8287", 8287},
     };
+    Start(Traced());
+    RawClient client;
+    std::size_t finished = 0;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.log);
-        ClearRecords();
-        Start(Traced());
-        RawClient client;
+        const std::size_t traced = std::filesystem::file_size(CALLS);
         const FileMigrateRcvMsg message = row.request.Wire();
         client.Send({reinterpret_cast<const char*>(&message), row.size});
-        ASSERT_TRUE(daemon->WaitForLog("[SubFdRef:")) << "the worker has not finished the request";
+        ASSERT_TRUE(Await("SubFdRef.*refcnt:1\n", ++finished));
         const std::string end = row.size == sizeof(message) ? "\nE HandleCmd: Invalid RecvMsg!\n" : "\n";
-        EXPECT_EQ(Written(), std::string(row.log) + "\n" + row.record + end);
+        EXPECT_EQ(Written(traced), std::string(row.log) + "\n" + row.record + end);
         // If the daemon had answered the refused request, this call would receive that answer instead of its own.
         EXPECT_EQ(client.Call({IsDir, "/", "/d", "u", "g", "7", 2}).result, 1);
-        EXPECT_FALSE(client.Receive(Deadline{20}));
+        ASSERT_TRUE(Await("SubFdRef.*refcnt:1\n", ++finished));
     }
+    EXPECT_FALSE(client.Receive(Deadline{20}));
     const std::regex accepted(R"(E FileMigrateOrvane: \[HandleCmd:\d+\] cmd: 1, src: /, dst: /d, user: u, group: g, )"
                               R"(recurseOpt: 2, perm: 7, fd: (\d+)\n[^]*E FileMigrateOrvane: \[SendResMsg:\d+\] )"
                               R"(result:1, errCode:0, pkgNum:0, fd:\1\n)");

@@ -1,7 +1,7 @@
 // Requests on a tree that its owner attacks while they run. A second thread swaps entries for links to a tree outside
 // or for pipes, or takes them away. Nothing outside may change or be copied, and every request must get its answer.
 //
-// FILE_MIGRATE_RACE_SECONDS sets the time for each row of the table. The default is half a second.
+// FILE_MIGRATE_RACE_SECONDS sets the time for each row of the table. The default is a quarter of a second.
 #include <fcntl.h>
 #include <sys/mount.h>
 
@@ -27,7 +27,7 @@ using Pairs = std::vector<Pair>;
 
 constexpr const char* SECRET = "what only root may read";
 const char* const kSeconds = std::getenv("FILE_MIGRATE_RACE_SECONDS");
-const Deadline kTime{kSeconds != nullptr ? 1000 * std::stol(kSeconds) : 500};
+const Deadline kTime{kSeconds != nullptr ? 1000 * std::stol(kSeconds) : 250};
 constexpr Deadline LIMIT{20000};  ///< for one request; the trees hold only a few files
 
 /// Delays the return of each mkdir by a millisecond, so that the attacker can swap the new directory before the daemon
@@ -61,7 +61,7 @@ struct Row {
 
 /// A thread that attacks each pair in turn, as fast as it can, until it is stopped.
 /// @param swaps  counts the successful attacks; only the thread may use it until the thread has ended
-std::jthread Attack(const Pairs& pairs, auto attack, long& swaps) {
+std::jthread Attack(const Pairs& pairs, bool (*attack)(const Pair&), long& swaps) {
     return std::jthread([pairs, attack, &swaps](const std::stop_token& stop) {
         while (!stop.stop_requested()) {
             swaps += std::count_if(pairs.begin(), pairs.end(), attack);
@@ -208,25 +208,21 @@ TEST_F(RaceTest, NothingOutsideIsLabelled) {
     Check({"restore labels, source gone", {Restorecon, "@/s", "", "", "", "", 2}, "@/s", true, TakeAway});
 }
 
-/// The owner of a directory can swap the new directory for one of root's in the same place, even one that root has made
-/// a moment before.
+/// The owner of a directory can swap the new directory for one of root's in the same place. It has content, or not the
+/// mode of a directory that the daemon has just created.
 TEST_F(RaceTest, PrepareDirChangesOnlyTheDirectoryThatItCreated) {
-    const std::string closed = tree->Path("closed"), made = tree->Path("made");
-    Start(kSlowMkdir);
-    for (const bool isEmpty : {false, true}) {
-        long swaps = 0, given = 0;
-        for (const auto end = Clock::now() + kTime; Clock::now() < end; fs::remove_all(made), fs::remove_all(closed)) {
-            tree->Dir("closed", 0700);
-            if (!isEmpty) {
-                tree->File("closed/file");
-            }
-            const auto inode = Lstat(closed).st_ino;
-            EXPECT_TRUE(Answers({PrepareDir, "@/made", "", "1", "2", "777", 1}, {{made, closed}}, swaps));
-            EXPECT_TRUE(Lstat(closed).st_ino == inode || Exchange({made, closed}));
-            const struct stat st = Lstat(closed);
-            given += st.st_uid != 0 || st.st_mode != (S_IFDIR | 0700);
+    for (const auto& [mode, isEmpty] : {std::pair{0700U, true}, {0700U, false}, {01700U, false}}) {
+        NewTrees();
+        const std::string closed = tree->Dir("closed", mode), made = tree->Path("made");
+        if (!isEmpty) {
+            tree->File("closed/file");
         }
-        EXPECT_TRUE(swaps > 0 && given == 0) << isEmpty << ' ' << given << " given away, swaps: " << swaps;
+        StartStoppingAfter("mkdirat");
+        const Reply reply = CallInterrupted({PrepareDir, "@/made", "", "1", "2", "777", 1}, [&] {
+            EXPECT_TRUE(Exchange({made, closed}));
+        });
+        EXPECT_EQ(reply.errCode, EEXIST);
+        EXPECT_TRUE(Lstat(made).st_uid == 0 && Lstat(made).st_mode == (S_IFDIR | mode)) << mode << isEmpty;
     }
 }
 
@@ -256,7 +252,7 @@ TEST_F(RaceTest, NothingPrivateArrivesReadable) {
     for (const auto& [name, request] : rows) {
         Start();
         long swaps = 0, readable = 0;
-        for (const auto end = Clock::now() + kTime; Clock::now() < end;) {
+        for (const auto end = Clock::now() + kTime; Clock::now() < end || swaps == 0;) {
             tree.emplace();
             second.emplace(ScratchTree::On::SecondFs);
             Pairs pairs;
@@ -282,49 +278,33 @@ TEST_F(RaceTest, NothingPrivateArrivesReadable) {
 /// copy, hoping that the daemon gives him the copy of root's files. Other rows: the user swaps in another object of
 /// root's after the copy, hoping that the daemon removes it.
 TEST_F(RaceTest, MoveNeitherGivesAwayNorRemovesRootsFiles) {
-    const DaemonOptions slowFlush{
-        {}, {"strace", "-fqqo/dev/null", "-etrace=syncfs", "-einject=syncfs:delay_enter=1000000"}};
-    const DaemonOptions verySlowMkdir{
-        {}, {"strace", "-fqqo/dev/null", "-etrace=mkdirat", "-einject=mkdirat:delay_exit=200000"}};
     const struct {
         const char* copied;
-        bool isAtFlush;
-        long files;  ///< how many files the move copies
-    } rows[] = {{"s/roots", false, 24}, {"s/roots", true, 24}, {"s/roots/f", true, 1}};
-    for (const auto& [copied, isAtFlush, files] : rows) {
+        std::string call;  ///< the swap comes after this system call
+        uid_t owner;       ///< of what is swapped in
+    } rows[] = {{"s/roots", "mkdirat", 1}, {"s/roots", "syncfs", 0}, {"s/roots/f", "syncfs", 0}};
+    for (const auto& [copied, call, owner] : rows) {
         NewTrees();
         const std::string source = tree->Path(copied), own = tree->Path("own"), made = second->Path("made");
         Grow(tree->Path("s/roots"), SECRET);
         Grow(own, SECRET);
-        EXPECT_EQ(isAtFlush ? 0 : chown(own.c_str(), 1, 1), 0);
-        Start(isAtFlush ? slowFlush : verySlowMkdir);
-        long swaps = 0;
-        const auto once = [&, isAtFlush = isAtFlush, files = files](const Pair& objects) {
-            if (swaps != 0 || (isAtFlush ? CountSecrets(*second) < files : !fs::exists(made + "/d"))) {
-                return false;
-            }
-            std::this_thread::sleep_for(Deadline{isAtFlush ? 200 : 0});
-            return Exchange(objects);
-        };
-        std::jthread attacker = Attack({{source, own}}, once, swaps);
-        EXPECT_EQ(Call({MoveAll, source, made}).errCode, ESTALE);
-        attacker = {};
-        EXPECT_TRUE(swaps == 1 && CountSecrets(*tree) == 48 && Lstat(made).st_uid == 0) << copied;
-        EXPECT_EQ(std::ssize(Found("Remove " + source + " failed")), isAtFlush ? 1 : 0);
+        EXPECT_EQ(chown(own.c_str(), owner, owner), 0);
+        StartStoppingAfter(call);
+        const Reply reply = CallInterrupted({MoveAll, source, made}, [&] { EXPECT_TRUE(Exchange({source, own})); });
+        EXPECT_EQ(reply.errCode, ESTALE);
+        EXPECT_TRUE(CountSecrets(*tree) == 48 && Lstat(made).st_uid == 0) << copied;
+        EXPECT_EQ(std::ssize(Found("Remove " + source + " failed")), call == "syncfs" ? 1 : 0);
     }
 }
 
 /// A user swaps the directory that a copy has just created for an open one of his own.
 TEST_F(RaceTest, CopyEndsWhenItsNewDirectoryIsSwapped) {
-    Start({{}, {"strace", "-fqqo/dev/null", "-etrace=mkdirat", "-einject=mkdirat:delay_exit=200000"}});
+    StartStoppingAfter("mkdirat");
     const std::string made = tree->Path("made"), own = tree->Dir("own", 0777);
     tree->File("s/f", SECRET);
-    long swaps = 0;
-    const auto once = [&](const Pair& objects) { return swaps == 0 && fs::exists(made) && Exchange(objects); };
-    std::jthread attacker = Attack({{made, own}}, once, swaps);
-    EXPECT_EQ(Call({CopyAll, tree->Path("s"), made}).errCode, EEXIST);
-    attacker = {};
-    EXPECT_TRUE(swaps == 1 && CountSecrets(*tree) == 1);
+    const Reply reply = CallInterrupted({CopyAll, "@/s", "@/made"}, [&] { EXPECT_TRUE(Exchange({made, own})); });
+    EXPECT_EQ(reply.errCode, EEXIST);
+    EXPECT_EQ(CountSecrets(*tree), 1);
 }
 
 /// Through a bind mount, the destination's path does not show that it lies inside the source.

@@ -5,8 +5,10 @@
 #include <sys/socket.h>
 
 #include <chrono>
+#include <future>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "file_migrate_orvane.h"
@@ -36,27 +38,35 @@ TEST(PackStringsTest, FillsPackagesUpToTheirWidth) {
     }
 }
 
-/// Each send is in time, but the whole reply may take 5 s and a second for each 128 KB.
-TEST(SendStrPkgsTest, EndsTheStreamOfAClientThatReadsNowAndThen) {
-    using std::chrono::steady_clock, std::chrono::milliseconds;
-    int ends[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
-    const UniqueFd worker(ends[0]), client(ends[1]);
-    FileMigrateStrPkg package{};
-    std::jthread reader([&](const std::stop_token& stop) {
-        while (!stop.stop_requested() && recv(client.Get(), &package, sizeof(package), MSG_WAITALL) > 0) {
-            std::this_thread::sleep_for(milliseconds{400});
-        }
+/// Sends packages to a client that pauses after each one, with little room in between.
+/// @return how many it received before the end of the stream, and how long it took to send them
+std::pair<std::size_t, std::chrono::milliseconds> Transfer(std::size_t count, std::chrono::milliseconds pause) {
+    int ends[2], room = 8192;
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    EXPECT_EQ(setsockopt(ends[0], SOL_SOCKET, SO_SNDBUF, &room, sizeof(room)), 0);
+    const UniqueFd client(ends[1]);
+    auto passed = std::async(std::launch::async, [end = ends[0], count] {
+        const UniqueFd worker(end);
+        const auto begin = std::chrono::steady_clock::now();
+        SendStrPkgs(worker.Get(), static_cast<int>(count), std::vector<std::string_view>(count, "text"));
+        return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin);
     });
-    const auto begin = steady_clock::now();
-    SendStrPkgs(worker.Get(), 1000, std::vector<std::string_view>(1000, "text"));
-    const auto passed = steady_clock::now() - begin;
-    EXPECT_TRUE(passed > milliseconds{4900} && passed < milliseconds{9000}) << passed / milliseconds{1};
-    reader.request_stop();
-    reader.join();
-    while (recv(client.Get(), &package, sizeof(package), 0) > 0) {
+    FileMigrateStrPkg package{};
+    std::size_t received = 0;
+    while (recv(client.Get(), &package, sizeof(package), MSG_WAITALL) == sizeof(package)) {
+        ++received;
+        std::this_thread::sleep_for(pause);
     }
-    EXPECT_EQ(recv(client.Get(), &package, sizeof(package), MSG_DONTWAIT), 0) << "the client sees the end";
+    return {received, passed.get()};
+}
+
+/// Each send is in time, but the whole reply may take only 5 s and a second for each 128 KB.
+TEST(SendStrPkgsTest, SlowClientGetsTheWholeReplyUnlessItReadsTooSlowly) {
+    using std::chrono::milliseconds;
+    auto steady = std::async(std::launch::async, Transfer, 200, milliseconds{31});  // 130 KiB/s
+    const auto [received, passed] = Transfer(1000, milliseconds{400});
+    EXPECT_TRUE(received < 30 && passed > milliseconds{4900} && passed < milliseconds{10000}) << received;
+    EXPECT_EQ(steady.get().first, 200U);
 }
 
 }  // namespace
