@@ -140,10 +140,10 @@ def rows():
     no_flush = {"LD_PRELOAD": str(NO_FLUSH), "ASAN_OPTIONS": "verify_asan_link_order=0"}
     yield Row("move", Tree(move))
     yield Row("move without its flush", Tree(move), loses=True, environment=no_flush)
-    yield Row("move of children", Tree(ours("move-children"), destination="empty"))
+    yield Row("move of children", Tree(ours("move-children"), destination="empty"), is_quick=False)
     yield Row("combined copy", Tree(comb, destination="empty"))
     yield Row("combined copy, 400 directories", Tree(comb, 400, 400, destination="empty"), is_quick=False)
-    yield Row("combined copy within a file system", Tree(comb, destination="empty"), places=["first"])
+    yield Row("combined copy within a file system", Tree(comb, destination="empty"), places=["first"], is_quick=False)
     yield Row("copy onto other files", Tree(ours("copy"), destination="other files"), is_quick=False)
     yield Row("records, with a rotation", Records(), places=[RECORDS])
     yield Row("`mv`", Tree(["mv"]), loses=None, is_quick=False)

@@ -67,48 +67,35 @@ TEST_F(OrvanectlDaemonTest, SaysWhatWouldBeLostBeforeItIs) {
     tree->Link("src/link", "file");
     tree->Link("dangling", "nowhere");
     const std::string other = std::getenv("FILE_MIGRATE_SECOND_FS") + std::string("/lost");
-    const std::string lost = "1 symbolic link would be lost: " + tree->Path("src/link") + "\n";
-    const std::string comb = "orvanectl: copy-comb " + tree->Path("src") + " -> ";
-    const std::string none = " is not an existing directory";
+    const std::string lost = "1 symbolic link would be lost: @/src/link\n";
+    const std::string comb = "orvanectl: copy-comb @/src -> ";
+    const std::string none = "the destination @/absent is not an existing directory";
     const std::string removed = ". The daemon would still remove the source; --force sends it anyway\n";
     const std::tuple<std::string, int, std::string> rows[] = {
-        {"move src " + other + " --strict", 1,
-         "orvanectl: move " + tree->Path("src") + " -> " + other + ": not sent: " + lost},
+        {"move src " + other + " --strict", 1, "orvanectl: move @/src -> " + other + ": not sent: " + lost},
         {"move-children src " + tree->Dir("into"), 0, ""},  // a rename keeps links
         {"move-children into src", 0, ""},
-        {"copy-comb 0:0 640 src absent", 1,
-         comb + tree->Path("absent: not sent: the destination ") + tree->Path("absent") + none + removed},
+        {"copy-comb 0:0 640 src absent", 1, comb + "@/absent: not sent: " + none + removed},
         {"copy-comb 0:0 640 src src", 1,
-         comb + tree->Path("src: not sent: the destination ") + tree->Path("src") + " lies inside the source" +
-             removed},
+         comb + "@/src: not sent: the destination @/src lies inside the source" + removed},
         {"copy-comb 0:0 640 src absent --dry-run", 1,
-         comb + tree->Path("absent: it would fail: the destination ") + tree->Path("absent") + none + "; " +
-             tree->Path("src") + " would be removed and its files lost\n"},
+         comb + "@/absent: it would fail: " + none + "; @/src would be removed and its files lost\n"},
         {"move src src/in --dry-run", 1,
-         "orvanectl: move " + tree->Path("src") + " -> " + tree->Path("src/in") +
-             ": it would fail: " + tree->Path("src/in") + " lies inside the source\n"},
+         "orvanectl: move @/src -> @/src/in: it would fail: @/src/in lies inside the source\n"},
         {"copy src src/file --dry-run", 1,
-         "orvanectl: copy " + tree->Path("src") + " -> " + tree->Path("src/file") +
-             ": it would fail: " + tree->Path("src/file") + " lies inside the source\n"},
-        {"copy src src --dry-run", 1,
-         "orvanectl: copy " + tree->Path("src") + " -> " + tree->Path("src") +
-             ": it would fail: the source is the destination\n"},
-        {"move into src --dry-run", 1,
-         "orvanectl: move " + tree->Path("into") + " -> " + tree->Path("src") +
-             ": it would fail: " + tree->Path("src") + " is not empty\n"},
+         "orvanectl: copy @/src -> @/src/file: it would fail: @/src/file lies inside the source\n"},
+        {"copy src src --dry-run", 1, "orvanectl: copy @/src -> @/src: it would fail: the source is the destination\n"},
+        {"move into src --dry-run", 1, "orvanectl: move @/into -> @/src: it would fail: @/src is not empty\n"},
         {"move src/file into --dry-run", 1,
-         "orvanectl: move " + tree->Path("src/file") + " -> " + tree->Path("into") +
-             ": it would fail: " + tree->Path("into") + " is a directory and the source is not\n"},
+         "orvanectl: move @/src/file -> @/into: it would fail: @/into is a directory and the source is not\n"},
         {"move src into --dry-run", 0, ""},  // into is empty
-        {"mkdir src/file", 1,
-         "orvanectl: mkdir " + tree->Path("src/file") + ": the path exists and is not a directory\n"},
-        {"move dangling x", 3,
-         "orvanectl: move " + tree->Path("dangling") + " -> " + tree->Path("x") +
-             ": the source is a link that leads nowhere\n"},
-        {"move src " + other, 0, "orvanectl: move " + tree->Path("src") + " -> " + other + ": warning: " + lost},
+        {"mkdir src/file", 1, "orvanectl: mkdir @/src/file: the path exists and is not a directory\n"},
+        {"move dangling x", 3, "orvanectl: move @/dangling -> @/x: the source is a link that leads nowhere\n"},
+        {"move src " + other, 0, "orvanectl: move @/src -> " + other + ": warning: " + lost},
     };
-    for (const auto& [words, status, err] : rows) {
+    for (const auto& [words, status, text] : rows) {
         const Finished run = RunIn(*tree, words);
+        const std::string err = Expand(text);
         EXPECT_EQ(run.status, status) << words;
         EXPECT_EQ(run.err.substr(0, err.size()), err) << words << "\n" << run.err;
     }
@@ -167,12 +154,10 @@ TEST_F(OrvanectlDaemonTest, AFailureComesWithItsCauseAndItsRecords) {
     Start();
     tree->MakeImmutable(tree->File("fixed"));
     EXPECT_EQ(RunIn(*tree, "move absent/x y").err.find("hint: "), std::string::npos) << "it leaves no record";
-    const std::string call = "orvanectl: move " + tree->Path("fixed") + " -> " + tree->Path("new");
     const Finished run = RunIn(*tree, "move fixed new");
-    EXPECT_EQ(run.err.substr(0, run.err.find("hint: ")), call +
-                                                             ": EPERM (Operation not permitted)\nlikely cause: the "
-                                                             "source " +
-                                                             tree->Path("fixed") + " has the immutable flag\n");
+    EXPECT_EQ(run.err.substr(0, run.err.find("hint: ")),
+              Expand("orvanectl: move @/fixed -> @/new: EPERM (Operation not permitted)\n"
+                     "likely cause: the source @/fixed has the immutable flag\n"));
     const std::string hint = run.err.substr(run.err.find("orvanectl records"));
     const Finished shown = RunTool(hint.substr(10, hint.find(" shows") - 10));
     EXPECT_TRUE(Has(shown.out, "likely cause: the source ")) << hint << shown.out << shown.err;
@@ -182,15 +167,15 @@ TEST_F(OrvanectlDaemonTest, AFailureComesWithItsCauseAndItsRecords) {
 
 TEST_F(OrvanectlDaemonTest, ProgressGrowsAndCtrlCLeavesTheDaemonAtWork) {
     Start({{}, {"strace", "-fqqo/dev/null", "-etrace=pwrite64", "-einject=pwrite64:delay_enter=200000"}});
-    for (int i = 0; i < 8; ++i) {
+    for (int i = 0; i < 4; ++i) {
         tree->File("src/" + std::to_string(i), std::string(100'000, 'x'));
     }
     const ScratchTree other(ScratchTree::On::SecondFs);
     const std::string src = tree->Path("src"), copied = src + " -> " + other.Path("copied");
-    const std::string line = ": [0-9]+K? of 804K, [0-9]+ %(, [0-9]+K/s, 0:[0-9]{2} left)?";
+    const std::string line = ": [0-9]+K? of 404K, [0-9]+ %(, [0-9]+K/s, 0:[0-9]{2} left)?";
     const Finished whole = RunTool("copy " + src + " " + other.Path("copied") + "' /dev/null", "script -qec '");
     EXPECT_TRUE(std::regex_match(whole.out, std::regex("(\rcopy" + line + ")+\r +\rcopied " + copied +
-                                                       ": 804K in [0-9.]+ s \\([0-9]+K/s\\)\r\n")))
+                                                       ": 404K in [0-9.]+ s \\([0-9]+K/s\\)\r\n")))
         << whole.out;
     const Finished cut =
         RunTool("move --progress=always " + src + " " + other.Path("moved"), "timeout --foreground -s INT 1");
@@ -212,45 +197,39 @@ std::string Masked(const std::string& status) {
 TEST_F(OrvanectlDaemonTest, StatusShowsTheDaemonAndItsRecords) {
     Start();
     ASSERT_EQ(RecordsOf("mkdir " + tree->File("file") + "/x"), 1U);
-    const std::string zelto = std::filesystem::path(RECORD_FILE_AB).parent_path(), path = tree->Path("file/x");
+    const std::string zelto = "/data/zelto/update/migrate";
     const std::string bytes = std::to_string(2 * std::filesystem::file_size(RECORD_FILE_AB));
     std::filesystem::copy_file(RECORD_FILE_AB, zelto + "/file_migrate_ab_20261121101530.txt");
     std::filesystem::create_directories(DUMP_DIRECTORY);
     std::ofstream(DUMP_DIRECTORY + std::string("/MOVE@20261121101530")) << "denied\n";
     std::filesystem::remove_all("/data/update/migrate");
     const std::string answers =
-        "orvanectl     V\ndaemon        answers within # ms\n"
+        "orvanectl     V\n"
+        "daemon        answers within # ms\n"
         "socket        /dev/unix/socket/file_migrate_orvane (root:root 0600)\n";
-    const std::string records =
+    const std::string records = Expand(
         "records       /data/update/migrate/file_migrate_bi.txt: no directory: records are lost until you run \"mkdir "
         "-p /data/update/migrate\"\n"
-        "records       " +
-        zelto +
-        "/file_migrate_bi.txt: no records\n"
-        "records       " +
-        zelto +
-        "/file_migrate_ab.txt: 1.0K with 1 rotated\n"
-        "last record   #  ENOTDIR    create directory  " +
-        path +
-        " mode=700\n"
-        "dumps         1\n";
+        "records       /data/zelto/update/migrate/file_migrate_bi.txt: no records\n"
+        "records       /data/zelto/update/migrate/file_migrate_ab.txt: 1.0K with 1 rotated\n"
+        "last record   #  ENOTDIR    create directory  @/file/x mode=700\n"
+        "dumps         1\n");
     EXPECT_EQ(Masked(RunTool("status").out), answers + records);
     const Finished gone = RunTool("status --socket /nowhere");
     EXPECT_EQ(Masked(gone.out), "orvanectl     V\ndaemon        does not answer\nsocket        /nowhere\n" + records);
     EXPECT_EQ(gone.status, 4);
-    const std::string json =
-        R"("records":[{"file":"/data/update/migrate/file_migrate_bi.txt","bytes":0,"rotated":0,"errno":2},{"file":")" +
-        zelto + R"(/file_migrate_bi.txt","bytes":0,"rotated":0,"errno":2},{"file":")" + zelto +
-        R"(/file_migrate_ab.txt","bytes":)" + bytes +
-        R"(,"rotated":1,"errno":0}],"last_record":{"time":"#","type":"MKDIR","failure":"create directory","errno":20,)"
-        R"("error":"ENOTDIR","src":")" +
-        path +
-        R"(","dst":"","user":"","group":"","perm":"700","recurseOpt":"","refused":null},"dumps":1,"message":"","hint":""})"
-        "\n";
-    EXPECT_EQ(Masked(RunTool("status --json").out),
-              R"({"command":"status","ok":true,"result":null,"errno":0,"error":null,"version":"V","reachable":true,)"
-              R"("milliseconds":#,"socket":"/dev/unix/socket/file_migrate_orvane","socket_owner":"root:root 0600",)" +
-                  json);
+    EXPECT_EQ(
+        Masked(RunTool("status --json").out),
+        Expand(R"({"command":"status","ok":true,"result":null,"errno":0,"error":null,"version":"V","reachable":true,)"
+               R"("milliseconds":#,"socket":"/dev/unix/socket/file_migrate_orvane","socket_owner":"root:root 0600",)"
+               R"("records":[{"file":"/data/update/migrate/file_migrate_bi.txt","bytes":0,"rotated":0,"errno":2},)"
+               R"({"file":"/data/zelto/update/migrate/file_migrate_bi.txt","bytes":0,"rotated":0,"errno":2},)"
+               R"({"file":"/data/zelto/update/migrate/file_migrate_ab.txt","bytes":)" +
+               bytes +
+               R"(,"rotated":1,"errno":0}],"last_record":{"time":"#","type":"MKDIR","failure":"create directory",)"
+               R"("errno":20,"error":"ENOTDIR","src":"@/file/x","dst":"","user":"","group":"","perm":"700",)"
+               R"("recurseOpt":"","refused":null},"dumps":1,"message":"","hint":""})") +
+            "\n");
     EXPECT_TRUE(Has(RunTool("status --json --socket /nowhere").out,
                     R"("ok":false,"result":null,"errno":2,"error":"ENOENT","version":)"));
 }

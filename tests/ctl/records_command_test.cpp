@@ -255,30 +255,21 @@ TEST_F(RecordsCommand, PrintsRecordsAndSummariesAsJson) {
     Append(file,
            "type:CHMOD,src:/data/\u2067b/n,dst:,user:,group:,perm:640,recurseOpt:,errno:95,times:20261121111213;"
            "lstat /data/\u2067b/n:errno=2;llistxattr /data/\u2067b/n:errno=2;");
-    const std::string text = "\"time\":\"2026-11-21T11:12:13\",\"type\":\"CHMOD\",\"failure\":\"change mode\",";
     EXPECT_EQ(RunTool("records -n 1 --json " + file).out,
-              "{" + text +
-                  "\"errno\":95,\"error\":\"EOPNOTSUPP\",\"src\":\"/data/\\u2067b/n\",\"dst\":\"\","
-                  "\"user\":\"\",\"group\":\"\",\"perm\":\"640\",\"recurseOpt\":\"\",\"refused\":null,\"cause\":null,"
-                  "\"cause_path\":null,\"likely_cause\":null,\"to_check\":null,\"ambiguous\":false,\"cut\":false,"
-                  "\"snapshots\":["
-                  "{\"kind\":\"stat\",\"path\":\"/data/\\u2067b/n\",\"errno\":2,\"error\":\"ENOENT\"},"
-                  "{\"kind\":\"attribute\",\"path\":\"/data/\\u2067b/n\",\"errno\":2,\"error\":\"ENOENT\"}],"
-                  "\"file\":\"" +
-                  file + "\",\"offset\":" + std::to_string(size) + ",\"length\":156}\n");
-    const std::string first = "\"first\":\"2026-11-21T10:15:30\",\"last\":\"2026-11-21T10:15:30\"}";
-    const std::string last = "\"first\":\"2026-11-21T11:12:13\",\"last\":\"2026-11-21T11:12:13\"}";
+              R"({"time":"2026-11-21T11:12:13","type":"CHMOD","failure":"change mode","errno":95,"error":"EOPNOTSUPP",)"
+              R"("src":"/data/\u2067b/n","dst":"","user":"","group":"","perm":"640","recurseOpt":"","refused":null,)"
+              R"("cause":null,"cause_path":null,"likely_cause":null,"to_check":null,"ambiguous":false,"cut":false,)"
+              R"("snapshots":[{"kind":"stat","path":"/data/\u2067b/n","errno":2,"error":"ENOENT"},)"
+              R"({"kind":"attribute","path":"/data/\u2067b/n","errno":2,"error":"ENOENT"}],"file":")" +
+                  file + R"(","offset":)" + std::to_string(size) + ",\"length\":156}\n");
+    const std::string first = R"("first":"2026-11-21T10:15:30","last":"2026-11-21T10:15:30"})";
+    const std::string last = R"("first":"2026-11-21T11:12:13","last":"2026-11-21T11:12:13"})";
     EXPECT_EQ(RunTool("records --summary --json " + file).out,
-              "{\"count\":3001,\"first\":\"2026-11-21T10:15:30\",\"last\":\"2026-11-21T11:12:13\",\"failures\":["
-              "{\"type\":\"ISDIR\",\"failure\":\"ask whether it is a directory\",\"errno\":2,\"error\":\"ENOENT\","
-              "\"count\":3000," +
-                  first +
-                  ",{\"type\":\"CHMOD\",\"failure\":\"change mode\",\"errno\":95,"
-                  "\"error\":\"EOPNOTSUPP\",\"count\":1," +
-                  last +
-                  "],\"directories\":[{\"directory\":\"/data/a\","
-                  "\"count\":3000," +
-                  first + ",{\"directory\":\"/data/\\u2067b\",\"count\":1," + last + "]}\n");
+              R"({"count":3001,"first":"2026-11-21T10:15:30","last":"2026-11-21T11:12:13","failures":[{"type":"ISDIR",)"
+              R"("failure":"ask whether it is a directory","errno":2,"error":"ENOENT","count":3000,)" +
+                  first + R"(,{"type":"CHMOD","failure":"change mode","errno":95,"error":"EOPNOTSUPP","count":1,)" +
+                  last + R"(],"directories":[{"directory":"/data/a","count":3000,)" + first +
+                  R"(,{"directory":"/data/\u2067b","count":1,)" + last + "]}\n");
     EXPECT_NE(RunTool("records -n 1 " + file, "LC_ALL=C.UTF-8").out.find("\\xe2\\x81\\xa7b/n"), std::string::npos);
     const Finished full = RunTool("records " + file, "exec 3>/dev/full; out() { \"$@\" >&3; }; out");
     EXPECT_EQ(full.err, "orvanectl: records: cannot write to standard output\n");
