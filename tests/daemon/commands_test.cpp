@@ -327,6 +327,11 @@ TEST_F(CommandsTest, ReportsDirectoriesThatItCannotOpen) {
     CheckAll({
         {"used space", "mkdir -m 0 d", Ask(UsedSpace, "@/d"), blocks / 2, EACCES,
          "E AddBlksRecurse: open dir @/d failed, errno %\nOPEN_ADDBLKSRECURSE"},
+        {"owner of a directory that nobody may enter", "mkdir s ~/t; chown 7:8 s; chmod 400 ~/t",
+         Ask(MoveAll, "@/s", "~/t"), 0, EXDEV,
+         "E DoMove: MoveByRename @/s to ~/t failed, errno=18\nE Move: rename @/s to ~/t failed EXDEV, use copy\nI "
+         "Remove: Remove @/s suc\nI MoveByCopy: MoveByCopy @/s to ~/t suc",
+         "~t/ 400 7:8"},
         {"largest", "mkdir -m 0 d", Ask(MaxSize, "@/d"), -1, EACCES,
          "E RecMaxSizeRecurse: open dir @/d failed, errno %\nOPEN_RECMAXSIZERECURSE"},
         {"chown", "mkdir d; touch d/f; mkdir -m 0 d/s", Ask(ChOwn, "@/d", "", "0", "2", "", 2), -1, EACCES,
@@ -386,17 +391,17 @@ TEST_F(CommandsTest, ReportsFilesThatDisappearDuringARequest) {
 TEST_F(CommandsTest, CombinedCopyFlushesABatchAtATime) {
     const std::string calls = second->Path("calls");
     Start({{}, {"strace", "-fqo", calls, "--seccomp-bpf", "-etrace=syncfs"}});
-    ASSERT_TRUE(Shell("mkdir -p s/d t empty; for i in $(seq 5000); do : >s/d/$i; done"));
+    ASSERT_TRUE(Shell("mkdir -p s/d t empty; seq -f s/d/%g 5000 | xargs touch"));
     EXPECT_EQ(Call({CopyComb, "@/s", "@/t", "1", "2", "755"}).result, 0);
     EXPECT_EQ(Shell("ls t/d | wc -l; test ! -e s; grep -c syncfs ~/calls"), "5000\n2\n");
     EXPECT_EQ(Call({CopyComb, "@/empty", "@/t", "1", "2", "755"}).result, 0);
     EXPECT_EQ(Shell("grep -c syncfs ~/calls"), "2\n") << "nothing was copied";
-    ASSERT_TRUE(Shell("mkdir -p s t2; for i in $(seq 300); do mkdir -p s/d$i/e; done"));
+    ASSERT_TRUE(Shell("mkdir -p s t2; seq -f s/d%g/e 300 | xargs mkdir -p"));
     EXPECT_EQ(Call({CopyComb, "@/s", "@/t2", "1", "2", "755"}).result, 0);
     EXPECT_EQ(Found(Expand("Remove @/s/d\\d+ suc")).size() + Found(Expand("Remove @/s/d\\d+/e suc")).size(), 600U)
         << "a batch in the middle of the walk names each directory by its own path";
     StartWithFault({"--seccomp-bpf", "-etrace=syncfs", "-einject=syncfs:error=EIO"});
-    ASSERT_TRUE(Shell("mkdir -p s/d t3; for i in $(seq 9000); do : >s/d/$i; done"));
+    ASSERT_TRUE(Shell("mkdir -p s/d t3; seq -f s/d/%g 9000 | xargs touch"));
     const Reply reply = Call({CopyComb, "@/s", "@/t3", "1", "2", "755"});
     EXPECT_TRUE(reply.result == -1 && reply.errCode == EIO) << "a batch in the middle of the walk was not written";
     EXPECT_EQ(Shell("ls s/d | wc -l"), "9000\n");

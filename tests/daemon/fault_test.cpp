@@ -300,6 +300,7 @@ TEST_F(FaultTest, LateErrorsFailTheRequestAndLoseNothing) {
         const char* path;
         const char* record;
     } rows[] = {
+        {{PrepareDir, "@/sub", "", ""}, "/access", "@/sub", "ISEXIST"},
         {{ChOwn, "@/src", "", "@/src"}, "getdents64", "@/src/d", "OPEN_CHMOWNERECURSE"},
         {{ChMod, "@/src", "", "@/src"}, "getdents64", "@/src/d", "OPEN_CHMODERECURSE"},
         {{TryRemove, "@/src", "", ""}, "getdents64", "@/src/d", "OPEN_TRYREMOVE"},
@@ -395,21 +396,6 @@ TEST_F(FaultTest, EntriesWithoutATypeAreLookedUp) {
         EXPECT_TRUE(isSuccess == (way.dst != std::string("@/missing/dst")) && IsAsPromised(way, isSuccess))
             << int(way.cmd) << way.src;
     }
-}
-
-TEST_F(FaultTest, DirectoryThatCannotBeProbedIsNotReportedAsPrepared) {
-    MakeTrees();
-    StartWithFault({"-P", Expand("@/sub"), "-einject=/access:error=EIO"});
-    const Reply reply = DaemonTest::Call({PrepareDir, "@/sub", "", "1", "2", "0750", 1});
-    EXPECT_TRUE(reply.result == -1 && reply.errCode == EIO) << reply.result << ' ' << reply.errCode;
-}
-
-/// The owner of a directory that nobody may enter can be changed by its name, and so by its descriptor.
-TEST_F(FaultTest, DestinationThatCannotBeEnteredGetsItsOwner) {
-    Start(WITHOUT_OVERRIDES);
-    ASSERT_TRUE(Shell("mkdir empty ~/dst; chown 7:8 empty; chmod 400 ~/dst"));
-    EXPECT_EQ(DaemonTest::Call({MoveAll, "@/empty", "~/dst"}).result, 0);
-    EXPECT_EQ(Lstat(Expand("~/dst")).st_uid, 7U);
 }
 
 }  // namespace

@@ -28,7 +28,6 @@ using Pairs = std::vector<Pair>;
 constexpr const char* SECRET = "what only root may read";
 const char* const kSeconds = std::getenv("FILE_MIGRATE_RACE_SECONDS");
 const Deadline kTime{kSeconds != nullptr ? 1000 * std::stol(kSeconds) : 250};
-constexpr Deadline LIMIT{20000};  ///< for one request; the trees hold only a few files
 
 /// Delays the return of each mkdir by a millisecond, so that the attacker can swap the new directory before the daemon
 /// opens it.
@@ -124,7 +123,7 @@ protected:
         const std::jthread attacker = Attack(pairs, attack, swaps);
         RawClient client;
         client.Send(Expand(request));
-        return client.Receive(LIMIT).has_value();
+        return client.Receive().has_value();
     }
 
     /// Runs a row until its time is over. In the first rounds one pair is swapped before the request, in the others all
@@ -151,9 +150,8 @@ protected:
         }
         Strings differences;
         std::ranges::set_symmetric_difference(before, States(*outside), std::back_inserter(differences));
-        printf("%-36s %6zu rounds %8ld swaps: %zu differences outside, %ld files copied%s\n", row.name, rounds, swaps,
-               differences.size(), copied, isAnswered ? "" : ", HUNG");
-        EXPECT_TRUE(isAnswered && differences.empty() && copied == 0 && swaps > 0) << row.name;
+        EXPECT_TRUE(isAnswered && differences.empty() && copied == 0 && swaps > 0)
+            << row.name << ": " << isAnswered << differences.size() << ' ' << copied << ' ' << swaps;
     }
 
     std::optional<ScratchTree> outside;
@@ -269,7 +267,6 @@ TEST_F(RaceTest, NothingPrivateArrivesReadable) {
             EXPECT_TRUE(Answers(request, pairs, swaps));
             readable += CountReadable(Expand(request.dst));
         }
-        printf("%-36s %8ld swaps: %ld private files readable\n", name, swaps, readable);
         EXPECT_TRUE(readable == 0 && swaps > 0) << name;
     }
 }

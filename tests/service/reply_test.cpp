@@ -24,7 +24,6 @@ TEST(PackStringsTest, FillsPackagesUpToTheirWidth) {
         StringList strs;
         std::vector<std::string> packages;
     } rows[] = {
-        {"none", {}, {}},
         {"three", {"a", "b", "c"}, {"a/b/c"}},
         {"empty string first", {"", "x"}, {"/x"}},
         {"only an empty string", {""}, {""}},
