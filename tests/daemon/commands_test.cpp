@@ -425,7 +425,7 @@ TEST_F(CommandsTest, WhatChangesAfterItWasCopiedStays) {
                 Shell("rm -rf s t out ~/t; mkdir -p s/d out/d; echo a >s/d/f; ln s/d/f s/d/g; echo g >out/d/g; "
                       "ln -s f s/l"));
             ASSERT_TRUE(request.cmd == MoveAll || Shell("mkdir t"));
-            const Reply reply = CallInterrupted(request, [&] {
+            const Reply reply = CallInterrupted(request, [&, change = change] {
                 // The kernel's clock for time stamps advances every 10 ms at most.
                 std::this_thread::sleep_for(Deadline{20});
                 EXPECT_TRUE(Shell(change));
