@@ -198,10 +198,10 @@ TEST_F(RecordsCommand, FormsColoursAndPager) {
     }
     const std::string wide =
         tree->File("wide.txt", Line("RMDIR", "/a", 36, "101530") + Line("RMDIR", "/b", 2, "101530"));
-    const std::string first = "2026-11-21 10:15:30  ENAMETOOLONG  remove directory  /a\n";
-    const std::string second = "2026-11-21 10:15:30  ENOENT        remove directory  /b\n";
-    EXPECT_EQ(RunTool("records " + wide).out, first + second);
-    EXPECT_EQ(RunTool("records -r " + wide).out, second + first);
+    const std::string lineOfA = "2026-11-21 10:15:30  ENAMETOOLONG  remove directory  /a\n";
+    const std::string lineOfB = "2026-11-21 10:15:30  ENOENT        remove directory  /b\n";
+    EXPECT_EQ(RunTool("records " + wide).out, lineOfA + lineOfB);
+    EXPECT_EQ(RunTool("records -r " + wide).out, lineOfB + lineOfA);
     for (const std::string words : {"-o pretty", "-o json --json", "-o short -v", "--color blue"}) {
         EXPECT_EQ(RunTool("records " + words).status, 2) << words;
     }
