@@ -304,6 +304,28 @@ TEST_F(RaceTest, CopyEndsWhenItsNewDirectoryIsSwapped) {
     EXPECT_EQ(CountSecrets(*tree), 1);
 }
 
+/// A user puts another file in the place of the one that a copy is about to overwrite.
+TEST_F(RaceTest, CopyLooksAgainAtTheFileThatItOverwrites) {
+    const struct {
+        const char* swap;
+        int errCode;
+        bool isReplaced;  ///< the copy is a new file, because the user may have opened the one that he put there
+    } rows[] = {{"ln -f s t", EEXIST, false}, {"mv others t", 0, true}, {"mv open t", 0, true}};
+    for (const auto& [swap, errCode, isReplaced] : rows) {
+        NewTrees();
+        ASSERT_TRUE(Shell("echo secret >s; touch t open others; chmod 600 s t others; chmod 666 open; chown 1 others"));
+        StartWithFault({"-P", Expand("@/t"), "-einject=newfstatat:signal=STOP:when=1"});
+        ino_t found = 0;
+        const Reply reply = CallInterrupted({CopyAll, "@/s", "@/t"}, [&, script = swap] {
+            EXPECT_TRUE(Shell(script));
+            found = Lstat(Expand("@/t")).st_ino;
+        });
+        EXPECT_EQ(reply.errCode, errCode) << swap;
+        EXPECT_EQ(ReadFile(Expand("@/s")) + ReadFile(Expand("@/t")), "secret\nsecret\n") << swap;
+        EXPECT_EQ(Lstat(Expand("@/t")).st_ino != found, isReplaced) << swap;
+    }
+}
+
 /// Through a bind mount, the destination's path does not show that it lies inside the source.
 TEST_F(RaceTest, CopyIntoItselfThroughABindMountLosesNothing) {
     for (const auto& [cmd, name] :
