@@ -206,21 +206,30 @@ TEST_F(RaceTest, NothingOutsideIsLabelled) {
     Check({"restore labels, source gone", {Restorecon, "@/s", "", "", "", "", 2}, "@/s", true, TakeAway});
 }
 
-/// The owner of a directory can swap the new directory for one of root's in the same place. It has content, or not the
-/// mode of a directory that the daemon has just created.
+/// The owner of a directory can swap the new directory for another one in the same place, or for a link to one. It has
+/// content, or not the owner or the mode of a directory that the daemon has just created.
 TEST_F(RaceTest, PrepareDirChangesOnlyTheDirectoryThatItCreated) {
-    for (const auto& [mode, isEmpty] : {std::pair{0700U, true}, {0700U, false}, {01700U, false}}) {
+    const struct {
+        const char* path;
+        const char* swap;
+        const char* set;  ///< makes the other directory
+        int errCode;
+    } rows[] = {{"@/made", "mv", "chmod 700 other", EEXIST},
+                {"@/made", "mv", "chmod 700 other; touch other/file", EEXIST},
+                {"@/made", "mv", "chmod 1700 other; touch other/file", EEXIST},
+                {"@/made", "mv", "chmod 1700 other; chown 1 other", EEXIST},
+                {"@/made/", "ln -s", "chmod 1700 other", ENOTDIR}};
+    for (const auto& [path, swap, set, errCode] : rows) {
         NewTrees();
-        const std::string closed = tree->Dir("closed", mode), made = tree->Path("made");
-        if (!isEmpty) {
-            tree->File("closed/file");
-        }
+        ASSERT_TRUE(Shell(std::string("mkdir other; ") + set));
+        const std::string look = "stat -Lc '%u %a' made";
+        std::optional<std::string> before;
         StartStoppingAfter("mkdirat");
-        const Reply reply = CallInterrupted({PrepareDir, "@/made", "", "1", "2", "777", 1}, [&] {
-            EXPECT_TRUE(Exchange({made, closed}));
+        const Reply reply = CallInterrupted({PrepareDir, path, "", "1", "2", "777", 1}, [&, command = swap] {
+            before = Shell("rmdir made; " + std::string(command) + " other made; " + look);
         });
-        EXPECT_EQ(reply.errCode, EEXIST);
-        EXPECT_TRUE(Lstat(made).st_uid == 0 && Lstat(made).st_mode == (S_IFDIR | mode)) << mode << isEmpty;
+        EXPECT_EQ(reply.errCode, errCode) << path << set;
+        EXPECT_TRUE(before && Shell(look) == before) << path << set;
     }
 }
 
