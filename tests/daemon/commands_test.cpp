@@ -332,6 +332,9 @@ TEST_F(CommandsTest, ReportsDirectoriesThatItCannotOpen) {
          "E DoMove: MoveByRename @/s to ~/t failed, errno=18\nE Move: rename @/s to ~/t failed EXDEV, use copy\nI "
          "Remove: Remove @/s suc\nI MoveByCopy: MoveByCopy @/s to ~/t suc",
          "~t/ 400 7:8"},
+        {"flush of a directory that nobody may read", "mkdir s t; echo a >s/f; chmod 300 t",
+         Ask(CopyComb, "@/s", "@/t", "0", "0", "755"), -1, EACCES,
+         "E MoveByCopy: flush @/t failed, errno=%\nCOPY,dst:@/t", "s/,s/f 2B,t/ 300,t/f 2B 755"},
         {"largest", "mkdir -m 0 d", Ask(MaxSize, "@/d"), -1, EACCES,
          "E RecMaxSizeRecurse: open dir @/d failed, errno %\nOPEN_RECMAXSIZERECURSE"},
         {"chown", "mkdir d; touch d/f; mkdir -m 0 d/s", Ask(ChOwn, "@/d", "", "0", "2", "", 2), -1, EACCES,

@@ -308,8 +308,9 @@ TEST_F(ServerTest, KernelLogDumpIsWholeOrNotThere) {
         const Strings dumps = KernelLogDumps("COPY");
         EXPECT_EQ(dumps.empty() ? "none" : ReadFile(dumps[0]), content);
         for (const std::string& dump : dumps) {
-            const struct stat st = Lstat(dump);
+            const struct stat st = Lstat(dump), above = Lstat(DUMP_DIRECTORY);
             EXPECT_TRUE(st.st_mode == (S_IFREG | 0770U) && st.st_uid == 0 && st.st_gid == 1000);
+            EXPECT_TRUE(above.st_mode == (S_IFDIR | 0771U) && above.st_uid == 0 && above.st_gid == 1000);
         }
     }
 }

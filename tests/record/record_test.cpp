@@ -102,6 +102,10 @@ TEST_F(RecordTest, KindChoosesTheFile) {
     EXPECT_EQ(Records(RECORD_FILE_ZELTO), Strings{"type:2;"});
     EXPECT_EQ(Records(RECORD_FILE_AB), Strings{"type:3;"});
     EXPECT_EQ(Lstat(RECORD_FILE_AB).st_mode & 07777, 0644U);
+    std::filesystem::remove(RECORD_FILE_UPDATE);
+    std::filesystem::create_symlink(RECORD_FILE_AB, RECORD_FILE_UPDATE);
+    WriteRecordErrToFile("type:LINK;", RECORD_KIND_UPDATE);
+    EXPECT_EQ(Records(RECORD_FILE_AB), Strings{"type:3;"}) << "written through a link";
 }
 
 TEST_F(RecordTest, RotatesAt256KBAndDropsTheRecordWhenThatFails) {
