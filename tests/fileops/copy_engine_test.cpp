@@ -7,8 +7,11 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
@@ -23,6 +26,7 @@
 #include <vector>
 
 #include "copy.h"
+#include "raw_client.h"
 #include "record_file.h"
 #include "scratch_tree.h"
 #include "unique_fd.h"
@@ -268,6 +272,15 @@ TEST(CopyEngineTest, LargeFilesHolesAndFilesThatLieAboutTheirSize) {
     }
     tree.File("s/large", numbers);
     fs::resize_file(tree.File("s/sparse", "begin"), 1 << 20);
+    const pid_t child = fork();
+    if (child == 0) {
+        const std::string variable = "X=" + std::string(100'000, 'x');
+        execle("/bin/sleep", "sleep", "60", nullptr,
+               std::array{variable.c_str(), static_cast<const char*>(nullptr)}.data());
+        _exit(127);
+    }
+    const std::string environment = "/proc/" + std::to_string(child) + "/environ";
+    EXPECT_TRUE(Becomes([&] { return ReadFile(environment).starts_with("X="); }));
     for (const std::string& target : {tree.Path("t"), second.Path("t")}) {
         CopyResult result;
         EXPECT_EQ(Ours(tree.Path("s"), target, {}, result), 0);
@@ -275,11 +288,13 @@ TEST(CopyEngineTest, LargeFilesHolesAndFilesThatLieAboutTheirSize) {
         EXPECT_LT(Lstat(target + "/sparse").st_blocks, 100);
         EXPECT_EQ(ReadFile(target + "/sparse"), ReadFile(tree.Path("s/sparse")));
         // Listed difference: to the library a file of 0 bytes is empty.
-        for (const std::string lies : {"/proc/version", "/sys/kernel/mm/transparent_hugepage/enabled"}) {
+        for (const std::string& lies : {environment, std::string("/sys/kernel/mm/transparent_hugepage/enabled")}) {
             EXPECT_EQ(Ours(lies, target + "/sparse", {}, result), 0);
             EXPECT_EQ(ReadFile(target + "/sparse"), ReadFile(lies));
         }
     }
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
 }
 
 }  // namespace
