@@ -34,12 +34,12 @@ TEST(ExplainTest, NumbersInWords) {
 ///     user=u     a field of the line; any name that is not a field makes it a refused request
 ///
 /// The letters of objects: d directory, f file, o file of user 8, l link, k dangling link, p pipe, t sticky directory
-/// of user 5, u the same that only he may write to, m directory on another file system. Missing objects: x does not
-/// exist, e may not be looked at, n is below something that is not a directory.
+/// of user 5, s the same of the daemon's user, u the same that only user 5 may write to, m directory on another file
+/// system. Missing objects: x does not exist, e may not be looked at, n is below something that is not a directory.
 Record Failed(const std::string& type, int error, const std::string& words) {
     const std::map<char, std::uint32_t> modes = {{'d', 040755}, {'m', 040755}, {'l', 0120777}, {'k', 0120777},
-                                                 {'p', 010644}, {'t', 041777}, {'u', 041755}};
-    const std::map<char, std::uint32_t> owners = {{'o', 8}, {'t', 5}, {'u', 5}};
+                                                 {'p', 010644}, {'t', 041777}, {'s', 041777},  {'u', 041755}};
+    const std::map<char, std::uint32_t> owners = {{'o', 8}, {'t', 5}, {'s', 9}, {'u', 5}};
     const std::map<char, int> errors = {{'x', ENOENT}, {'e', EACCES}, {'n', ENOTDIR}};
     const auto find = [](const auto& map, char key, auto other) {
         const auto found = map.find(key);
@@ -97,6 +97,7 @@ TEST(ExplainTest, FindsCertainCauses) {
          "sticky: the source's parent directory /a is sticky; the daemon, user 9, owns neither it nor /a/s and does "
          "not "
          "have cap_fowner"},
+        {"MOVE", EPERM, "f/a/s x/b/d s/a d/b =00", ""},
         {"MOVE", EPERM, "f/a/s f/b/d d/a t/b =00",
          "sticky: the destination's parent directory /b is sticky; the daemon, user 9, owns neither it nor /b/d and "
          "does not have cap_fowner"},

@@ -84,6 +84,8 @@ TEST_F(OrvanectlDaemonTest, SaysWhatWouldBeLostBeforeItIs) {
          "orvanectl: move @/src -> @/src/in: it would fail: @/src/in lies inside the source\n"},
         {"copy src src/file --dry-run", 1,
          "orvanectl: copy @/src -> @/src/file: it would fail: @/src/file lies inside the source\n"},
+        {"copy src absent/b --dry-run", 1,
+         "orvanectl: copy @/src -> @/absent/b: it would fail: the parent directory of @/absent/b does not exist\n"},
         {"copy src src --dry-run", 1, "orvanectl: copy @/src -> @/src: it would fail: the source is the destination\n"},
         {"move into src --dry-run", 1, "orvanectl: move @/into -> @/src: it would fail: @/src is not empty\n"},
         {"move src/file into --dry-run", 1,

@@ -253,21 +253,29 @@ TEST_F(RecordsCommand, PrintsRecordsAndSummariesAsJson) {
     }
     const auto size = std::filesystem::file_size(file);
     Append(file,
-           "type:CHMOD,src:/data/\u2067b/n,dst:,user:,group:,perm:640,recurseOpt:,errno:95,times:20261121111213;"
-           "lstat /data/\u2067b/n:errno=2;llistxattr /data/\u2067b/n:errno=2;");
-    EXPECT_EQ(RunTool("records -n 1 --json " + file).out,
-              R"({"time":"2026-11-21T11:12:13","type":"CHMOD","failure":"change mode","errno":95,"error":"EOPNOTSUPP",)"
-              R"("src":"/data/\u2067b/n","dst":"","user":"","group":"","perm":"640","recurseOpt":"","refused":null,)"
-              R"("cause":null,"cause_path":null,"likely_cause":null,"to_check":null,"ambiguous":false,"cut":false,)"
-              R"("snapshots":[{"kind":"stat","path":"/data/\u2067b/n","errno":2,"error":"ENOENT"},)"
-              R"({"kind":"attribute","path":"/data/\u2067b/n","errno":2,"error":"ENOENT"}],"file":")" +
-                  file + R"(","offset":)" + std::to_string(size) + ",\"length\":156}\n");
+           "type:CHOWN,src:/data/\u2067b/n,dst:,user:7,group:8,perm:,recurseOpt:,errno:95,times:20261121111213;"
+           "lstat /data/\u2067b/n:errno=2;llistxattr /data/\u2067b/n:errno=2;/data/\u2067b/n realpath errno=2;"
+           "file_migrate_orvane proc stat:euid(9),egid(8),eff(0x00),perm(0x01),inh(0x10);");
+    EXPECT_EQ(
+        RunTool("records -n 1 --json " + file).out,
+        R"({"time":"2026-11-21T11:12:13","type":"CHOWN","failure":"change owner","errno":95,"error":"EOPNOTSUPP",)"
+        R"("src":"/data/\u2067b/n","dst":"","user":"7","group":"8","perm":"","recurseOpt":"","refused":null,)"
+        R"("cause":null,"cause_path":null,"likely_cause":null,"to_check":null,"ambiguous":false,"cut":false,)"
+        R"("snapshots":[{"kind":"stat","path":"/data/\u2067b/n","errno":2,"error":"ENOENT"},)"
+        R"({"kind":"attribute","path":"/data/\u2067b/n","errno":2,"error":"ENOENT"},)"
+        R"({"kind":"flags","path":"/data/\u2067b/n","errno":2,"error":"ENOENT","step":"realpath"},)"
+        R"({"kind":"process","errno":0,"error":null,"euid":9,"egid":8,)"
+        R"("effective":{"digits":"00","readings":[{"bits":"0x0000000000000000","names":"none"}]},)"
+        R"("permitted":{"digits":"01","readings":[{"bits":"0x0000000000000001","names":"cap_chown"}]},)"
+        R"("inheritable":{"digits":"10","readings":[{"bits":"0x0000000100000000","names":"cap_mac_override"}]}}],)"
+        R"("file":")" +
+            file + R"(","offset":)" + std::to_string(size) + ",\"length\":262}\n");
     const std::string first = R"("first":"2026-11-21T10:15:30","last":"2026-11-21T10:15:30"})";
     const std::string last = R"("first":"2026-11-21T11:12:13","last":"2026-11-21T11:12:13"})";
     EXPECT_EQ(RunTool("records --summary --json " + file).out,
               R"({"count":3001,"first":"2026-11-21T10:15:30","last":"2026-11-21T11:12:13","failures":[{"type":"ISDIR",)"
               R"("failure":"ask whether it is a directory","errno":2,"error":"ENOENT","count":3000,)" +
-                  first + R"(,{"type":"CHMOD","failure":"change mode","errno":95,"error":"EOPNOTSUPP","count":1,)" +
+                  first + R"(,{"type":"CHOWN","failure":"change owner","errno":95,"error":"EOPNOTSUPP","count":1,)" +
                   last + R"(],"directories":[{"directory":"/data/a","count":3000,)" + first +
                   R"(,{"directory":"/data/\u2067b","count":1,)" + last + "]}\n");
     EXPECT_NE(RunTool("records -n 1 " + file, "LC_ALL=C.UTF-8").out.find("\\xe2\\x81\\xa7b/n"), std::string::npos);
@@ -275,7 +283,8 @@ TEST_F(RecordsCommand, PrintsRecordsAndSummariesAsJson) {
     EXPECT_EQ(full.err, "orvanectl: records: cannot write to standard output\n");
     EXPECT_EQ(full.status, 1);
     // The last record waits, because another snapshot could follow.
-    EXPECT_EQ(Numbers(RunTool("records -f " + file + " | head -n 2", "timeout 9").out), "2990 2991 ");
+    Append(file, "type:CHMOD,src:/n,dst:,user:,group:,perm:640,recurseOpt:,errno:95,times:20261121111213;");
+    EXPECT_EQ(Numbers(RunTool("records -f " + file + " | head -n 2", "timeout 9").out), "2991 2992 ");
 }
 
 TEST_F(RecordsCommand, FollowsAWriterAcrossRotations) {

@@ -60,7 +60,7 @@ TEST(Log, LineIsOneWriteWithLevelAndPlaceAndCannotBeForged) {
     int ends[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);  // a packet for each write
     const UniqueFd receiver(ends[0]), sender(ends[1]), saved(dup(STDERR_FILENO));
-    const std::string longPath(5000, 'x'), forged = "a\nb\x1b";
+    const std::string longPath(5000, 'x'), forged = "a\nb\x1b\x7f";
     dup2(sender.Get(), STDERR_FILENO);
     LogError("open %{public}s failed, errno=%{public}d", forged, 5);
     LogWarn({"%{public}o %{public}u %{public}lu", "Another"}, 493U, 7U, 8UL);
@@ -72,7 +72,7 @@ TEST(Log, LineIsOneWriteWithLevelAndPlaceAndCannotBeForged) {
     EXPECT_EQ(errno, ENOSPC) << "kept, also where the line could not be written";
     dup2(saved.Get(), STDERR_FILENO);
     const std::string tag = " FileMigrateOrvane: [", own = tag + "TestBody:0] ";
-    const std::string lines[] = {" E" + own + "open a\\x0ab\\x1b failed, errno=5\n",
+    const std::string lines[] = {" E" + own + "open a\\x0ab\\x1b\\x7f failed, errno=5\n",
                                  " W" + tag + "Another:0] 755 7 8\n", " I" + own + longPath.substr(0, 4091) + "[cut]\n",
                                  " D" + own + "done\n", ""};
     for (const std::string& line : lines) {
