@@ -207,6 +207,17 @@ TEST_F(RaceTest, NothingOutsideIsLabelled) {
     Check({"restore labels, source gone", {Restorecon, "@/s", "", "", "", "", 2}, "@/s", true, TakeAway});
 }
 
+TEST_F(RaceTest, EntryThatVanishesNeedsNoLabel) {
+    const std::string stop = std::string("strace -fqqo ") + CALLS + " -einject=getdents64:signal=STOP:when=1";
+    if (!StartWithLabels("/.* u:r:inside:s0\n", stop)) {
+        GTEST_SKIP() << "needs privilege: a mount namespace for a policy of its own";
+    }
+    ASSERT_TRUE(Shell("mkdir s; touch s/gone s/stays"));
+    const Request request{Restorecon, "@/s", "", "", "", "", 2};
+    EXPECT_EQ(CallInterrupted(request, [&] { EXPECT_TRUE(Shell("rm s/gone")); }).result, 0);
+    EXPECT_TRUE(Found("restore label").empty());
+}
+
 /// The owner of a directory can swap the new directory for another one in the same place, or for a link to one. It has
 /// content, or not the owner or the mode of a directory that the daemon has just created.
 TEST_F(RaceTest, PrepareDirChangesOnlyTheDirectoryThatItCreated) {

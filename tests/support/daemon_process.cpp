@@ -41,7 +41,8 @@ void Execute(const DaemonOptions& options) {
 pid_t FindDaemon(pid_t pid) {
     const std::string process = "/proc/" + std::to_string(pid);
     std::error_code ignored;
-    if (fs::read_symlink(process + "/exe", ignored) == fs::canonical(DAEMON_PATH)) {
+    // The file and not the text of the link, which differs if the process has mounts of its own below a chroot.
+    if (fs::equivalent(process + "/exe", DAEMON_PATH, ignored)) {
         return pid;
     }
     std::ifstream children(process + "/task/" + std::to_string(pid) + "/children");
