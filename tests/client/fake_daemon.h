@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -39,6 +40,7 @@ struct Answer {
     bool thenStopReading = false;        ///< keeps the connection open, so that the client notices only when it sends
     std::chrono::milliseconds delay{0};  ///< before the answer
     bool isUnread = false;               ///< the request stays in the connection
+    std::function<void()> act = [] {};   ///< before the answer
 };
 
 class FakeDaemon {
@@ -93,6 +95,7 @@ private:
             return false;
         }
         std::this_thread::sleep_for(answer.delay);
+        answer.act();
         const std::lock_guard lock(mutex);
         requests.push_back(std::to_string(r.cmd) + "|" + r.src + "|" + r.dst + "|" + r.user + "|" + r.group + "|" +
                            r.perm + "|" + std::to_string(r.recurseOpt));

@@ -8,6 +8,7 @@
 #include <tuple>
 
 #include "daemon_test.h"
+#include "fake_daemon.h"
 #include "run_tool.h"
 
 namespace TAVO::FileMigrateOrvane::Testing {
@@ -54,6 +55,19 @@ TEST_F(OrvanectlDaemonTest, DryRunCountsWhatWouldBeTouched) {
     EXPECT_TRUE(Has(RunTool("move " + both).out, R"("directories":2,"others":2,"kilobytes":16,"replaced":1,"would_)"));
     EXPECT_TRUE(Has(RunTool("move-children " + both).out, R"("directories":1,"others":2,"kilobytes":)"));
     EXPECT_EQ(RunTool("move /absent /y --dry-run").status, 3);
+    const std::string size = ": 2 directories, 2 other objects, 16K\n";
+    const std::pair<std::string, std::string> rows[] = {
+        {"copy @/src @/into", "would have copied @/src -> @/into" + size +
+                                  "1 object in @/into would be replaced\n"
+                                  "links and special files would not be copied\n"},
+        {"move @/src ~/into", "would have moved @/src -> ~/into" + size +
+                                  "nothing would be replaced: ~/into does not exist\n"
+                                  "no links or special files would be lost\n"},
+        {"rm @/src", "would have removed @/src" + size},
+    };
+    for (const auto& [words, text] : rows) {
+        EXPECT_EQ(RunTool(Expand(words) + " --dry-run").out, Expand(text));
+    }
 }
 
 /// Runs the tool in the scratch tree.
@@ -165,6 +179,28 @@ TEST_F(OrvanectlDaemonTest, AFailureComesWithItsCauseAndItsRecords) {
     EXPECT_TRUE(Has(shown.out, "likely cause: the source ")) << hint << shown.out << shown.err;
     EXPECT_TRUE(Has(RunIn(*tree, "chown nobody7:0 fixed").err, "\nlikely cause: there is no user nobody7\nhint: "));
     EXPECT_TRUE(Has(RunIn(*tree, "move fixed new --json").out, R"("records":1,"cause":"immutable","cause_path":"/)"));
+}
+
+/// The records of one request, among older ones and those of others.
+TEST_F(OrvanectlDaemonTest, CountsTheRecordsOfARequest) {
+    const auto append = [](const std::vector<std::string>& sources) {
+        for (const std::string& src : sources) {
+            std::ofstream(RECORD_FILE_AB, std::ios::app)
+                << "type:REMOVE,src:" + src + ",dst:,user:,group:,perm:,recurseOpt:,errno:5,times:20991231235959;";
+        }
+    };
+    const std::string end = "hint: orvanectl records -v --since '#' --path /a shows the record";
+    const std::vector<std::pair<std::vector<std::string>, std::string>> rows{
+        {{"/other", "/a/x"}, "\n" + end + "\n"}, {{"/a", "/a", "/a", "/a/x", "/a"}, " (x3)\n" + end + "s\n"}};
+    append({"/a/old"});
+    for (const auto& [sources, text] : rows) {
+        FakeDaemon fake({{.bytes = ReplyBytes(-1, EIO), .act = [&, wanted = sources] { append(wanted); }}});
+        const Finished run = RunTool("--socket " + fake.socketPath + " rm /a");
+        EXPECT_EQ(std::regex_replace(run.err, std::regex("'[^']*'"), "'#'"),
+                  "orvanectl: rm /a: EIO (Input/output error)\n"
+                  "likely cause: the disk or its backing store failed; see the kernel log" +
+                      text);
+    }
 }
 
 TEST_F(OrvanectlDaemonTest, ProgressGrowsAndCtrlCLeavesTheDaemonAtWork) {

@@ -41,6 +41,10 @@ TEST_F(CallsTest, ComeInAnOrderThatIsSafeAtEachMoment) {
     } rows[] = {
         {"copy", "mkdir s; echo a >s/f", Ask(CopyAll, "@/s", "@/t"),
          "mkdir @/t 1700, create @/t:f 644, write @/t/f, chmod @/t 755"},
+        {"copy, shared blocks", "echo a >s", Ask(CopyAll, "@/s", "@/t"), "create @/t 600, chmod @/t 644",
+         "ioctl:retval=0"},
+        {"copy, no access lists", "mkdir s", Ask(CopyAll, "@/s", "@/t"), "mkdir @/t 1700, chmod @/t 755",
+         "fremovexattr:error=EOPNOTSUPP"},
         {"copy of a program", "echo a >s; chown 1:2 s; chmod 4755 s", Ask(CopyAll, "@/s", "@/t"),
          "create @/t 600, write @/t, chmod @/t 755"},
         {"copy of the owner's program", "echo a >s; chmod 4755 s", Ask(CopyAll, "@/s", "@/t"),
@@ -115,7 +119,8 @@ TEST_F(CallsTest, ComeInAnOrderThatIsSafeAtEachMoment) {
     };
     for (const auto& [name, before, request, calls, fault] : rows) {
         NewTrees();
-        const std::string traced = "-etrace=openat,mkdirat,pwrite64,ftruncate,fchown,fchownat,fchmod,syncfs,unlinkat";
+        const std::string traced =
+            "-etrace=openat,mkdirat,pwrite64,ftruncate,fchown,fchownat,fchmod,syncfs,unlinkat,ioctl,fremovexattr";
         Start(
             {{},
              {"strace", "-fqqyo", CALLS, traced, *fault == '\0' ? "--seccomp-bpf" : "-einject=" + std::string(fault)}});
