@@ -63,7 +63,7 @@ TEST_F(OrvanectlDaemonTest, DryRunCountsWhatWouldBeTouched) {
         {"move @/src ~/into", "would have moved @/src -> ~/into" + size +
                                   "nothing would be replaced: ~/into does not exist\n"
                                   "no links or special files would be lost\n"},
-        {"rm @/src", "would have removed @/src" + size},
+        {"rm @/src/", "would have removed @/src/" + size},
     };
     for (const auto& [words, text] : rows) {
         EXPECT_EQ(RunTool(Expand(words) + " --dry-run").out, Expand(text));
@@ -208,6 +208,8 @@ TEST_F(OrvanectlDaemonTest, ProgressGrowsAndCtrlCLeavesTheDaemonAtWork) {
     for (int i = 0; i < 4; ++i) {
         tree->File("src/" + std::to_string(i), std::string(100'000, 'x'));
     }
+    EXPECT_EQ(RunIn(*tree, "move src renamed --progress=always && mv renamed src").status, 0);
+    EXPECT_TRUE(Found("HandleCmd. cmd: 16,").empty()) << "a tree that is only renamed was measured";
     const ScratchTree other(ScratchTree::On::SecondFs);
     const std::string src = tree->Path("src"), copied = src + " -> " + other.Path("copied");
     const std::string line = ": [0-9]+K? of 404K, [0-9]+ %(, [0-9]+K/s, 0:[0-9]{2} left)?";

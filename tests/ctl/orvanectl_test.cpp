@@ -34,6 +34,8 @@ TEST(Orvanectl, StatusAndText) {
     ExpectRun("existing-path /a/b", {ReplyBytes(0, 0)}, 4, "", "malformed reply");
     ExpectRun("du /a", {ReplyBytes(12, 0)}, 0, "12\n", "");
     ExpectRun("du /a", {ReplyBytes(12, EACCES)}, 1, "12\n", "incomplete: EACCES");
+    ExpectRun("du /a", {ReplyBytes(0, 0)}, 0, "0\n", "");
+    ExpectRun("largest /a", {ReplyBytes(0, 0)}, 0, "0\n", "");
     ExpectRun("largest /a", {ReplyBytes(-1, ENOENT)}, 1, "", "ENOENT");
     ExpectRun("move /a /b", {ReplyBytes(0, EXDEV)}, 0, "", "");
     ExpectRun("move /a /b", {ReplyBytes(0, EINVAL)}, 0, "", "may be left out: EINVAL");

@@ -365,6 +365,10 @@ TEST_F(CommandsTest, RestoresTheLabelsOfAPolicy) {
     ASSERT_TRUE(StartWithLabels(rules, SETPRIV));
     const Reply unread = Call({Restorecon, "@", "", "", "", "", 2});
     EXPECT_EQ(std::pair(unread.result, unread.errCode), std::pair(-1, EACCES)) << "an unread directory is a failure";
+    ASSERT_TRUE(StartWithLabels(rules, "strace -fqqo /dev/null -einject=setxattr,lsetxattr:error=EOPNOTSUPP"));
+    ASSERT_TRUE(Shell("touch new"));
+    const Reply unset = Call({Restorecon, "@/new", "", "", "", "", 1});
+    EXPECT_EQ(std::pair(unset.result, unset.errCode), std::pair(-1, EOPNOTSUPP));
 }
 
 /// strace makes one of the lookups of the file fail, as if another process had removed it in the meantime. The C

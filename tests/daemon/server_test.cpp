@@ -296,6 +296,7 @@ TEST_F(ServerTest, KernelLogDumpIsWholeOrNotThere) {
         {KernelLog(others), "read kernel log buffer len=", ""},
         {"-einject=syslog:error=EPERM:when=1", "E .ReadKmsgToFile. get kernel log buf size failed, errno=1", "none"},
         {"-einject=syslog:error=EPERM:when=2", "E .ReadKmsgToFile. read kernel log buffer failed, errno=1", "none"},
+        {"-einject=lseek:error=EIO:when=2", "E .WriteStringToFile. lseek /.*kmsg.* failed, errno: 5", "none"},
         {"-einject=fsync:error=EIO:when=2", "E .WriteStringToFile. fsync /.*kmsg.* failed, errno: 5", "none"},
     };
     tree->Pipe("from/pipe");  // the first copy stops at it with EINVAL
