@@ -10,7 +10,7 @@ import os
 import signal
 import struct
 import subprocess
-from contextlib import ExitStack, contextmanager
+from contextlib import ExitStack, closing, contextmanager
 from dataclasses import dataclass
 from pathlib import Path
 
@@ -116,15 +116,12 @@ class Workshop:
 
     @contextmanager
     def mounted(self, image, kind, place, options="", flags=0):
-        loop = Loop(self.devices, image, flags)
-        try:
+        with closing(Loop(self.devices, image, flags)) as loop:
             mount(loop.path, place, kind, options)
             try:
                 yield place
             finally:
                 unmount(place)
-        finally:
-            loop.close()
 
     @contextmanager
     def served(self, images, file_system, places, *mode):
@@ -135,17 +132,14 @@ class Workshop:
             subprocess.run(["cp", "--sparse=always", image, live], check=True)
         fuse = os.open(self.devices / "fuse", os.O_RDWR)
         mount("disk", served, "fuse", f"fd={fuse},rootmode=40000,user_id=0,group_id=0")
-        disk = start([self.disk_program, *mode, f"/dev/fd/{fuse}", *copies], pass_fds=[fuse])
-        os.close(fuse)
-        try:
-            with ExitStack() as mounts:
-                for number, place in enumerate(places):
-                    mounts.enter_context(self.mounted(served / str(number), file_system.kind, place,
-                                                      file_system.options, LO_FLAGS_DIRECT_IO))
-                yield
-        finally:
-            end(disk)
-            unmount(served)
+        with ExitStack() as stack:
+            stack.callback(unmount, served)
+            stack.callback(end, start([self.disk_program, *mode, f"/dev/fd/{fuse}", *copies], pass_fds=[fuse]))
+            os.close(fuse)
+            for number, place in enumerate(places):
+                stack.enter_context(self.mounted(served / str(number), file_system.kind, place, file_system.options,
+                                                 LO_FLAGS_DIRECT_IO))
+            yield
 
 
 def read_log(log):

@@ -3,6 +3,7 @@
 import itertools
 import os
 import random
+from contextlib import ExitStack, closing
 from dataclasses import dataclass
 
 from disks import WRITE_HEADER, Loop, mount, read_log, unmount
@@ -64,8 +65,7 @@ class Disk:
         if self.pending:
             for offset, data in self.pending:
                 os.pwrite(self.flushed, data, offset)
-            self.pending = []
-            self.view_flushed = self.view_all
+            self.pending, self.view_flushed = [], self.view_all
 
     def views(self):
         """The views after a power cut at this point, with none, all or a random half of the unflushed sectors."""
@@ -99,10 +99,10 @@ def states(workshop, images, kind, log, look, most_points, halves):
     sectors that a disk had not flushed. The images are changed.
     """
     choose = random.Random(1).random
-    disks = [Disk(workshop, image, kind, look, choose, halves) for image in images]
     entries = list(read_log(log))
     step = max(1, len(entries) // most_points)
-    try:
+    with ExitStack() as stack:
+        disks = [stack.enter_context(closing(Disk(workshop, image, kind, look, choose, halves))) for image in images]
         end = 0
         for number, (disk, offset, data) in enumerate(entries, 1):
             disks[disk].write(offset, data)
@@ -110,6 +110,3 @@ def states(workshop, images, kind, log, look, most_points, halves):
             if number % step == 0 or number == len(entries):
                 for combination in itertools.product(*(each.views() for each in disks)):
                     yield end, combination
-    finally:
-        for each in disks:
-            each.close()
