@@ -4,7 +4,6 @@
 
 #include <sys/socket.h>
 #include <sys/syscall.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -47,10 +46,6 @@ class FakeDaemon {
 public:
     /// @param backlog  with 0, no connection is accepted, so that the backlog stays full
     explicit FakeDaemon(std::vector<Answer> wanted = {}, int backlog = 10) : answers(std::move(wanted)) {
-        sockaddr_un address{AF_UNIX, {}};
-        socketPath.copy(address.sun_path, sizeof(address.sun_path) - 1);
-        // If this fails, the client finds no daemon and the test fails.
-        static_cast<void>(bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)));
         listen(listener.Get(), backlog);
         if (backlog > 0) {
             thread = std::jthread([this] { Serve(); });
@@ -113,7 +108,7 @@ private:
     mutable std::mutex mutex;
     std::vector<std::string> requests;  ///< guarded by mutex
     UniqueFd kept;                      ///< used by the thread only
-    const UniqueFd listener{socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    const UniqueFd listener = BoundSocket(socketPath, SOCK_STREAM);
     std::jthread thread;  ///< last, so that it ends before the members that it uses are destroyed
 };
 

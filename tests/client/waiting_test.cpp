@@ -15,6 +15,7 @@ namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
 
 using namespace FileMigrateClient;
+using namespace std::chrono_literals;
 using std::chrono::milliseconds;
 
 constexpr auto FOREVER = milliseconds(std::numeric_limits<std::int64_t>::max());
@@ -35,20 +36,17 @@ std::string Text(const file_migrate_reply& reply) {
 }
 
 TEST(ClientLimit, EachCoversItsOwnWait) {
-    const struct {
-        const char* name;
-        milliseconds connectLimit, replyLimit, delay;
-        std::error_code error;
-    } rows[] = {
-        {"reply within its limit", milliseconds(20), milliseconds(20'000), milliseconds(100), {}},
-        {"reply too late", milliseconds(20'000), milliseconds(20), milliseconds(100), ClientErrc::TimedOut},
-        {"no limits", milliseconds(0), milliseconds(0), milliseconds(20), {}},
-        {"the longest limits", FOREVER, FOREVER, milliseconds(20), {}},
+    // The connect limit, the reply limit and the delay of the answer.
+    const std::tuple<const char*, milliseconds, milliseconds, milliseconds, std::error_code> rows[] = {
+        {"reply within its limit", 20ms, 20s, 100ms, {}},
+        {"reply too late", 20s, 20ms, 100ms, ClientErrc::TimedOut},
+        {"no limits", 0ms, 0ms, 20ms, {}},
+        {"the longest limits", FOREVER, FOREVER, 20ms, {}},
     };
-    for (const auto& row : rows) {
-        FakeDaemon daemon({{.delay = row.delay}});
-        Client client({daemon.socketPath, row.connectLimit, row.replyLimit});
-        EXPECT_EQ(client.MkDir("/a").failure.code, row.error) << row.name;
+    for (const auto& [name, connectLimit, replyLimit, delay, error] : rows) {
+        FakeDaemon daemon({{.delay = delay}});
+        Client client({daemon.socketPath, connectLimit, replyLimit});
+        EXPECT_EQ(client.MkDir("/a").failure.code, error) << name;
     }
 }
 

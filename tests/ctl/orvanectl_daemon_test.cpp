@@ -1,6 +1,4 @@
 // The tool's own questions to the real daemon: progress, dry runs, status. They must leave no records.
-#include <sys/mount.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -14,47 +12,48 @@
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
 
-using OrvanectlDaemonTest = DaemonTest;
+struct OrvanectlDaemonTest : DaemonTest {
+    /// Runs the tool in the tree on /data. Starts the daemon if the test has not.
+    Finished Run(const std::string& words, const std::string& prefix = "") {
+        if (!daemon) {
+            Start();
+        }
+        return RunTool(Expand(words), Expand("cd @; " + prefix));
+    }
+
+    /// The number of records that the tool's questions and requests leave.
+    std::size_t RecordsOf(const std::string& words) {
+        ClearRecords();
+        const Finished run = Run(words);
+        EXPECT_TRUE(run.status == 0 || !run.err.empty()) << words;
+        return Records().size();
+    }
+};
 
 bool Has(const std::string& text, const std::string& part) {
     return text.find(part) != text.npos;
 }
 
-std::size_t RecordsOf(const std::string& words) {
-    ClearRecords();
-    const Finished run = RunTool(words);
-    EXPECT_TRUE(run.status == 0 || !run.err.empty()) << words;
-    return Records().size();
-}
-
 TEST_F(OrvanectlDaemonTest, QuestionsLeaveNoRecords) {
-    Start();
-    tree->File("file");
-    tree->Link("into/link", "nowhere");
-    tree->Link("loop", "loop");
-    const std::string from = tree->Dir("src") + " ", file = tree->File("src/file"), longName(256, 'n');
-    for (const std::string& name : std::vector<std::string>{"absent", "into", "file/", "loop", "file/x", "into/link",
-                                                            "into/link/", "loop/x", "gone/x", "into/..", longName}) {
-        const std::string to = tree->Path(name) + " ";
-        for (const std::string& words : {"move " + from + to, "move " + to + from, "move-children " + to + from,
-                                         "move-children " + from + to, "copy-comb 0:0 640 " + from + to, "rm " + to}) {
-            EXPECT_EQ(RecordsOf(words + "--dry-run"), 0U) << words;
+    ASSERT_TRUE(Shell("mkdir into src; touch file; echo content >src/file; ln -s nowhere into/link; ln -s loop loop"));
+    for (const std::string& to : Strings{"absent", "into", "file/", "loop", "file/x", "into/link", "into/link/",
+                                         "loop/x", "gone/x", "into/..", std::string(256, 'n')}) {
+        for (const std::string& words : {"move src " + to, "move " + to + " src", "move-children " + to + " src",
+                                         "move-children src " + to, "copy-comb 0:0 640 src " + to, "rm " + to}) {
+            EXPECT_EQ(RecordsOf(words + " --dry-run"), 0U) << words;
         }
-        const std::size_t own = RecordsOf("copy " + from + to + "--progress=never");
-        EXPECT_EQ(RecordsOf("copy " + from + to + "--progress=always"), own) << to;
-        EXPECT_EQ(ReadFile(file), "content");
+        const std::size_t own = RecordsOf("copy src " + to + " --progress=never");
+        EXPECT_EQ(RecordsOf("copy src " + to + " --progress=always"), own) << to;
+        EXPECT_EQ(ReadFile(tree->Path("src/file")), "content\n");
     }
 }
 
 TEST_F(OrvanectlDaemonTest, DryRunCountsWhatWouldBeTouched) {
-    Start();
-    const std::string src = tree->Dir("src"), both = src + " " + tree->Dir("into") + " --json --dry-run";
-    for (const char* name : {"src/sub/file", "src/sub/new", "into/sub/file"}) {
-        tree->File(name);
-    }
-    EXPECT_TRUE(Has(RunTool("move " + both).out, R"("directories":2,"others":2,"kilobytes":16,"replaced":1,"would_)"));
-    EXPECT_TRUE(Has(RunTool("move-children " + both).out, R"("directories":1,"others":2,"kilobytes":)"));
-    EXPECT_EQ(RunTool("move /absent /y --dry-run").status, 3);
+    ASSERT_TRUE(Shell("mkdir -p src/sub into/sub; echo x | tee src/sub/file src/sub/new into/sub/file"));
+    const std::string both = " src into --json --dry-run";
+    EXPECT_TRUE(Has(Run("move" + both).out, R"("directories":2,"others":2,"kilobytes":16,"replaced":1,"would_)"));
+    EXPECT_TRUE(Has(Run("move-children" + both).out, R"("directories":1,"others":2,"kilobytes":)"));
+    EXPECT_EQ(Run("move /absent /y --dry-run").status, 3);
     const std::string size = ": 2 directories, 2 other objects, 16K\n";
     const std::pair<std::string, std::string> rows[] = {
         {"copy @/src @/into", "would have copied @/src -> @/into" + size +
@@ -66,28 +65,19 @@ TEST_F(OrvanectlDaemonTest, DryRunCountsWhatWouldBeTouched) {
         {"rm @/src/", "would have removed @/src/" + size},
     };
     for (const auto& [words, text] : rows) {
-        EXPECT_EQ(RunTool(Expand(words) + " --dry-run").out, Expand(text));
+        EXPECT_EQ(Run(words + " --dry-run").out, Expand(text));
     }
 }
 
-/// Runs the tool in the scratch tree.
-Finished RunIn(const ScratchTree& tree, const std::string& words) {
-    return RunTool(words, "cd " + tree.Path("") + " &&");
-}
-
 TEST_F(OrvanectlDaemonTest, SaysWhatWouldBeLostBeforeItIs) {
-    Start();
-    tree->File("src/file");
-    tree->Link("src/link", "file");
-    tree->Link("dangling", "nowhere");
-    const std::string other = std::getenv("FILE_MIGRATE_SECOND_FS") + std::string("/lost");
+    ASSERT_TRUE(Shell("mkdir into src; echo content >src/file; ln -s file src/link; ln -s nowhere dangling"));
     const std::string lost = "1 symbolic link would be lost: @/src/link\n";
     const std::string comb = "orvanectl: copy-comb @/src -> ";
     const std::string none = "the destination @/absent is not an existing directory";
     const std::string removed = ". The daemon would still remove the source; --force sends it anyway\n";
     const std::tuple<std::string, int, std::string> rows[] = {
-        {"move src " + other + " --strict", 1, "orvanectl: move @/src -> " + other + ": not sent: " + lost},
-        {"move-children src " + tree->Dir("into"), 0, ""},  // a rename keeps links
+        {"move src ~/lost --strict", 1, "orvanectl: move @/src -> ~/lost: not sent: " + lost},
+        {"move-children src into", 0, ""},  // a rename keeps links
         {"move-children into src", 0, ""},
         {"copy-comb 0:0 640 src absent", 1, comb + "@/absent: not sent: " + none + removed},
         {"copy-comb 0:0 640 src src", 1,
@@ -107,59 +97,49 @@ TEST_F(OrvanectlDaemonTest, SaysWhatWouldBeLostBeforeItIs) {
         {"move src into --dry-run", 0, ""},  // into is empty
         {"mkdir src/file", 1, "orvanectl: mkdir @/src/file: the path exists and is not a directory\n"},
         {"move dangling x", 3, "orvanectl: move @/dangling -> @/x: the source is a link that leads nowhere\n"},
-        {"move src " + other, 0, "orvanectl: move @/src -> " + other + ": warning: " + lost},
+        {"move src ~/lost", 0, "orvanectl: move @/src -> ~/lost: warning: " + lost},
     };
     for (const auto& [words, status, text] : rows) {
-        const Finished run = RunIn(*tree, words);
+        const Finished run = Run(words);
         const std::string err = Expand(text);
         EXPECT_EQ(run.status, status) << words;
         EXPECT_EQ(run.err.substr(0, err.size()), err) << words << "\n" << run.err;
     }
-    EXPECT_EQ(ReadFile(other + "/file"), "content");
-    std::filesystem::remove_all(other);
+    EXPECT_EQ(ReadFile(second->Path("lost/file")), "content\n");
 }
 
 TEST_F(OrvanectlDaemonTest, DryRunListsEachObject) {
-    Start();
-    tree->File("src/old");
-    tree->File("src/new");
-    tree->File("src/sub/file");
-    tree->Link("src/link", "old");
-    tree->File("into/old");
-    tree->Dir("into/sub");
-    const std::string src = tree->Path("src"), other = std::getenv("FILE_MIGRATE_SECOND_FS") + std::string("/listed");
+    ASSERT_TRUE(Shell("mkdir -p src/sub into/sub; touch src/old src/new src/sub/file into/old; ln -s old src/link"));
     const auto rows = [&](const std::string& top, const std::string& link, const std::string& old,
                           const std::string& sub, const std::string& each) {
-        return top + src + "/\n" + link + src + "/link\n" + each + src + "/new\n" + old + src + "/old\n" + sub + src +
-               "/sub/\n" + each + src + "/sub/file\n";
+        return Expand(top + "@/src/\n" + link + "@/src/link\n" + each + "@/src/new\n" + old + "@/src/old\n" + sub +
+                      "@/src/sub/\n" + each + "@/src/sub/file\n");
     };
     const std::string create = "create   ", lose = "lose     ", remove = "remove   ";
     const std::pair<std::string, std::string> expected[] = {
         {"copy src into", rows("merge    ", "skip     ", "replace  ", "merge    ", create)},
-        {"move src " + other, rows(create, lose, create, create, create)},
+        {"move src ~/listed", rows(create, lose, create, create, create)},
         {"move src renamed", rows(create, create, create, create, create)},
         {"rm src", rows(remove, remove, remove, remove, remove)},
     };
     for (const auto& [words, list] : expected) {
-        EXPECT_EQ(RunIn(*tree, words + " --dry-run -i | grep ' /' | grep -v would | LC_ALL=C sort -b -k 2").out, list)
-            << words;
+        EXPECT_EQ(Run(words + " --dry-run -i | grep ' /' | grep -v would | LC_ALL=C sort -b -k 2").out, list) << words;
     }
-    EXPECT_TRUE(Has(RunIn(*tree, "rm into/old --dry-run -i --json").out,
-                    R"("objects":[{"action":"remove","path":")" + tree->Path("into/old") + R"(","directory":false}])"));
-    EXPECT_EQ(RunIn(*tree, "rm src -i").status, 2);
+    EXPECT_TRUE(Has(Run("rm into/old --dry-run -i --json").out,
+                    Expand(R"("objects":[{"action":"remove","path":"@/into/old","directory":false}])")));
+    EXPECT_EQ(Run("rm src -i").status, 2);
 }
 
 TEST_F(OrvanectlDaemonTest, ChecksASmallFileSystemWithASpaceInItsPath) {
-    Start();
-    const std::string small = tree->Dir("has/a space"), file = tree->File("file");
-    if (mount("small", small.c_str(), "tmpfs", 0, "nr_inodes=2") != 0) {
+    const std::string small = tree->Dir("has/a space");
+    if (!Shell("touch file; mount -t tmpfs -o nr_inodes=2 small 'has/a space'")) {
         GTEST_SKIP() << "needs privilege: a mount";
     }
-    const Finished fits = RunIn(*tree, "copy-comb 0:0 640 file 'has/a space/file' --dry-run");
-    const Finished mounted = RunIn(*tree, "rm has --dry-run");
-    const Finished used = RunIn(*tree, "copy file 'has/a space/file'");
-    const Finished lacks = RunIn(*tree, "copy-comb 0:0 640 file 'has/a space/other' --dry-run");
-    EXPECT_EQ(umount2(small.c_str(), MNT_DETACH), 0);
+    const Finished fits = Run("copy-comb 0:0 640 file 'has/a space/file' --dry-run");
+    const Finished mounted = Run("rm has --dry-run");
+    const Finished used = Run("copy file 'has/a space/file'");
+    const Finished lacks = Run("copy-comb 0:0 640 file 'has/a space/other' --dry-run");
+    EXPECT_TRUE(Shell("umount -l 'has/a space'"));
     EXPECT_EQ(fits.status, 0) << fits.err;
     EXPECT_TRUE(Has(mounted.out, "\n" + small + " is a mount point: the files mounted there are affected too\n"));
     EXPECT_EQ(used.status, 0) << used.err;
@@ -167,18 +147,17 @@ TEST_F(OrvanectlDaemonTest, ChecksASmallFileSystemWithASpaceInItsPath) {
 }
 
 TEST_F(OrvanectlDaemonTest, AFailureComesWithItsCauseAndItsRecords) {
-    Start();
     tree->MakeImmutable(tree->File("fixed"));
-    EXPECT_EQ(RunIn(*tree, "move absent/x y").err.find("hint: "), std::string::npos) << "it leaves no record";
-    const Finished run = RunIn(*tree, "move fixed new");
+    EXPECT_FALSE(Has(Run("move absent/x y").err, "hint: ")) << "it leaves no record";
+    const Finished run = Run("move fixed new");
     EXPECT_EQ(run.err.substr(0, run.err.find("hint: ")),
               Expand("orvanectl: move @/fixed -> @/new: EPERM (Operation not permitted)\n"
                      "likely cause: the source @/fixed has the immutable flag\n"));
     const std::string hint = run.err.substr(run.err.find("orvanectl records"));
     const Finished shown = RunTool(hint.substr(10, hint.find(" shows") - 10));
     EXPECT_TRUE(Has(shown.out, "likely cause: the source ")) << hint << shown.out << shown.err;
-    EXPECT_TRUE(Has(RunIn(*tree, "chown nobody7:0 fixed").err, "\nlikely cause: there is no user nobody7\nhint: "));
-    EXPECT_TRUE(Has(RunIn(*tree, "move fixed new --json").out, R"("records":1,"cause":"immutable","cause_path":"/)"));
+    EXPECT_TRUE(Has(Run("chown nobody7:0 fixed").err, "\nlikely cause: there is no user nobody7\nhint: "));
+    EXPECT_TRUE(Has(Run("move fixed new --json").out, R"("records":1,"cause":"immutable","cause_path":"/)"));
 }
 
 /// The records of one request, among older ones and those of others.
@@ -205,26 +184,20 @@ TEST_F(OrvanectlDaemonTest, CountsTheRecordsOfARequest) {
 
 TEST_F(OrvanectlDaemonTest, ProgressGrowsAndCtrlCLeavesTheDaemonAtWork) {
     Start({{}, {"strace", "-fqqo/dev/null", "-etrace=pwrite64", "-einject=pwrite64:delay_enter=200000"}});
-    for (int i = 0; i < 4; ++i) {
-        tree->File("src/" + std::to_string(i), std::string(100'000, 'x'));
-    }
-    EXPECT_EQ(RunIn(*tree, "move src renamed --progress=always && mv renamed src").status, 0);
+    ASSERT_TRUE(Shell("mkdir src; head -c 100000 /dev/zero | tr '\\0' x | tee src/0 >src/1"));
+    EXPECT_EQ(Run("move src renamed --progress=always && mv renamed src").status, 0);
     EXPECT_TRUE(Found("HandleCmd. cmd: 16,").empty()) << "a tree that is only renamed was measured";
-    const ScratchTree other(ScratchTree::On::SecondFs);
-    const std::string src = tree->Path("src"), copied = src + " -> " + other.Path("copied");
-    const std::string line = ": [0-9]+K? of 404K, [0-9]+ %(, [0-9]+K/s, 0:[0-9]{2} left)?";
-    const Finished whole = RunTool("copy " + src + " " + other.Path("copied") + "' /dev/null", "script -qec '");
-    EXPECT_TRUE(std::regex_match(whole.out, std::regex("(\rcopy" + line + ")+\r +\rcopied " + copied +
-                                                       ": 404K in [0-9.]+ s \\([0-9]+K/s\\)\r\n")))
-        << whole.out;
-    const Finished cut =
-        RunTool("move --progress=always " + src + " " + other.Path("moved"), "timeout --foreground -s INT 1");
-    EXPECT_TRUE(std::regex_search(cut.err, std::regex("^(move" + line +
-                                                      "\n)*orvanectl: interrupted; the daemon "
-                                                      "finishes what it has begun: move ")))
-        << cut.err;
-    EXPECT_TRUE(daemon->WaitForLog("MoveByCopy " + src));
-    EXPECT_EQ(Records(), std::vector<std::string>());
+    const std::string line = ": [0-9]+K? of [0-9]+K, [0-9]+ %(, [0-9]+K/s, 0:[0-9]{2} left)?";
+    const std::string progress =
+        "(\rcopy" + line + ")+\r +\rcopied @/src -> ~/copied: 204K in [0-9.]+ s \\([0-9]+K/s\\)\r\n";
+    const Finished whole = Run("copy @/src ~/copied' /dev/null", "script -qec '");
+    EXPECT_TRUE(std::regex_match(whole.out, std::regex(Expand(progress)))) << whole.out;
+    ASSERT_TRUE(Shell("cp src/0 src/2; cp src/1 src/3"));  // so that the move takes longer than a second
+    const std::string interrupted = "\n)*orvanectl: interrupted; the daemon finishes what it has begun: move ";
+    const Finished cut = Run("move --progress=always @/src ~/moved", "timeout --foreground -s INT 1");
+    EXPECT_TRUE(std::regex_search(cut.err, std::regex("^(move" + line + interrupted))) << cut.err;
+    EXPECT_TRUE(Await(Expand("MoveByCopy @/src")));
+    EXPECT_EQ(Records(), Strings());
 }
 
 /// What varies is masked: times and the version.
@@ -235,14 +208,13 @@ std::string Masked(const std::string& status) {
 }
 
 TEST_F(OrvanectlDaemonTest, StatusShowsTheDaemonAndItsRecords) {
-    Start();
-    ASSERT_EQ(RecordsOf("mkdir " + tree->File("file") + "/x"), 1U);
-    const std::string zelto = "/data/zelto/update/migrate";
-    const std::string bytes = std::to_string(2 * std::filesystem::file_size(RECORD_FILE_AB));
-    std::filesystem::copy_file(RECORD_FILE_AB, zelto + "/file_migrate_ab_20261121101530.txt");
-    std::filesystem::create_directories(DUMP_DIRECTORY);
-    std::ofstream(DUMP_DIRECTORY + std::string("/MOVE@20261121101530")) << "denied\n";
-    std::filesystem::remove_all("/data/update/migrate");
+    tree->File("file");
+    ASSERT_EQ(RecordsOf("mkdir file/x"), 1U);
+    const std::string bytes = std::to_string(2 * fs::file_size(RECORD_FILE_AB));
+    ASSERT_TRUE(
+        tree->Shell("cd /data/zelto/update/migrate; cp file_migrate_ab.txt file_migrate_ab_20261121101530.txt; "
+                    "mkdir file_migrate_fail_kmsg; echo >file_migrate_fail_kmsg/MOVE@20261121101530; "
+                    "rm -r /data/update/migrate"));
     const std::string answers =
         "orvanectl     V\n"
         "daemon        answers within # ms\n"

@@ -111,7 +111,7 @@ std::string SentFor(const std::string& words) {
 }
 
 TEST(Orvanectl, EveryCommandHasItsNumberAndFields) {
-    const std::string here = std::filesystem::current_path();
+    const std::string here = fs::current_path();
     const std::pair<const char*, std::string> rows[] = {
         {"exists /a", "0|/a|||||0"},
         {"is-dir /a", "1|/a|||||0"},

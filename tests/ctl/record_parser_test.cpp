@@ -145,7 +145,7 @@ std::string Rewritten(const Record& r) {
 }
 
 TEST(RecordParserTest, ReadsTheRecordsOfEveryComposer) {
-    if (!std::filesystem::is_directory("/data")) {
+    if (!fs::is_directory("/data")) {
         GTEST_SKIP() << "needs privilege: /data";
     }
     ClearRecords();

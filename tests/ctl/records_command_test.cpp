@@ -23,7 +23,7 @@ std::string Line(const std::string& type, const std::string& src, int errNo, con
 }
 
 void Append(const std::string& path, const std::string& text) {
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    fs::create_directories(fs::path(path).parent_path());
     std::ofstream(path, std::ios::app | std::ios::binary) << text;
 }
 
@@ -180,9 +180,7 @@ TEST_F(RecordsCommand, FormsColoursAndPager) {
         "/data/$(n)\\x1b";
     const std::string verbose = RunTool("records -v " + file).out, lines = RunTool("records --json " + file).out;
     const std::string terminal = "TERM=xterm script -qec '", end = "' /dev/null";
-    const struct {
-        std::string prefix, words, out;
-    } rows[] = {
+    const std::tuple<std::string, std::string, std::string> rows[] = {
         {"", "-o short", plain + "\n"},
         {"", "-o verbose", verbose},
         {"", "-o json", lines},
@@ -243,15 +241,15 @@ TEST_F(RecordsCommand, ReadsAllFilesInOrderOfTime) {
     EXPECT_EQ(Numbers(RunTool("records").out), "0 1 4 2 3 5 ");
     const Finished summary = RunTool("records --summary");
     EXPECT_TRUE(std::regex_search(summary.out, std::regex(" 5 .* ENOENT +[^\n]*\n +1 .* EACCES"))) << summary.out;
-    std::filesystem::permissions(RECORD_FILE_AB, std::filesystem::perms::none);
+    fs::permissions(RECORD_FILE_AB, fs::perms::none);
     const Finished other = RunTool("records", WITHOUT_PRIVILEGE);
     EXPECT_EQ(Numbers(other.out), "0 1 4 2 3 ");
     const std::string hint = ": EACCES (Permission denied): run this as root\n";
     EXPECT_EQ(std::to_string(other.status) + other.err, "1orvanectl: " + std::string(RECORD_FILE_AB) + hint);
-    const std::string directory = std::filesystem::path(RECORD_FILE_AB).parent_path();
-    std::filesystem::permissions(directory, std::filesystem::perms::none);
+    const std::string directory = fs::path(RECORD_FILE_AB).parent_path();
+    fs::permissions(directory, fs::perms::none);
     EXPECT_EQ(RunTool("records", WITHOUT_PRIVILEGE).err, "orvanectl: " + directory + hint);
-    std::filesystem::permissions(directory, std::filesystem::perms::owner_all);
+    fs::permissions(directory, fs::perms::owner_all);
 }
 
 /// Whole outputs: programs read every key.
@@ -260,7 +258,7 @@ TEST_F(RecordsCommand, PrintsRecordsAndSummariesAsJson) {
     for (int i = 0; i < 3000; ++i) {
         Append(file, Line("ISDIR", "/data/a/n" + std::to_string(i), 2, "101530"));
     }
-    const auto size = std::filesystem::file_size(file);
+    const auto size = fs::file_size(file);
     Append(file,
            "type:CHOWN,src:/data/\u2067b/n,dst:,user:7,group:8,perm:,recurseOpt:,errno:95,times:20261121111213;"
            "lstat /data/\u2067b/n:errno=2;llistxattr /data/\u2067b/n:errno=2;/data/\u2067b/n realpath errno=2;"
@@ -305,12 +303,12 @@ TEST_F(RecordsCommand, FollowsAWriterAcrossRotations) {
         Append(file, i <= 21 ? line(i) : "");
     }
     std::thread writer([&] {
-        for (int i = 0; i < 1000 && !std::filesystem::exists(started); ++i) {
+        for (int i = 0; i < 1000 && !fs::exists(started); ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
         for (int i = 22; i <= 300; ++i) {
             if (i % 25 == 0) {
-                std::filesystem::rename(file, tree->Path("r_202611211015" + std::to_string(10 + i / 25) + ".txt"));
+                fs::rename(file, tree->Path("r_202611211015" + std::to_string(10 + i / 25) + ".txt"));
             }
             Append(file, line(i).substr(0, i % 50 == 3 ? 20 : 200));
             std::this_thread::sleep_for(std::chrono::milliseconds(i % 10 == 3 ? 30 : 0));
@@ -370,7 +368,7 @@ TEST_F(RecordsCommand, FailureWithCauseAndDump) {
     EXPECT_EQ(json::parse(RunTool("dumps --json MOVE").out)["error"], "ENOENT");
     Append(DUMP_DIRECTORY + std::string("/COPY@20261121101530"), "");
     EXPECT_NE(RunTool("dumps COPY@20261121101530").err.find(": empty: "), std::string::npos);
-    std::filesystem::permissions(RECORD_FILE_AB, std::filesystem::perms::none);
+    fs::permissions(RECORD_FILE_AB, fs::perms::none);
     const Finished other = RunTool("dumps", WITHOUT_PRIVILEGE);
     EXPECT_TRUE(other.status == 1 && other.out.find("  unknown record\n") != other.out.npos) << other.out;
     EXPECT_NE(RunTool("dumps MOVE").err.find("the dumps are:\n  COPY@20261121101530\n  " + name), std::string::npos);

@@ -34,8 +34,7 @@ bool IsRefusal(const std::string& record) {
     return record.starts_with("type:RECVBUFSIZE,");
 }
 
-class AbuseTest : public DaemonTest {
-protected:
+struct AbuseTest : DaemonTest {
     /// The reply has 125 packages, which is more than the socket buffers hold.
     Request LongListing() {
         for (int i = 1000; i < 3000; ++i) {

@@ -14,7 +14,6 @@
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
 
-namespace fs = std::filesystem;
 using enum Command;
 
 constexpr uid_t USER = 1000;
@@ -80,12 +79,8 @@ TEST_F(AccessTest, CopyDoesNotKeepTheListOfItsDestination) {
 /// Some file systems have no owners and modes of their own (vfat), others do not let root choose an owner (a network
 /// file system whose server distrusts the clients' root).
 TEST_F(AccessTest, FileSystemsThatDecideOwners) {
-    const struct {
-        const char* options;
-        int error;  ///< of requests that name an owner
-        uid_t owner;
-        mode_t mode;
-    } rows[] = {
+    // The options, the error of requests that name an owner, and the owner and the mode of a directory.
+    const std::tuple<std::string, int, uid_t, mode_t> rows[] = {
         {"--force-user=1000 --force-group=1000 --perms=0755 --chown-ignore --chmod-ignore", 0, USER, 0755},
         {"--create-for-user=65534 --create-for-group=65534 --chown-deny", EPERM, 65534, 0711},
     };
@@ -96,7 +91,7 @@ TEST_F(AccessTest, FileSystemsThatDecideOwners) {
     }
     for (const auto& [options, error, owner, mode] : rows) {
         second.emplace(ScratchTree::On::SecondFs);
-        ASSERT_TRUE(Shell("bindfs " + std::string(options) + " ~ mounted"));
+        ASSERT_TRUE(Shell("bindfs " + options + " ~ mounted"));
         tree->File("s/d/f");
         for (const auto& [request, expected] : {
                  std::pair(Request{PrepareDir, mounted + "/p", "", "1000", "1000", "751", 1}, error),

@@ -16,9 +16,7 @@
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
 
-namespace fs = std::filesystem;
 using enum Command;
-using Strings = std::vector<std::string>;
 const std::string kContent(70000, 'c');
 
 struct Way {
@@ -76,18 +74,17 @@ void StopTrace(pid_t strace) {
     waitpid(strace, nullptr, 0);
 }
 
-class FaultTest : public DaemonTest {
-protected:
+struct FaultTest : DaemonTest {
     void MakeTrees(bool areLarge = false) {
         NewTrees();
         tree->Dir("sub");
         second->Dir("sub");
-        tree->Pipe("pipe/pipe");
         for (const std::string source : {"src", "pipe"}) {
             for (const auto& [name, content] : FilesOf(areLarge)) {
                 tree->File(source + name, content);
             }
         }
+        EXPECT_EQ(mkfifo(tree->Path("pipe/pipe").c_str(), 0644), 0);
     }
 
     /// The names of a source's files with their contents.
@@ -261,16 +258,15 @@ TEST_F(FaultTest, FullDiskFailsTheRequestAndKeepsTheSource) {
         }
         std::ofstream(small + "/filler") << std::string(65536, 'f');
         const std::string dst = small + (cmd == CopyComb ? "" : "/dst");
-        const Reply reply =
-            RawClient().Call({cmd, Expand(cmd == IsDir ? "@/missing" : "@/src"), dst, "0", "0", "0700"});
-        EXPECT_TRUE(reply.result == -1 && reply.errCode == (cmd == IsDir ? ENOENT : ENOSPC)) << reply.errCode;
+        const Request request{cmd, cmd == IsDir ? "@/missing" : "@/src", dst, "0", "0", "0700"};
+        EXPECT_EQ(DaemonTest::Call(request), (Reply{-1, cmd == IsDir ? ENOENT : ENOSPC}));
         EXPECT_EQ(HasFiles("@/src"), cmd != CopyComb);
         EXPECT_TRUE(cmd == IsDir || ReadFile(RECORD_FILE_AB).find("errno:28,") != std::string::npos);
         umount2(small.c_str(), MNT_DETACH);
     }
-    EXPECT_TRUE(daemon->WaitForLog("file_migrate_ab.txt failed, errno: 28."));
-    EXPECT_TRUE(RawClient().Call({IsDir, tree->Path("missing")}).result == -1 && Records().size() == 1)
-        << "recorded again with room";
+    EXPECT_TRUE(Await("file_migrate_ab.txt failed, errno: 28\\."));
+    DaemonTest::Call({IsDir, "@/missing"});
+    EXPECT_EQ(Records().size(), 1U) << "recorded again with room";
 }
 
 TEST_F(FaultTest, UnreadableDirectoriesStayAndAreRecorded) {
@@ -284,8 +280,7 @@ TEST_F(FaultTest, UnreadableDirectoriesStayAndAreRecorded) {
         MakeTrees();
         tree->File("src/other");
         ASSERT_TRUE(Shell("chmod 0 src/d; chown 1000:1000 src/d"));
-        const Reply reply = Call(way);
-        EXPECT_TRUE(reply.result == -1 && reply.errCode == EACCES) << record << reply.errCode;
+        EXPECT_EQ(Call(way), (Reply{-1, EACCES})) << record;
         EXPECT_TRUE(HasFiles("@/src") && ReadFile(RECORD_FILE_AB).starts_with(record)) << record;
         EXPECT_TRUE(*way.arrived == '\0' || fs::exists(Expand(way.arrived) + "/other")) << "the rest was not copied";
     }
@@ -295,12 +290,8 @@ TEST_F(FaultTest, UnreadableDirectoriesStayAndAreRecorded) {
 /// reports a full disk when a file is closed, a disk when it is flushed. Each call on a path fails in turn, and with it
 /// all that follow.
 TEST_F(FaultTest, LateErrorsFailTheRequestAndLoseNothing) {
-    const struct {
-        Way way;
-        const char* call;
-        const char* path;
-        const char* record;
-    } rows[] = {
+    // The request, the call and its path, and the types of the record.
+    const std::tuple<Way, std::string, std::string, std::string> rows[] = {
         {{PrepareDir, "@/sub", "", ""}, "/access", "@/sub", "ISEXIST"},
         {{ChOwn, "@/src", "", "@/src"}, "getdents64", "@/src/d", "OPEN_CHMOWNERECURSE"},
         {{ChMod, "@/src", "", "@/src"}, "getdents64", "@/src/d", "OPEN_CHMODERECURSE"},
@@ -325,7 +316,7 @@ TEST_F(FaultTest, LateErrorsFailTheRequestAndLoseNothing) {
             SCOPED_TRACE(testing::Message() << int(way.cmd) << ' ' << path << ' ' << call << ' ' << number);
             MakeTrees();
             const std::string when = ":error=EIO:when=" + std::to_string(number) + "+";
-            StartWithFault({"-P", Expand(path), "-einject=" + std::string(call) + when});
+            StartWithFault({"-P", Expand(path), "-einject=" + call + when});
             const Reply reply = Call(way);
             isInjected = ReadFile(CALLS).find("(INJECTED)") != std::string::npos;
             EXPECT_TRUE(number > 1 || isInjected);
@@ -334,9 +325,8 @@ TEST_F(FaultTest, LateErrorsFailTheRequestAndLoseNothing) {
                 EXPECT_TRUE(reply.errCode == EIO || (way.cmd == TryRemove && reply.errCode == ENOTEMPTY))
                     << reply.errCode;
                 EXPECT_TRUE(*way.arrived == '\0' || HasFiles(way.src) || HasFiles(way.arrived));
-                EXPECT_TRUE(
-                    std::regex_search(ReadFile(RECORD_FILE_AB), std::regex("type:(" + std::string(record) + "),")))
-                    << ReadFile(RECORD_FILE_AB);
+                const std::string recorded = ReadFile(RECORD_FILE_AB);
+                EXPECT_TRUE(std::regex_search(recorded, std::regex("type:(" + record + "),"))) << recorded;
             }
         }
     }
@@ -363,18 +353,14 @@ TEST_F(FaultTest, ExhaustedDaemonEndsACombinedCopy) {
 /// Errors that only show what a file system cannot do, and interruptions. The file with a hole is read in two parts.
 TEST_F(FaultTest, CopiesGoOnWhereAnotherWayIsLeft) {
     const std::string unable = "-einject=copy_file_range:error=";
-    const std::vector<Strings> rows = {{unable + "EXDEV"},
-                                       {unable + "EINVAL"},
-                                       {unable + "ENOSYS"},
-                                       {unable + "EOPNOTSUPP"},
-                                       {unable + "EPERM"},
-                                       {unable + "ETXTBSY"},
-                                       {unable + "EINTR:when=1"},
-                                       {unable + "EINVAL", "-einject=pread64:error=EINTR:when=1"},
-                                       {unable + "EINVAL", "-einject=pwrite64:error=EINTR:when=1"},
-                                       {unable + "EINVAL:when=2+"},
-                                       {"-einject=copy_file_range:retval=0"},
-                                       {"-einject=lseek:error=EINVAL"}};
+    std::vector<Strings> rows = {{unable + "EINVAL", "-einject=pread64:error=EINTR:when=1"},
+                                 {unable + "EINVAL", "-einject=pwrite64:error=EINTR:when=1"},
+                                 {"-einject=copy_file_range:retval=0"},
+                                 {"-einject=lseek:error=EINVAL"}};
+    for (const char* error :
+         {"EXDEV", "EINVAL", "ENOSYS", "EOPNOTSUPP", "EPERM", "ETXTBSY", "EINTR:when=1", "EINVAL:when=2+"}) {
+        rows.push_back({unable + error});
+    }
     for (Strings faults : rows) {
         SCOPED_TRACE(testing::PrintToString(faults));
         MakeTrees();

@@ -1,6 +1,5 @@
 // What the daemon sends to the journal. The journal's socket is replaced by one that the test reads, or does not read.
 #include <sys/socket.h>
-#include <sys/un.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -10,20 +9,16 @@
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
 
-using Strings = std::vector<std::string>;
-const Request EXISTING{Command::IsExist, "/data"};  // answered with 1
+using enum Command;
+const Request EXISTING{IsExist, "/data"}, NOTHING{MkDir, "/data", "", "", "", "", 1};
 
-class JournalTest : public DaemonTest {
-protected:
+struct JournalTest : DaemonTest {
     void SetUp() override {
         DaemonTest::SetUp();
         if (IsSkipped() || std::getenv("FILE_MIGRATE_SANDBOX") != std::string("private")) {
             GTEST_SKIP() << "needs privilege: a mount namespace for a journal of its own";
         }
-        sockaddr_un address{AF_UNIX, {}};
-        (tree->Dir("run/systemd/journal") + "/socket").copy(address.sun_path, sizeof(address.sun_path) - 1);
-        journal = UniqueFd(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-        ASSERT_EQ(bind(journal.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+        journal = BoundSocket(tree->Dir("run/systemd/journal") + "/socket", SOCK_DGRAM | SOCK_NONBLOCK);
     }
 
     void StartLoggingToJournal(const std::string& environment = "") {
@@ -60,36 +55,29 @@ protected:
 TEST_F(JournalTest, GetsStartChangesRefusalsAndFailures) {
     StartLoggingToJournal();
     EXPECT_EQ(Shortened(), Strings{"6 CreateServer"});
-    const std::string missing = tree->Path("missing"), file = tree->File("file", "x");
-    const std::string elsewhere = std::string(std::getenv("FILE_MIGRATE_SECOND_FS")) + "/journal";
-    const struct {
-        const char* name;
-        Request request;
-        Strings expected;
-    } rows[] = {
+    ASSERT_TRUE(Shell("touch file; mkfifo pipe"));
+    const std::tuple<const char*, Request, Strings> rows[] = {
         {"query", EXISTING, {}},
-        {"query of something missing", {Command::IsExist, missing}, {}},
-        {"query that fails", {Command::IsDir, missing}, {"3 IsDir", "3 SendResMsg"}},
-        {"change", {Command::ChMod, file, "", "", "", "640", 1}, {"5 HandleCmd"}},
-        {"change that does nothing", {Command::MkDir, "/data", "", "", "", "", 1}, {"5 HandleCmd"}},
-        {"change that fails", {Command::TryRemove, "/proc/self"}, {"5 HandleCmd", "3 DoUnlink", "3 SendResMsg"}},
+        {"query of something missing", Ask(IsExist, "@/x"), {}},
+        {"query that fails", Ask(IsDir, "@/x"), {"3 IsDir", "3 SendResMsg"}},
+        {"change", Ask(ChMod, "@/file", "", "", "", "640", 1), {"5 HandleCmd"}},
+        {"change that does nothing", NOTHING, {"5 HandleCmd"}},
+        {"change that fails", Ask(TryRemove, "/proc/self"), {"5 HandleCmd", "3 DoUnlink", "3 SendResMsg"}},
         {"move of a pipe below a file",
-         {Command::MoveAll, tree->Pipe("pipe"), file + "/x"},
+         Ask(MoveAll, "@/pipe", "@/file/x"),
          {"5 HandleCmd", "3 DoMove", "3 SendResMsg"}},
-        {"copy of nothing",
-         {Command::CopyAll, missing, missing},
-         {"5 HandleCmd", "3 ProcessMigrateAllCmd", "3 SendResMsg"}},
+        {"copy of nothing", Ask(CopyAll, "@/x", "@/x"), {"5 HandleCmd", "3 ProcessMigrateAllCmd", "3 SendResMsg"}},
         {"mode that is none",
-         {Command::ChMod, file, "", "", "", "x", 1},
+         Ask(ChMod, "@/file", "", "", "", "x", 1),
          {"5 HandleCmd", "3 ProcessChModCmd", "3 SendResMsg"}},
-        {"move to another file system", {Command::MoveAll, file, elsewhere}, {"5 HandleCmd"}},
+        {"move to another file system", Ask(MoveAll, "@/file", "~/t"), {"5 HandleCmd"}},
     };
-    for (const auto& row : rows) {
-        RawClient().Call(row.request);
-        EXPECT_EQ(Shortened(), row.expected) << row.name;
+    for (const auto& [name, request, expected] : rows) {
+        Call(request);
+        EXPECT_EQ(Shortened(), expected) << name;
     }
     RawClient refused;
-    refused.Send({Command::ChMod, file, "", "", "", "-1", 1});
+    refused.Send({ChMod, "/", "", "", "", "-1", 1});
     Strings entries;
     EXPECT_TRUE(Becomes([&] { return !(entries = Shortened()).empty(); }));
     EXPECT_EQ(entries, Strings{"3 IsRecvMsgValid"});
@@ -104,7 +92,7 @@ TEST_F(JournalTest, FailuresHaveFieldsThatTheirPathsCannotForge) {
         return name + "\n" + std::string(reinterpret_cast<const char*>(&size), sizeof(size)) + value + "\n";
     };
     const std::string src = tree->File("a\nMESSAGE_ID=0\n", "x"), dst = tree->Path("missing/x");
-    RawClient().Call({Command::MoveAll, src, dst});
+    Call({MoveAll, src, dst});
     const Strings entries = Entries();
     ASSERT_EQ(entries.size(), 4U);  // start, request, failure, result
     const std::size_t id = entries[2].find("\nMESSAGE_ID=");
@@ -127,11 +115,11 @@ TEST_F(JournalTest, IsNotWaitedFor) {
     StartLoggingToJournal();
     RawClient client;
     for (int i = 0; i < 1000; ++i) {
-        client.Send({Command::MkDir, "/data", "", "", "", "", 1});
+        client.Send(NOTHING);
         ASSERT_TRUE(client.Receive()) << "the request waits for the journal";
     }
     (void)Entries();
-    client.Call({Command::MkDir, "/data", "", "", "", "", 1});
+    client.Call(NOTHING);
     const Strings entries = Entries();
     ASSERT_FALSE(entries.empty());
     EXPECT_TRUE(std::regex_search(entries[0], std::regex("[0-9]+ lines are missing here"))) << entries[0];

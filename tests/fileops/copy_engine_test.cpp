@@ -33,7 +33,6 @@
 
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
-namespace fs = std::filesystem;
 
 /// @return 0 or an error number
 int Ours(const std::string& src, const std::string& dst, const CopyOptions& options, CopyResult& result) {

@@ -38,10 +38,7 @@ std::string Decoded(int (*decode)(const char*, int&, int), const char* text) {
 }
 
 TEST(DecodeTest, NumbersAndNames) {
-    const struct {
-        const char* text;
-        std::string user, group;
-    } rows[] = {
+    const std::tuple<const char*, std::string, std::string> rows[] = {
         {"0", "0 -1 ", "0 -1 "},
         {"1000", "1000 -1 ", "1000 -1 "},
         {"4294967297", "1 -1 ", "1 -1 "},

@@ -23,8 +23,6 @@
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
 
-namespace fs = std::filesystem;
-
 class NotingWalk final : public TreeWalk {
 public:
     /// What a test does at each entry, with its path. @return 0 or an error number

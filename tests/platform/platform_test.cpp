@@ -131,8 +131,7 @@ std::string LabelOf(const std::string& path) {
 }
 
 /// Mounts a directory with a policy over /etc for each test.
-class SecurityLabel : public testing::Test {
-protected:
+struct SecurityLabel : testing::Test {
     void SetUp() override {
         tree.File("etc/selinux/config", "SELINUXTYPE=mini\n");
         WriteRules("mini", "/.* u:r:root:s0\n" + top + "(/.*)? u:r:dir:s0\n" + directory + "/.* u:r:file:s0\n" + top +
@@ -147,7 +146,7 @@ protected:
     /// Replaces the rules with a rename, as a policy's installer does.
     void WriteRules(const std::string& policy, const std::string& rules) {
         const std::string folder = tree.Dir("etc/selinux/" + policy + "/contexts/files");
-        std::filesystem::rename(tree.File("new", rules), folder + "/file_contexts");
+        fs::rename(tree.File("new", rules), folder + "/file_contexts");
     }
 
     /// The label of `labelled` after a call for `path`. If the call failed, its result and error precede the label.
@@ -165,7 +164,7 @@ TEST_F(SecurityLabel, IsWhatThePolicyPrescribes) {
     constexpr auto ONE = Restorecon, PARENT = RestoreconFromParentDir;
     const std::string frozen = tree.File("t/d/frozen"), unlabelled = tree.File("t/none/file");
     const std::string link = tree.Link("t/link", directory), missing = tree.Path("t/missing");
-    const std::string relative = std::filesystem::relative(file);
+    const std::string relative = fs::relative(file);
     tree.MakeImmutable(frozen);
     lsetxattr(file.c_str(), "security.selinux", "v:r:x:s0", 9, 0);
     EXPECT_EQ(After(ONE, file, file), "u:r:file:s0") << "another label, user included";
@@ -192,16 +191,13 @@ TEST_F(SecurityLabel, IsWhatTheLibrarysOwnWalkGives) {
                            "/none/but u:r:but:s0\n" + top + "/file.* -- u:r:file:s0\n");
     tree.File("etc/selinux/mini/contexts/customizable_types", "custom\n");
     const std::string socketPath = tree.Path("t/socket");
-    sockaddr_un address{AF_UNIX, {}};
-    socketPath.copy(address.sun_path, sizeof(address.sun_path) - 1);
-    const UniqueFd listener(socket(AF_UNIX, SOCK_STREAM, 0));
-    ASSERT_EQ(bind(listener.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    (void)BoundSocket(socketPath, SOCK_STREAM);
     ASSERT_EQ(mknod(tree.Path("t/device").c_str(), S_IFCHR | 0600, 0), 0);
-    tree.Pipe("t/pipe"), tree.Pipe("t/none/pipe"), tree.Link("t/link", directory), tree.Link("t/dangling", "nowhere");
-    tree.File("t/none/but"), tree.File("t/none/not"), tree.File("t/d/e/f/g"), tree.File("t/new\nline \xff");
-    for (int number = 0; number < 400; ++number) {  // several threads walk so many
-        tree.File("t/d/" + std::to_string(number % 20) + "/" + std::to_string(number));
-    }
+    // Several threads walk so many files.
+    ASSERT_TRUE(
+        tree.Shell("cd t; mkdir -p none d/e/f; mkfifo pipe none/pipe; ln -s d link; ln -s nowhere dangling; "
+                   "touch none/but none/not d/e/f/g \"$(printf 'new\\nline \\377')\"; cd d; "
+                   "mkdir $(seq 20); for n in $(seq 400); do : >$((n % 20 + 1))/$n; done"));
     // A file for each case: no label, the right one, another user, role, type or range, and a customizable type.
     const char* labels[] = {"",         "u:r:file:s0",    "v:r:file:s0",  "u:q:file:s0",
                             "u:r:x:s0", "u:r:file:s0:c3", "u:r:custom:s0"};
@@ -214,7 +210,7 @@ TEST_F(SecurityLabel, IsWhatTheLibrarysOwnWalkGives) {
             }
         }
         std::map<std::string, std::string> result{{"result", After(walk, top, top)}};
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(top)) {
+        for (const auto& entry : fs::recursive_directory_iterator(top)) {
             result[entry.path()] = LabelOf(entry.path());
             lremovexattr(entry.path().c_str(), LABEL);
         }
@@ -255,9 +251,9 @@ TEST_F(SecurityLabel, NoticesThatAnotherPolicyIsChosenAndThatItGoes) {
     EXPECT_EQ(After(Restorecon, file, file), "u:r:other:s0");
     tree.File("etc/selinux/other/contexts/files/file_contexts.local", "/.* u:r:local:s0\n");
     EXPECT_EQ(After(Restorecon, file, file), "u:r:local:s0") << "the machine's own rules have changed";
-    std::filesystem::remove("/etc/selinux/other/contexts/files/file_contexts.local");
+    fs::remove("/etc/selinux/other/contexts/files/file_contexts.local");
     EXPECT_EQ(After(Restorecon, file, file), "u:r:other:s0");
-    std::filesystem::remove("/etc/selinux/other/contexts/files/file_contexts");
+    fs::remove("/etc/selinux/other/contexts/files/file_contexts");
     EXPECT_EQ(After(Restorecon, file, file), "-1 EOPNOTSUPP u:r:other:s0");
     EXPECT_EQ(After(RestoreconFromParentDir, file, file), "-95 EOPNOTSUPP u:r:other:s0");
     EXPECT_EQ(After(Walk, file, file), "-1 EOPNOTSUPP u:r:other:s0");

@@ -26,17 +26,14 @@
 namespace TAVO::FileMigrateOrvane::Testing {
 namespace {
 
-class RecordTest : public testing::Test {
-protected:
+struct RecordTest : testing::Test {
     void SetUp() override {
-        if (!std::filesystem::is_directory("/data")) {
+        if (!fs::is_directory("/data")) {
             GTEST_SKIP() << "needs privilege: /data";
         }
         ClearRecords();
     }
 };
-
-using Strings = std::vector<std::string>;
 
 // The snapshots of objects that do not exist.
 std::string StatAndXattr(const std::string& path) {
@@ -55,42 +52,37 @@ TEST_F(RecordTest, ComposersWriteTheirSnapshotsInOrderAndThenTheDump) {
     const std::string moved = All(s) + All(d) + All("/data/none") + All("/data/gone") + GetProcStat();
     const std::string owned = All(s) + GetProcStat();
     const std::string labelled = StatAndXattr(s) + StatAndXattr("/data/none");
-    const struct {
-        std::function<void(int kind)> record;
-        std::string text;  ///< without ",times:..."
-        std::string dump = "";
-    } rows[] = {
-        {[=](int k) { RecordCopyErr(s, d, 13, k); }, "COPY" + paths + "13;" + copied},
+    const std::tuple<std::function<void(int kind)>, std::string, std::string> rows[] = {
+        {[=](int k) { RecordCopyErr(s, d, 13, k); }, "COPY" + paths + "13;" + copied, ""},
         {[=](int k) { RecordCopyErr(s, d, 22, k); }, "COPY" + paths + "22;" + copied, "COPY"},
         {[=](int k) { RecordCopyErr(s, d, 1, k); }, "COPY" + paths + "1;" + copied, "COPY"},
-        {[=](int k) { RecordMoveErr(s, d, 22, k); }, "MOVE" + paths + "22;" + moved},
+        {[=](int k) { RecordMoveErr(s, d, 22, k); }, "MOVE" + paths + "22;" + moved, ""},
         {[=](int k) { RecordMoveErr(s, d, 1, k); }, "MOVE" + paths + "1;" + moved, "MOVE"},
         {[=](int k) { RecordChownErr(s, 0, NOT_GIVEN, 2, k); },
-         "CHOWN,src:" + s + ",dst:,user:0,group:4294967295,perm:,recurseOpt:,errno:2;" + owned},
+         "CHOWN,src:" + s + ",dst:,user:0,group:4294967295,perm:,recurseOpt:,errno:2;" + owned, ""},
         {[=](int k) { RecordChownErr(s, 0, 1, 22, k); },
          "CHOWN,src:" + s + ",dst:,user:0,group:1,perm:,recurseOpt:,errno:22;" + owned, "CHOWN"},
         {[=](int k) { RecordRestoreConFromParentErr(s, -1, 13, k); },
-         "RESTORECON_FROMPARENT" + path + "13;ret=-1;" + labelled},
+         "RESTORECON_FROMPARENT" + path + "13;ret=-1;" + labelled, ""},
         {[=](int k) { RecordRestoreConFromParentErr(s, -13, 2, k); },
          "RESTORECON_FROMPARENT" + path + "2;ret=-13;" + labelled, "RESTORECON_FROMPARENT"},
         {[=](int k) { RecordRestoreConFromParentErr(s, -14, 2, k); },
          "RESTORECON_FROMPARENT" + path + "2;ret=-14;" + labelled, "RESTORECON_FROMPARENT"},
         {[=](int k) { RecordMkdirErr(s, 448, 1, k); },
-         "MKDIR,src:" + s + ",dst:,user:,group:,perm:700,recurseOpt:,errno:1;" + StatAndXattr("/data/none")},
+         "MKDIR,src:" + s + ",dst:,user:,group:,perm:700,recurseOpt:,errno:1;" + StatAndXattr("/data/none"), ""},
         {[=](int k) { RecordChmodErr(s, 04755, 22, k); },
-         "CHMOD,src:" + s + ",dst:,user:,group:,perm:4755,recurseOpt:,errno:22;" + StatAndXattr(s)},
-        {[=](int k) { RecordNormalErr("Unlink", s, 1, k); }, "Unlink" + path + "1;" + StatAndXattr(s)},
-        {[=](int k) { RecordErrForPath("ISDIR", s, -1, k); }, "ISDIR" + path + "-1;"},
+         "CHMOD,src:" + s + ",dst:,user:,group:,perm:4755,recurseOpt:,errno:22;" + StatAndXattr(s), ""},
+        {[=](int k) { RecordNormalErr("Unlink", s, 1, k); }, "Unlink" + path + "1;" + StatAndXattr(s), ""},
+        {[=](int k) { RecordErrForPath("ISDIR", s, -1, k); }, "ISDIR" + path + "-1;", ""},
     };
-    for (const auto& row : rows) {
+    for (const auto& [record, text, dump] : rows) {
         ClearRecords();
-        row.record(RECORD_KIND_NONE);
+        record(RECORD_KIND_NONE);
         EXPECT_TRUE(Records().empty() && KernelLogDumps().empty()) << "kind 0 is to write nothing";
-        row.record(RECORD_KIND_AB);
-        EXPECT_EQ(std::regex_replace(ReadFile(RECORD_FILE_AB), std::regex(",times:[0-9]{14};"), ";"),
-                  "type:" + row.text);
-        EXPECT_EQ(KernelLogDumps().size(), row.dump.empty() ? 0U : 1U) << row.text;
-        EXPECT_EQ(KernelLogDumps(row.dump).size(), row.dump.empty() ? 0U : 1U) << row.text;
+        record(RECORD_KIND_AB);
+        EXPECT_EQ(std::regex_replace(ReadFile(RECORD_FILE_AB), std::regex(",times:[0-9]{14};"), ";"), "type:" + text);
+        EXPECT_EQ(KernelLogDumps().size(), dump.empty() ? 0U : 1U) << text;
+        EXPECT_EQ(KernelLogDumps(dump).size(), dump.empty() ? 0U : 1U) << text;
     }
 }
 
@@ -102,8 +94,8 @@ TEST_F(RecordTest, KindChoosesTheFile) {
     EXPECT_EQ(Records(RECORD_FILE_ZELTO), Strings{"type:2;"});
     EXPECT_EQ(Records(RECORD_FILE_AB), Strings{"type:3;"});
     EXPECT_EQ(Lstat(RECORD_FILE_AB).st_mode & 07777, 0644U);
-    std::filesystem::remove(RECORD_FILE_UPDATE);
-    std::filesystem::create_symlink(RECORD_FILE_AB, RECORD_FILE_UPDATE);
+    fs::remove(RECORD_FILE_UPDATE);
+    fs::create_symlink(RECORD_FILE_AB, RECORD_FILE_UPDATE);
     WriteRecordErrToFile("type:LINK;", RECORD_KIND_UPDATE);
     EXPECT_EQ(Records(RECORD_FILE_AB), Strings{"type:3;"}) << "written through a link";
 }
@@ -178,8 +170,8 @@ TEST(SnapshotTest, WhatIsNoFileOrDirectoryIsNotOpened) {
     ScratchTree tree;
     const UniqueFd master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
     ASSERT_TRUE(master && grantpt(master.Get()) == 0 && unlockpt(master.Get()) == 0);
-    const std::string terminal = ptsname(master.Get()), pipe = tree.Pipe("p"), socket = tree.Path("s");
-    ASSERT_EQ(mknod(socket.c_str(), S_IFSOCK | 0600, 0), 0);
+    const std::string terminal = ptsname(master.Get()), pipe = tree.Path("p"), socket = tree.Path("s");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600) + mknod(socket.c_str(), S_IFSOCK | 0600, 0), 0);
     const UniqueFd opens(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
     for (const std::string& path : {terminal, pipe}) {
         ASSERT_GE(inotify_add_watch(opens.Get(), path.c_str(), IN_OPEN), 0);

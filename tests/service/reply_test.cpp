@@ -19,11 +19,7 @@ namespace {
 
 TEST(PackStringsTest, FillsPackagesUpToTheirWidth) {
     const std::string big(2047, 'b');
-    const struct {
-        const char* name;
-        StringList strs;
-        std::vector<std::string> packages;
-    } rows[] = {
+    const std::tuple<const char*, StringList, std::vector<std::string>> rows[] = {
         {"three", {"a", "b", "c"}, {"a/b/c"}},
         {"empty string first", {"", "x"}, {"/x"}},
         {"only an empty string", {""}, {""}},
@@ -31,9 +27,9 @@ TEST(PackStringsTest, FillsPackagesUpToTheirWidth) {
         {"one byte too many", {big, big + "b", "c"}, {big, big + "b/c"}},
         {"too long for any package", {"a", std::string(5000, 'c'), "d"}, {"a", std::string(5000, 'c'), "d"}},
     };
-    for (const auto& row : rows) {
-        const std::vector<std::string_view> packed = PackStrings(row.strs);
-        EXPECT_EQ(std::vector<std::string>(packed.begin(), packed.end()), row.packages) << row.name;
+    for (const auto& [name, strs, packages] : rows) {
+        const std::vector<std::string_view> packed = PackStrings(strs);
+        EXPECT_EQ(std::vector<std::string>(packed.begin(), packed.end()), packages) << name;
     }
 }
 

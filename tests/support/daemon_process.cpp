@@ -9,13 +9,14 @@
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
-#include <filesystem>
 #include <fstream>
+#include <regex>
 #include <stdexcept>
 #include <system_error>
 
+#include "scratch_tree.h"
+
 namespace TAVO::FileMigrateOrvane::Testing {
-namespace fs = std::filesystem;
 namespace {
 
 /// Runs the daemon in the forked child; returns only on failure.
@@ -56,12 +57,8 @@ pid_t FindDaemon(pid_t pid) {
 
 /// Whether a process listens on the socket file. This does not connect, because that would add lines to the log.
 bool IsListening() {
-    std::ifstream sockets("/proc/net/unix");
-    bool isListening = false;
-    for (std::string line; std::getline(sockets, line);) {
-        isListening = isListening || (line.ends_with(SOCKET_PATH) && line.find(" 00010000 ") != std::string::npos);
-    }
-    return isListening && fs::exists(SOCKET_PATH);
+    static const std::regex listening(std::string(" 00010000 .* ") + SOCKET_PATH + "\n");
+    return fs::exists(SOCKET_PATH) && std::regex_search(ReadFile("/proc/net/unix"), listening);
 }
 
 }  // namespace
@@ -114,10 +111,6 @@ std::string DaemonProcess::Log(std::size_t begin) const {
     std::string text(static_cast<std::size_t>(lseek(log.Get(), 0, SEEK_END)) - begin, '\0');
     text.resize(static_cast<std::size_t>(pread(log.Get(), text.data(), text.size(), static_cast<off_t>(begin))));
     return text;
-}
-
-bool DaemonProcess::WaitForLog(const std::string& text, Deadline deadline) const {
-    return Becomes([&] { return Log().find(text) != std::string::npos; }, deadline);
 }
 
 std::optional<int> DaemonProcess::WaitExit(Deadline deadline) {

@@ -53,9 +53,6 @@ public:
     /// @param begin  how many bytes to leave out
     [[nodiscard]] std::string Log(std::size_t begin = 0) const;
 
-    /// Waits until the log holds a text.
-    [[nodiscard]] bool WaitForLog(const std::string& text, Deadline deadline = PATIENCE) const;
-
     /// Waits until the daemon exits by itself.
     /// @return the status as waitpid gives it; nothing if the deadline passed
     std::optional<int> WaitExit(Deadline deadline = PATIENCE);

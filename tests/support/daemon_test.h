@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -81,15 +80,8 @@ protected:
         return request;
     }
 
-    /// Runs a script in the tree. @return what it printed, or nullopt if a command in it failed
     [[nodiscard]] std::optional<std::string> Shell(const std::string& script) const {
-        // NOLINTNEXTLINE(cert-env33-c): the tests' own scripts
-        FILE* const pipe = popen(Expand("set -e; cd @; " + script).c_str(), "r");
-        std::string output;
-        for (int c = 0; (c = std::getc(pipe)) != EOF;) {
-            output += static_cast<char>(c);
-        }
-        return pclose(pipe) == 0 ? std::optional(output) : std::nullopt;
+        return tree->Shell(Expand(script));
     }
 
     /// Starts the daemon. Kills the previous one first.

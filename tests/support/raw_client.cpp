@@ -97,11 +97,7 @@ std::optional<Reply> RawClient::Receive(Deadline deadline) {
 
 Reply RawClient::Call(const Request& request) {
     Send(request);
-    std::optional<Reply> reply = Receive();
-    if (!reply) {
-        throw std::runtime_error("no answer");
-    }
-    return *reply;
+    return Receive().value();
 }
 
 }  // namespace TAVO::FileMigrateOrvane::Testing

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -56,6 +57,10 @@ struct Reply {
 
     /// All result strings: the packages' texts with "/" between them.
     [[nodiscard]] std::string Strings() const;
+    bool operator==(const Reply&) const = default;
+    friend void PrintTo(const Reply& reply, std::ostream* out) {
+        *out << "result " << reply.result << ", error " << reply.errCode << ", " << reply.Strings();
+    }
 };
 
 class RawClient {

@@ -1,28 +1,18 @@
 #include "records.h"
 
-#include <algorithm>
-#include <filesystem>
+#include <glob.h>
 
-#include "scratch_tree.h"
+#include <algorithm>
 
 namespace TAVO::FileMigrateOrvane::Testing {
-namespace fs = std::filesystem;
-namespace {
 
-std::vector<std::string> FilesWithPrefix(const fs::path& prefix) {
-    std::vector<std::string> found;
-    if (fs::is_directory(prefix.parent_path())) {
-        for (const auto& entry : fs::directory_iterator(prefix.parent_path())) {
-            if (entry.path().native().starts_with(prefix.native())) {
-                found.push_back(entry.path());
-            }
-        }
-    }
-    std::sort(found.begin(), found.end());
-    return found;
+static Strings Matching(const std::string& pattern) {
+    glob_t found{};
+    glob(pattern.c_str(), 0, nullptr, &found);
+    Strings paths(found.gl_pathv, found.gl_pathv + found.gl_pathc);
+    globfree(&found);
+    return paths;
 }
-
-}  // namespace
 
 void ClearRecords() {
     for (const char* file : RECORD_FILES) {
@@ -34,8 +24,8 @@ void ClearRecords() {
     }
 }
 
-std::vector<std::string> Records(const std::string& file) {
-    std::vector<std::string> records;
+Strings Records(const std::string& file) {
+    Strings records;
     const std::string text = fs::exists(file) ? ReadFile(file) : "";
     for (std::size_t begin = 0; begin < text.size();) {
         const std::size_t end = std::min(text.find(";type:", begin), text.size() - 1) + 1;
@@ -45,13 +35,12 @@ std::vector<std::string> Records(const std::string& file) {
     return records;
 }
 
-std::vector<std::string> RotatedFiles() {
-    const fs::path file(RECORD_FILE_AB);
-    return FilesWithPrefix(file.parent_path() / (file.stem().native() + ROTATION_SEPARATOR));
+Strings RotatedFiles() {
+    return Matching(fs::path(RECORD_FILE_AB).replace_extension().native() + ROTATION_SEPARATOR + "*");
 }
 
-std::vector<std::string> KernelLogDumps(const std::string& type) {
-    return FilesWithPrefix(fs::path(DUMP_DIRECTORY) / (type.empty() ? "" : type + DUMP_SEPARATOR));
+Strings KernelLogDumps(const std::string& type) {
+    return Matching(std::string(DUMP_DIRECTORY) + "/" + type + DUMP_SEPARATOR + "*");
 }
 
 }  // namespace TAVO::FileMigrateOrvane::Testing

@@ -2,10 +2,8 @@
 // one test at a time may use them.
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "record_format.h"
+#include "scratch_tree.h"
 
 namespace TAVO::FileMigrateOrvane::Testing {
 
@@ -13,12 +11,12 @@ namespace TAVO::FileMigrateOrvane::Testing {
 void ClearRecords();
 
 /// The records of a file in order, each from its "type:" to its last ";". A missing file has no records.
-std::vector<std::string> Records(const std::string& file = RECORD_FILE_AB);
+Strings Records(const std::string& file = RECORD_FILE_AB);
 
 /// Absolute paths of the rotated record files, oldest first.
-std::vector<std::string> RotatedFiles();
+Strings RotatedFiles();
 
-/// Absolute paths of the kernel-log dumps whose name begins with a record's type, oldest first.
-std::vector<std::string> KernelLogDumps(const std::string& type = "");
+/// Absolute paths of the kernel-log dumps for a record's type, or for all, oldest first.
+Strings KernelLogDumps(const std::string& type = "*");
 
 }  // namespace TAVO::FileMigrateOrvane::Testing

@@ -1,21 +1,17 @@
 #include "scratch_tree.h"
 
-#include <fcntl.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <system_error>
 
-#include "unique_fd.h"
-
 namespace TAVO::FileMigrateOrvane::Testing {
-namespace fs = std::filesystem;
 namespace {
 
 void Check(bool isDone, const std::string& what) {
@@ -32,14 +28,6 @@ std::string BaseOf(ScratchTree::On fileSystem) {
     return second != nullptr ? second : "/dev/shm";
 }
 
-void SetImmutableFlag(const std::string& path, bool isSet) {
-    const UniqueFd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    int flags = 0;
-    Check(ioctl(fd.Get(), FS_IOC_GETFLAGS, &flags) == 0, "flags of " + path);
-    flags = isSet ? flags | FS_IMMUTABLE_FL : flags & ~FS_IMMUTABLE_FL;
-    Check(ioctl(fd.Get(), FS_IOC_SETFLAGS, &flags) == 0, "immutable flag of " + path);
-}
-
 }  // namespace
 
 ScratchTree::ScratchTree(On fileSystem) : root(BaseOf(fileSystem) + "/scratch-XXXXXX") {
@@ -49,7 +37,7 @@ ScratchTree::ScratchTree(On fileSystem) : root(BaseOf(fileSystem) + "/scratch-XX
 ScratchTree::~ScratchTree() {
     try {
         for (const std::string& path : immutable) {
-            SetImmutableFlag(path, false);
+            (void)Shell("chattr -i " + path);
         }
         fs::remove_all(root);
     } catch (const std::exception&) {
@@ -76,10 +64,14 @@ std::string ScratchTree::Link(const std::string& name, const std::string& target
     return path;
 }
 
-std::string ScratchTree::Pipe(const std::string& name) {
-    std::string path = NewPath(name);
-    Check(mkfifo(path.c_str(), 0644) == 0, path);
-    return path;
+std::optional<std::string> ScratchTree::Shell(const std::string& script) const {
+    // NOLINTNEXTLINE(cert-env33-c): the tests' own scripts
+    FILE* const pipe = popen(("set -e; cd " + root + "; " + script).c_str(), "r");
+    std::string output;
+    for (int c = 0; (c = std::getc(pipe)) != EOF;) {
+        output += static_cast<char>(c);
+    }
+    return pclose(pipe) == 0 ? std::optional(output) : std::nullopt;
 }
 
 std::string ScratchTree::NewPath(const std::string& name) const {
@@ -88,8 +80,16 @@ std::string ScratchTree::NewPath(const std::string& name) const {
 }
 
 void ScratchTree::MakeImmutable(const std::string& path) {
-    SetImmutableFlag(path, true);
+    Check(Shell("chattr +i " + path).has_value(), path);
     immutable.push_back(path);
+}
+
+UniqueFd BoundSocket(const std::string& path, int type) {
+    UniqueFd fd(socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
+    sockaddr_un address{AF_UNIX, {}};
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    Check(bind(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0, path);
+    return fd;
 }
 
 struct stat Lstat(const std::string& path) {

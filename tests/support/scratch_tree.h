@@ -4,10 +4,17 @@
 
 #include <sys/stat.h>
 
+#include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "unique_fd.h"
+
 namespace TAVO::FileMigrateOrvane::Testing {
+
+namespace fs = std::filesystem;
+using Strings = std::vector<std::string>;
 
 class ScratchTree {
 public:
@@ -29,7 +36,9 @@ public:
     std::string Dir(const std::string& name, mode_t mode = 0755);
     std::string File(const std::string& name, const std::string& content = "content", mode_t mode = 0644);
     std::string Link(const std::string& name, const std::string& target);
-    std::string Pipe(const std::string& name);
+
+    /// Runs a script in this tree. @return what it printed, or nullopt if a command in it failed
+    [[nodiscard]] std::optional<std::string> Shell(const std::string& script) const;
 
     /// Sets the immutable flag of an object in this tree until the end of the test.
     void MakeImmutable(const std::string& path);
@@ -38,8 +47,11 @@ private:
     [[nodiscard]] std::string NewPath(const std::string& name) const;
 
     std::string root;
-    std::vector<std::string> immutable;
+    Strings immutable;
 };
+
+/// A socket of this type at a new socket file.
+UniqueFd BoundSocket(const std::string& path, int type);
 
 struct stat Lstat(const std::string& path);
 std::string ReadFile(const std::string& path);
