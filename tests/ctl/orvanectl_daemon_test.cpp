@@ -1,7 +1,5 @@
 // The tool's own questions to the real daemon: progress, dry runs, status. They must leave no records.
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <regex>
 #include <tuple>
 

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <fstream>
 
 #include "daemon_test.h"
@@ -158,10 +157,10 @@ TEST_F(ServerTest, DeepestTreesFitOnTheStack) {
         for (const Command command : {Command::ChMod, Command::ChOwn, Command::UsedSpace, Command::MaxSize,
                                       Command::CopyAll, Command::Remove, Command::TryRemove}) {
             const std::string path = command == Command::TryRemove ? "@/copy" : "@/d";
-            const std::string found = *Shell("test ! -e copy || find copy -printf '%m\n' | uniq -c | xargs");
-            EXPECT_TRUE(levels > 3000 || found.empty() || found == count + " 700\n") << found;
             const Reply reply = Call({command, path, "@/copy", "1", "2", "700", 2});
             EXPECT_TRUE(levels > 3000 || reply.errCode == 0) << int(command) << ' ' << reply.errCode;
+            EXPECT_TRUE(levels > 3000 || command != Command::CopyAll ||
+                        Shell("find copy -printf '%m\n' | uniq -c | xargs") == count + " 700\n");
         }
         EXPECT_TRUE(levels > 3000 || Shell("ls") == "");
         ASSERT_TRUE(Shell("rm -rf d copy"));
@@ -178,9 +177,7 @@ TEST_F(ServerTest, LargeRepliesGiveBackTheirMemoryAndAreAnsweredWithoutIt) {
     if (IS_SANITIZED) {
         GTEST_SKIP() << "the sanitizer's own memory would run out";
     }
-    for (int i = 1000; i < 9000; ++i) {
-        tree->File("list/" + std::string(240, 'n') + std::to_string(i), "");
-    }
+    ASSERT_TRUE(Shell("mkdir list; cd list; seq -f $(printf %0240d)%g 1000 8999 | xargs touch"));
     Start();
     RawClient client;
     EXPECT_EQ(client.Call(EXISTING).result, 1);
@@ -188,7 +185,7 @@ TEST_F(ServerTest, LargeRepliesGiveBackTheirMemoryAndAreAnsweredWithoutIt) {
     EXPECT_GT(client.Call({Command::ListDir, tree->Path("list")}).packages.size(), 480U);
     const auto isGivenBack = [&] { return daemon->Used().residentKb - before < 1024; };
     EXPECT_TRUE(Becomes(isGivenBack, Deadline{5000})) << "the memory of a large reply is kept";
-    const rlimit limit{daemon->Used().dataKb * 1024UL + (1UL << 20), RLIM_INFINITY};
+    const rlimit limit{static_cast<rlim_t>(daemon->Used().dataKb + 1024) * 1024, RLIM_INFINITY};
     ASSERT_EQ(prlimit(daemon->Pid(), RLIMIT_DATA, &limit, nullptr), 0);
     EXPECT_EQ(client.Call({Command::ListDir, tree->Path("list")}), (Reply{-1, ENOMEM}));
     EXPECT_EQ(client.Call(EXISTING).result, 1);

@@ -94,16 +94,13 @@ pid_t DaemonProcess::Pid() const {
 }
 
 Usage DaemonProcess::Used() const {
-    const std::string process = "/proc/" + std::to_string(Pid());
-    const auto descriptors = std::distance(fs::directory_iterator(process + "/fd"), fs::directory_iterator());
-    const long pageKb = sysconf(_SC_PAGESIZE) / 1024;
-    long size = 0, resident = 0, shared = 0, text = 0, library = 0, data = 0;
-    std::ifstream(process + "/statm") >> size >> resident >> shared >> text >> library >> data;
+    const std::string process = "/proc/" + std::to_string(Pid()), figures = ReadFile(process + "/status");
+    const auto kilobytes = [&](const char* key) { return std::stol(figures.substr(figures.find(key) + 7)); };
     clockid_t clock{};
     timespec used{};
     clock_getcpuclockid(Pid(), &clock);
     clock_gettime(clock, &used);
-    return {static_cast<std::size_t>(descriptors), resident * pageKb, static_cast<unsigned long>(data * pageKb),
+    return {std::distance(fs::directory_iterator(process + "/fd"), {}), kilobytes("VmRSS:"), kilobytes("VmData:"),
             static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9};
 }
 

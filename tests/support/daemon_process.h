@@ -29,10 +29,10 @@ inline constexpr bool IS_SANITIZED = false;
 #endif
 
 struct Usage {
-    std::size_t descriptors;
+    long descriptors;
     long residentKb;
-    unsigned long dataKb;  ///< private writable memory, as RLIMIT_DATA counts it
-    double cpuSeconds;     ///< of all threads
+    long dataKb;        ///< private writable memory, as RLIMIT_DATA counts it
+    double cpuSeconds;  ///< of all threads
 };
 
 class DaemonProcess {
