@@ -1,5 +1,6 @@
 // The tool's own questions to the real daemon: progress, dry runs, status. They must leave no records.
 #include <filesystem>
+#include <fstream>
 #include <regex>
 #include <tuple>
 
