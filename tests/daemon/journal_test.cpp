@@ -21,11 +21,11 @@ struct JournalTest : DaemonTest {
         journal = BoundSocket(tree->Dir("run/systemd/journal") + "/socket", SOCK_DGRAM | SOCK_NONBLOCK);
     }
 
-    void StartLoggingToJournal(const std::string& environment = "") {
+    void StartLoggingToJournal(const std::string& environment = "", const std::string& runner = "") {
         Start({{},
                {"unshare", "-m", "sh", "-c",
                 "mount --bind " + tree->Path("run") + " /run; export " + environment +
-                    " JOURNAL_STREAM=$(stat -Lc %d:%i /proc/self/fd/2); exec \"$0\" \"$@\""}});
+                    " JOURNAL_STREAM=$(stat -Lc %d:%i /proc/self/fd/2); exec " + runner + " \"$0\" \"$@\""}});
     }
 
     /// The entries since the last call.
@@ -109,6 +109,23 @@ TEST_F(JournalTest, GetsRoutineLinesIfAskedFor) {
     const Strings entries = Shortened();
     EXPECT_GE(std::count(entries.begin(), entries.end(), "7 HandleCmd"), 1);
     EXPECT_GE(std::count(entries.begin(), entries.end(), "7 EpollAccept"), 1);
+}
+
+/// Several workers may hear of one request, but only one of them finds it.
+TEST_F(JournalTest, GetsAFailureToReadUnlessItIsUsual) {
+    for (const auto& [error, line] : {std::pair{"EAGAIN", "7 ThreadTaskExecute"},
+                                      {"ECONNRESET", "7 ThreadTaskExecute"},
+                                      {"EIO", "3 ThreadTaskExecute"}}) {
+        StartLoggingToJournal("FILE_MIGRATE_LOG_ALL=1",
+                              std::string("strace -fqqo /dev/null -einject=recvfrom:error=") + error);
+        RawClient client;
+        client.Send(EXISTING);
+        Strings entries;
+        EXPECT_TRUE(Becomes([&] {
+            std::ranges::move(Shortened(), std::back_inserter(entries));
+            return std::ranges::count(entries, line) == 1;
+        })) << error;
+    }
 }
 
 TEST_F(JournalTest, IsNotWaitedFor) {
