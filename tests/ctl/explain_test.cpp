@@ -102,6 +102,8 @@ TEST(ExplainTest, FindsCertainCauses) {
          "sticky: the destination's parent directory /b is sticky; the daemon, user 9, owns neither it nor /b/d and "
          "does not have cap_fowner"},
         {"CHOWN", EPERM, "f/a/s =10", "no-cap-chown: the daemon does not have cap_chown and does not own /a/s"},
+        {"CHOWN", EPERM, "s/a/s user=1 =10", "no-cap-chown: the daemon does not have cap_chown"},
+        {"CHOWN", EPERM, "s/a/s user=9 =10", ""},
         {"MKDIR", EPERM, "src=/proc/x",
          "kernel-file-system: /proc/x is in /proc, where the kernel allows no such change"},
         {"COPY", EACCES, "dst=/sys/x",
