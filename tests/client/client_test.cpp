@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "c_client.h"
 #include "fake_daemon.h"
 #include "file_migrate_client.h"
 #include "file_migrate_client.hpp"
@@ -104,7 +105,7 @@ TEST(ClientReply, AListingInPiecesNeedsNoMemoryForItsNames) {
     for (int number = 1; names.size() < 4000; ++number) {
         names += "/a name that would not fit into a short string " + std::to_string(number) + ":0";
     }
-    FakeDaemon daemon({{ReplyBytes(0, 0, std::vector<std::string>(40, names))}, {}});
+    FakeDaemon daemon({{ReplyBytes(0, 0, Strings(40, names))}, {}});
     Client client(OptionsFor(daemon));
     std::size_t count = 0;
     g_allocationsLeft = 10;
@@ -144,7 +145,7 @@ TEST(ClientConnection, OneThatIsFoundClosedBySendingIsMadeAgain) {
     FakeDaemon daemon({{.thenStopReading = true}, {.thenStopReading = true}});
     Client client(OptionsFor(daemon));
     EXPECT_TRUE(client.MkDir("/1").Succeeded() && client.MkDir("/2").Succeeded());
-    EXPECT_EQ(daemon.Requests(), (std::vector<std::string>{"12|/1|||||1", "12|/2|||||1"}));
+    EXPECT_EQ(daemon.Requests(), (Strings{"12|/1|||||1", "12|/2|||||1"}));
 }
 
 TEST(ClientConnection, NothingIsSentToADaemonOfAnotherUser) {
@@ -156,13 +157,6 @@ TEST(ClientConnection, NothingIsSentToADaemonOfAnotherUser) {
     options.daemonUser = 65534;
     EXPECT_TRUE(Client(options).MkDir("/a").Succeeded());
 }
-
-struct CClient {
-    explicit CClient(const std::string& socketPath) : options{socketPath.c_str(), 200, 200, 0} {}
-    ~CClient() { file_migrate_client_free(c); }
-    const file_migrate_options options;
-    file_migrate_client* const c = file_migrate_client_new(&options);
-};
 
 TEST(CInterface, EveryCommandHasItsNumberAndFields) {
     FakeDaemon daemon;
@@ -195,11 +189,10 @@ TEST(CInterface, EveryCommandHasItsNumberAndFields) {
         const bool isPath = &reply == &replies[15];  // this answer has no path
         EXPECT_EQ(reply.status, isPath ? FILE_MIGRATE_MALFORMED_REPLY : FILE_MIGRATE_ANSWERED) << reply.message;
     }
-    EXPECT_EQ(daemon.Requests(),
-              (std::vector<std::string>{"0|/a|||||0", "1|/a|||||0", "2|/a|||||0", "3|/a||u|g|7|2", "4|/a|/b||||0",
-                                        "5|/a|/b||||0", "6|/a|/b||||0", "7|/a|/b||||0", "8|/a|||||0", "9|/a|||||1",
-                                        "10|/a|||||0", "11|/a|||||0", "12|/a|||||2", "13|/a||u|g||1", "14|/a||||7|1",
-                                        "15|/a|||||0", "16|/a|||||0", "17|/a|||||0", "18|/a|/b|u|g|7|0"}));
+    EXPECT_EQ(daemon.Requests(), (Strings{"0|/a|||||0", "1|/a|||||0", "2|/a|||||0", "3|/a||u|g|7|2", "4|/a|/b||||0",
+                                          "5|/a|/b||||0", "6|/a|/b||||0", "7|/a|/b||||0", "8|/a|||||0", "9|/a|||||1",
+                                          "10|/a|||||0", "11|/a|||||0", "12|/a|||||2", "13|/a||u|g||1", "14|/a||||7|1",
+                                          "15|/a|||||0", "16|/a|||||0", "17|/a|||||0", "18|/a|/b|u|g|7|0"}));
 }
 
 void ExpectUnanswered(const file_migrate_reply& reply, file_migrate_status status, const std::string& message) {
@@ -209,7 +202,8 @@ void ExpectUnanswered(const file_migrate_reply& reply, file_migrate_status statu
 
 TEST(CInterface, WithoutAnAnswerStatusAndMessageTellWhy) {
     FakeDaemon daemon({{ReplyBytes(0, 0, {"a"})}, {"", true}, {""}});
-    const CClient client(daemon.socketPath), nowhere(std::string(108, 'n'));
+    const std::string tooLong(108, 'n');
+    const CClient client(daemon.socketPath, 200, 200), nowhere(tooLong);
     ExpectUnanswered(file_migrate_is_dir(client.c, "/"), FILE_MIGRATE_MALFORMED_REPLY, "1 packages announced");
     ExpectUnanswered(file_migrate_is_dir(client.c, "/"), FILE_MIGRATE_CONNECTION_CLOSED, "closed");
     ExpectUnanswered(file_migrate_is_dir(client.c, "/"), FILE_MIGRATE_TIMED_OUT, "the request was sent");

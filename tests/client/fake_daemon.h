@@ -21,7 +21,7 @@
 namespace TAVO::FileMigrateOrvane::Testing {
 
 /// The bytes of a whole reply.
-inline std::string ReplyBytes(std::int32_t result, std::int32_t errCode, const std::vector<std::string>& texts = {}) {
+inline std::string ReplyBytes(std::int32_t result, std::int32_t errCode, const Strings& texts = {}) {
     const FileMigrateResMsg record{result, errCode, static_cast<std::int32_t>(texts.size())};
     std::string bytes(reinterpret_cast<const char*>(&record), sizeof(record));
     FileMigrateStrPkg package{record.pkgNum, 0, {}};
@@ -61,7 +61,7 @@ public:
     }
 
     /// The requests so far, each as "number|src|dst|user|group|perm|recurseOpt".
-    [[nodiscard]] std::vector<std::string> Requests() const {
+    [[nodiscard]] Strings Requests() const {
         const std::lock_guard lock(mutex);
         return requests;
     }
@@ -106,8 +106,8 @@ private:
 
     const std::vector<Answer> answers;
     mutable std::mutex mutex;
-    std::vector<std::string> requests;  ///< guarded by mutex
-    UniqueFd kept;                      ///< used by the thread only
+    Strings requests;  ///< guarded by mutex
+    UniqueFd kept;     ///< used by the thread only
     const UniqueFd listener = BoundSocket(socketPath, SOCK_STREAM);
     std::jthread thread;  ///< last, so that it ends before the members that it uses are destroyed
 };

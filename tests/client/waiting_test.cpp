@@ -1,12 +1,13 @@
 // How the client waits: limits, signals, and requests that are begun and finished in two calls.
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/time.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdint>
 #include <limits>
 
+#include "c_client.h"
 #include "fake_daemon.h"
 #include "file_migrate_client.h"
 #include "file_migrate_client.hpp"
@@ -19,15 +20,6 @@ using namespace std::chrono_literals;
 using std::chrono::milliseconds;
 
 constexpr auto FOREVER = milliseconds(std::numeric_limits<std::int64_t>::max());
-
-struct CClient {
-    CClient(const std::string& socketPath, std::int64_t connectLimit, std::int64_t replyLimit) {
-        const file_migrate_options options{socketPath.c_str(), connectLimit, replyLimit, 0};
-        c = file_migrate_client_new(&options);
-    }
-    ~CClient() { file_migrate_client_free(c); }
-    file_migrate_client* c;
-};
 
 /// "status result system_error message", or without an answer only what is not -1 or empty in it.
 std::string Text(const file_migrate_reply& reply) {
@@ -97,15 +89,9 @@ public:
         struct sigaction action {};
         action.sa_handler = [](int) {};
         sigaction(SIGALRM, &action, nullptr);
-        Repeat(10'000);
+        ualarm(10'000, 10'000);
     }
-    ~Signals() { Repeat(0); }
-
-private:
-    static void Repeat(int microseconds) {
-        const itimerval timer{{0, microseconds}, {0, microseconds}};
-        setitimer(ITIMER_REAL, &timer, nullptr);
-    }
+    ~Signals() { ualarm(0, 0); }
 };
 
 TEST(ClientSignal, InterruptsAWaitOnlyIfTheCallerWantsThat) {
@@ -123,7 +109,7 @@ TEST(ClientSignal, InterruptsAWaitOnlyIfTheCallerWantsThat) {
     patient.SetInterruptible(true);
     EXPECT_EQ(patient.MkDir("/b").failure.code, std::errc::interrupted);
 
-    const CClient client(daemon.socketPath, 5000, 5000);
+    const CClient client(daemon.socketPath);
     file_migrate_set_interruptible(client.c, 1);
     const file_migrate_request request = FILE_MIGRATE_REQUEST(FILE_MIGRATE_MKDIR, "/c");
     EXPECT_EQ(file_migrate_begin(client.c, &request).result, 0);
@@ -135,7 +121,7 @@ TEST(ClientSignal, InterruptsAWaitOnlyIfTheCallerWantsThat) {
     } while (reply.system_error == EINTR);
     EXPECT_EQ(Text(reply), "0 0 0 ");
     EXPECT_GT(interruptions, 0);
-    EXPECT_EQ(daemon.Requests(), (std::vector<std::string>{"12|/a|||||1", "12|/b|||||1", "12|/c|||||1"}));
+    EXPECT_EQ(daemon.Requests(), (Strings{"12|/a|||||1", "12|/b|||||1", "12|/c|||||1"}));
 }
 
 /// Appends "name:is_directory " to the string.
@@ -147,7 +133,7 @@ int Append(void* names, const char* name, int isDirectory) {
 TEST(CPolling, ARequestIsBegunAndFinishedWithoutWaitingInside) {
     FakeDaemon daemon({{.bytes = ReplyBytes(0, 0, {"sub:1/a:b:0", "c:0"}), .delay = milliseconds(50)},
                        {ReplyBytes(0, 0, {"/data"})}});
-    const CClient client(daemon.socketPath, 5000, 5000);
+    const CClient client(daemon.socketPath);
     std::string names;
     file_migrate_request request = FILE_MIGRATE_REQUEST(FILE_MIGRATE_LIST_DIR, "/d");
     request.taker = Append;
@@ -175,7 +161,7 @@ TEST(CPolling, ARequestIsBegunAndFinishedWithoutWaitingInside) {
 
 TEST(CPolling, WhatIsNoRequestIsNotBegun) {
     FakeDaemon daemon;
-    const CClient client(daemon.socketPath, 5000, 5000);
+    const CClient client(daemon.socketPath);
     const file_migrate_request good = FILE_MIGRATE_REQUEST(FILE_MIGRATE_MOVE_ALL, "/a");
     file_migrate_request newer = good, unknown = good;
     ++newer.size;
@@ -193,7 +179,7 @@ TEST(CPolling, WhatIsNoRequestIsNotBegun) {
 
 TEST(CPolling, ACancelledRequestLeavesNoReplyForTheNext) {
     FakeDaemon daemon({{.bytes = ReplyBytes(1, 0), .delay = milliseconds(50)}, {ReplyBytes(0, 0, {"a:0", "b:0"})}, {}});
-    const CClient client(daemon.socketPath, 5000, 5000);
+    const CClient client(daemon.socketPath);
     const file_migrate_request request = FILE_MIGRATE_REQUEST(FILE_MIGRATE_IS_DIR, "/a");
     EXPECT_EQ(file_migrate_begin(client.c, &request).result, 0);
     EXPECT_EQ(file_migrate_process(client.c), 0);

@@ -161,14 +161,14 @@ TEST_F(OrvanectlDaemonTest, AFailureComesWithItsCauseAndItsRecords) {
 
 /// The records of one request, among older ones and those of others.
 TEST_F(OrvanectlDaemonTest, CountsTheRecordsOfARequest) {
-    const auto append = [](const std::vector<std::string>& sources) {
+    const auto append = [](const Strings& sources) {
         for (const std::string& src : sources) {
             std::ofstream(RECORD_FILE_AB, std::ios::app)
                 << "type:REMOVE,src:" + src + ",dst:,user:,group:,perm:,recurseOpt:,errno:5,times:20991231235959;";
         }
     };
     const std::string end = "hint: orvanectl records -v --since '#' --path /a shows the record";
-    const std::vector<std::pair<std::vector<std::string>, std::string>> rows{
+    const std::vector<std::pair<Strings, std::string>> rows{
         {{"/other", "/a/x"}, "\n" + end + "\n"}, {{"/a", "/a", "/a", "/a/x", "/a"}, " (x3)\n" + end + "s\n"}};
     append({"/a/old"});
     for (const auto& [sources, text] : rows) {

@@ -359,8 +359,7 @@ TEST_F(RecordsCommand, FailureWithCauseAndDump) {
         const json& value = record["snapshots"][0][field.substr(1, field.size() - 2)];
         EXPECT_NE(ReadFile(RECORD_FILE_AB).find(std::string(field) + value.dump()), std::string::npos) << field;
     }
-    const std::string time = record["time"];
-    const std::string name = "MOVE@" + std::regex_replace(time, std::regex("[-T:]"), "");
+    const std::string name = "MOVE@" + std::regex_replace(std::string(record["time"]), std::regex("[-T:]"), "");
     Append(DUMP_DIRECTORY + ("/" + name), "denied \x1b[2J\n");
     EXPECT_NE(RunTool("dumps").out.find("  EPERM      rename            " + tree->Path("a")), std::string::npos);
     EXPECT_NE(RunTool("dumps " + name).out.find("denied \\x1b[2J\n"), std::string::npos);

@@ -20,9 +20,9 @@ const Request kIsThere{Command::IsExist, "/data"};  // the answer is 1
 /// A random request. Sources and destinations lie in separate trees so that no tree is copied into itself. There are
 /// only a few of them so that requests collide. No name contains a dot, so no path leads out of the trees.
 Request AnyRequest(Random& random, const ScratchTree& tree, const ScratchTree& second) {
-    static const std::vector<std::string> names{"", "/a", "/a/b", "/a/b/c", "/f", "/a/f", "/\x01\xff%s;\n"};
-    static const std::vector<std::string> owners{"0", "1000", "root", "", "no such", std::string(35, 'u')};
-    static const std::vector<std::string> modes{"0755", "755", "0640", "4711", "", "0", "9", std::string(15, '7')};
+    static const Strings names{"", "/a", "/a/b", "/a/b/c", "/f", "/a/f", "/\x01\xff%s;\n"};
+    static const Strings owners{"0", "1000", "root", "", "no such", std::string(35, 'u')};
+    static const Strings modes{"0755", "755", "0640", "4711", "", "0", "9", std::string(15, '7')};
     const auto any = [&](const auto& list) { return list[random() % list.size()]; };
     const std::string src = tree.Path("s") + any(names);
     const std::string dst = (random() % 4 == 0 ? second : tree).Path("d") + any(names);
@@ -108,7 +108,7 @@ TEST_F(AbuseTest, SurvivesClientsThatSendOrReadPartially) {
     }
     ExpectNoGrowthSince(before);
     polite.Send(listing);
-    sleep_for(seconds(1));
+    sleep_for(Deadline{500});
     EXPECT_EQ(polite.Receive().value().Strings().size(), 2000U * 247 - 1) << "a late reader gets the whole reply";
 }
 

@@ -69,7 +69,7 @@ struct Generator {
 
     unsigned int Below(unsigned int bound) { return static_cast<unsigned int>(random() % bound); }
     bool Chance(unsigned int outOf) { return Below(outOf) == 0; }
-    std::string OneOf(const std::vector<std::string>& words) { return words[random() % words.size()]; }
+    std::string OneOf(const Strings& words) { return words[random() % words.size()]; }
     [[nodiscard]] std::string Path(const std::string& name) const { return name.empty() ? "" : base + "/" + name; }
 
     static constexpr unsigned int FILE_KIND = 8;

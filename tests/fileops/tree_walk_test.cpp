@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -68,18 +67,16 @@ private:
 };
 
 /// 50 directories with 20 files each, and 1,500 files in one more.
-std::size_t GrowLarge(const ScratchTree& tree, const std::string& top) {
-    for (int i = 0; i < 1500; ++i) {
-        const std::string directory = i < 1000 ? "/d" + std::to_string(i % 50) : "/flat";
-        fs::create_directories(tree.Path(top) + directory);
-        std::ofstream(tree.Path(top) + directory + "/f" + std::to_string(i));
-    }
+std::size_t GrowLarge(const ScratchTree& tree) {
+    EXPECT_TRUE(
+        tree.Shell("mkdir t; cd t; mkdir flat $(seq -f d%g 0 49); touch $(seq -f flat/f%g 500); "
+                   "for n in $(seq 1000); do : >d$((n % 50))/f$n; done"));
     return 1 + 51 + 1500;
 }
 
 TEST(TreeWalkTest, VisitsEachEntryOnceAndADirectoryAfterItsContents) {
     const ScratchTree tree;
-    const std::size_t entries = GrowLarge(tree, "t");
+    const std::size_t entries = GrowLarge(tree);
     for (const Threads threads : {Threads::Many, Threads::One}) {
         NotingWalk walk([](const auto&) { return 0; }, OnFailure::Continue, threads);
         EXPECT_EQ(walk.Run(tree.Path("t")), 0);
@@ -92,7 +89,7 @@ TEST(TreeWalkTest, VisitsEachEntryOnceAndADirectoryAfterItsContents) {
 
 TEST(TreeWalkTest, GoesOnPastFailuresOrEndsAtTheFirst) {
     const ScratchTree tree;
-    const std::size_t entries = GrowLarge(tree, "t");
+    const std::size_t entries = GrowLarge(tree);
     const auto fail = [](const std::string& path) { return path.ends_with("7") ? EIO : 0; };
     NotingWalk through(fail);
     EXPECT_EQ(through.Run(tree.Path("t")), EIO);
@@ -106,14 +103,14 @@ TEST(TreeWalkTest, GoesOnPastFailuresOrEndsAtTheFirst) {
 
 TEST(TreeWalkTest, WantOfMemoryReachesTheCaller) {
     const ScratchTree tree;
-    GrowLarge(tree, "t");
+    GrowLarge(tree);
     const auto fail = [](const std::string& path) { return path.ends_with("99") ? throw std::bad_alloc() : 0; };
     EXPECT_THROW((void)NotingWalk(fail).Run(tree.Path("t")), std::bad_alloc);
 }
 
 TEST(TreeWalkTest, DeepTreesNeedNoMoreDescriptorsThanOnOneThread) {
     const ScratchTree tree;
-    GrowLarge(tree, "t");
+    GrowLarge(tree);
     for (std::string chain : {"t/deep1", "t/d1/deep2"}) {
         for (int level = 0; level < 940; ++level) {
             chain += "/n";
@@ -130,7 +127,7 @@ TEST(TreeWalkTest, DeepTreesNeedNoMoreDescriptorsThanOnOneThread) {
 
 TEST(TreeWalkTest, FourWalksShareTheHelpersWhichThenEnd) {
     const ScratchTree tree;
-    const std::size_t entries = GrowLarge(tree, "t");
+    const std::size_t entries = GrowLarge(tree);
     const auto threads = [] { return std::distance(fs::directory_iterator("/proc/self/task"), {}); };
     std::jthread([] {}).join();  // with the first thread, a sanitizer may start one of its own
     const auto before = threads();

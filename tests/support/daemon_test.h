@@ -92,7 +92,7 @@ protected:
     }
 
     /// Starts the daemon under strace, which changes system calls of all threads: "-einject=fsync:error=EIO", ...
-    DaemonProcess& StartWithFault(std::vector<std::string> arguments) {
+    DaemonProcess& StartWithFault(Strings arguments) {
         arguments.insert(arguments.begin(), {"strace", "-fqqo", CALLS});
         return Start({{}, arguments});
     }
@@ -140,7 +140,7 @@ protected:
     }
 
     /// All matches of the pattern in the daemon's log, whose lines are first changed to "LEVEL [FUNCTION] TEXT".
-    [[nodiscard]] std::vector<std::string> Found(const std::string& pattern) const {
+    [[nodiscard]] Strings Found(const std::string& pattern) const {
         static const std::regex head(R"(.{19}(.) FileMigrateOrvane: \[(.*?):\d+\])");
         const std::string log = std::regex_replace(daemon->Log(), head, "$1 [$2]");
         const std::regex wanted(pattern);
