@@ -69,8 +69,9 @@ TEST_F(OrvanectlDaemonTest, DryRunCountsWhatWouldBeTouched) {
 }
 
 TEST_F(OrvanectlDaemonTest, SaysWhatWouldBeLostBeforeItIs) {
-    ASSERT_TRUE(Shell("mkdir into src; echo content >src/file; ln -s file src/link; ln -s nowhere dangling"));
-    const std::string lost = "1 symbolic link would be lost: @/src/link\n";
+    ASSERT_TRUE(
+        Shell("mkdir into src; echo content >src/file; ln -s file src/link; mkfifo src/pipe; ln -s nowhere dangling"));
+    const std::string lost = "1 symbolic link and 1 special file would be lost: @/src/";
     const std::string comb = "orvanectl: copy-comb @/src -> ";
     const std::string none = "the destination @/absent is not an existing directory";
     const std::string removed = ". The daemon would still remove the source; --force sends it anyway\n";

@@ -94,6 +94,7 @@ TEST(Orvanectl, PrintsOneJsonObjectWhateverHappens) {
                R"("/b","ok":false,"result":-1,"errno":13,"error":"EACCES",)");
     ExpectJson("ls /a", {ReplyBytes(0, 0, {"x\xff:1"})}, 0,
                R"([{"name":"x\ufffd","name_hex":"78ff","directory":true}])");
+    ExpectJson("existing-path /a/b", {ReplyBytes(0, 0, {"/a"})}, 0, R"("existing_path":"/a",)");
     ExpectJson("du -h /a", {ReplyBytes(12, EIO)}, 1, R"("kilobytes":12,"whole":false,"message":"the figure is)");
     ExpectJson("rm /a", {"", true}, 4, R"("ok":false,"result":null,"errno":104,"error":"ECONNRESET")");
     ExpectJson("rm /a/../b", {}, 2, R"({"command":"rm","ok":false,"result":null,"errno":22,"error":"EINVAL")");

@@ -286,6 +286,8 @@ TEST_F(RecordsCommand, PrintsRecordsAndSummariesAsJson) {
                   first + R"(,{"type":"CHOWN","failure":"change owner","errno":95,"error":"EOPNOTSUPP","count":1,)" +
                   last + R"(],"directories":[{"directory":"/data/a","count":3000,)" + first +
                   R"(,{"directory":"/data/\u2067b","count":1,)" + last + "]}\n");
+    const std::string page = RunTool("records --html " + file).out;
+    EXPECT_TRUE(page.find("n2950<") != page.npos && page.find("n2949<") == page.npos) << "the last 50 of each group";
     EXPECT_NE(RunTool("records -n 1 " + file, "LC_ALL=C.UTF-8").out.find("\\xe2\\x81\\xa7b/n"), std::string::npos);
     const Finished full = RunTool("records " + file, "exec 3>/dev/full; out() { \"$@\" >&3; }; out");
     EXPECT_EQ(full.err, "orvanectl: records: cannot write to standard output\n");
