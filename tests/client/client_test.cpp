@@ -230,5 +230,28 @@ TEST(CInterface, WantOfMemoryAnywhereIsAReply) {
     file_migrate_release(listing.entries);
 }
 
+/// What has arrived is counted without what was there before, and never as more than the source has.
+TEST(CInterface, GrowthIsMeasuredAtTheDestination) {
+    const auto names = [](const std::vector<std::string>& texts) { return Answer{ReplyBytes(0, 0, texts)}; };
+    const auto used = [](int kilobytes, int error = 0) { return Answer{ReplyBytes(kilobytes, error)}; };
+    const Answer a = names({"a:1"}), both = names({"a:1", "b:1"});
+    FakeDaemon absent({a, a, used(404), a, both, used(44), used(900), used(1, EACCES)});
+    FakeDaemon filled({both, both, used(404), used(500), used(544)});
+    const CClient client(absent.socketPath), other(filled.socketPath);
+    std::vector<std::int64_t> totals, sizes;
+    for (const CClient* each : {&client, &other}) {
+        file_migrate_growth* const growth = file_migrate_growth_new(&each->options, FILE_MIGRATE_COPY_COMB, "/a", "/b");
+        totals.push_back(file_migrate_growth_total(growth));
+        for (int i = 0; i < (each == &client ? 4 : 1); ++i) {
+            sizes.push_back(file_migrate_growth_now(growth));
+        }
+        file_migrate_growth_free(growth);
+    }
+    EXPECT_EQ(totals, (std::vector<std::int64_t>{404, 404}));
+    EXPECT_EQ(sizes, (std::vector<std::int64_t>{0, 44, 404, -1, 44}));
+    EXPECT_EQ(file_migrate_growth_new(&client.options, FILE_MIGRATE_REMOVE, "/a", "/b"), nullptr);
+    EXPECT_EQ(absent.Requests().size(), 8U);
+}
+
 }  // namespace
 }  // namespace TAVO::FileMigrateOrvane::Testing

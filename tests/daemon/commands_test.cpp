@@ -357,6 +357,9 @@ TEST_F(CommandsTest, RestoresTheLabelsOfAPolicy) {
     ASSERT_TRUE(StartWithLabels(rules, "strace -fqqo /dev/null -einject=setxattr,lsetxattr:error=EOPNOTSUPP"));
     ASSERT_TRUE(Shell("touch new"));
     EXPECT_EQ(Call({Restorecon, "@/new", "", "", "", "", 1}), (Reply{-1, EOPNOTSUPP}));
+    ASSERT_TRUE(StartWithLabels("only-one-field\n"));
+    (void)Call({Restorecon, "@/new", "", "", "", "", 1});
+    EXPECT_TRUE(Found("E .libselinux. [^\n]* line 1 ").size() > 0 && Found("libselinux.*x0a").empty());
 }
 
 /// strace makes one of the lookups of the file fail, as if another process had removed it in the meantime. The C
