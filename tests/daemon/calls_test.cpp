@@ -14,7 +14,8 @@ using enum Command;
 /// in a tree, or waits at a pipe, is printed with the word "follows" or "waits".
 const std::string CHANGES =
     std::string(R"sed(sed -nE 's,@,\x40,g; s,~,\x7e,g; /[\x40\x7e]/!d; /fail_kmsg/d; s/^[0-9]+ +//
-    /^openat\([0-9]/{/O_NOFOLLOW|O_PATH\|O_DIRECTORY/!s/^/follows /p; /O_NONBLOCK|O_CREAT|O_PATH|O_DIRECTORY/!s/^/waits /p}
+    /^openat\([0-9]/{/O_NOFOLLOW|O_PATH\|O_DIRECTORY/!s/^/follows /p
+                      /O_NONBLOCK|O_CREAT|O_PATH|O_DIRECTORY/!s/^/waits /p}
     s/^openat\(AT_FDCWD[^"]*"(.*)", .*O_CREAT.*, 0([0-7]+)\) += [0-9]+.*/create \1 \2/p
     s/^openat\([0-9]+<(.*)>, "(.*)", .*O_CREAT.*, 0([0-7]+)\) += [0-9]+.*/create \1:\2 \3/p
     s/^mkdirat\(AT_FDCWD[^"]*"(.*)", 0([0-7]+)\) += 0/mkdir \1 \2/p
