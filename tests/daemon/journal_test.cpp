@@ -121,7 +121,7 @@ TEST_F(JournalTest, GetsAFailureToReadUnlessItIsUsual) {
         RawClient client;
         client.Send(EXISTING);
         Strings entries;
-        EXPECT_TRUE(Becomes([&] {
+        EXPECT_TRUE(Becomes([&, line = line] {
             std::ranges::move(Shortened(), std::back_inserter(entries));
             return std::ranges::count(entries, line) == 1;
         })) << error;
