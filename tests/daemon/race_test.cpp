@@ -1,7 +1,7 @@
 // Requests on a tree that its owner attacks while they run. A second thread swaps entries for links to a tree outside
 // or for pipes, or takes them away. Nothing outside may change or be copied, and every request must get its answer.
 //
-// FILE_MIGRATE_RACE_SECONDS sets the time for each row of the table. The default is a quarter of a second.
+// FILE_MIGRATE_RACE_SECONDS sets the time for each row of the table. The default is a fifth of a second.
 #include <fcntl.h>
 #include <sys/mount.h>
 
@@ -26,7 +26,7 @@ using Pairs = std::vector<Pair>;
 
 constexpr const char* SECRET = "what only root may read";
 const char* const kSeconds = std::getenv("FILE_MIGRATE_RACE_SECONDS");
-const Deadline kTime{kSeconds != nullptr ? 1000 * std::stol(kSeconds) : 250};
+const Deadline kTime{kSeconds != nullptr ? 1000 * std::stol(kSeconds) : 200};
 
 /// Delays the return of each mkdir by a millisecond, so that the attacker can swap the new directory before the daemon
 /// opens it.
